@@ -1,0 +1,17 @@
+# What every target of this project has in common.
+
+add_library(tarvel_options INTERFACE)
+target_compile_definitions(tarvel_options INTERFACE
+  UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0601 _GLIBCXX_ASSERTIONS
+  TARVEL_VERSION="${PROJECT_VERSION}")
+target_compile_options(tarvel_options INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wformat=2
+  -Wnull-dereference -Wduplicated-cond -Wlogical-op -Wcast-align -Wnon-virtual-dtor -Woverloaded-virtual -Werror
+  -fstack-protector-strong -ffunction-sections -fdata-sections
+  "-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.">)
+# Static runtime, every hardening flag the format has, and no time stamp: two builds of one commit are the same bytes.
+target_link_options(tarvel_options INTERFACE
+  -static -Wl,--gc-sections -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat -Wl,--no-insert-timestamp)
+
+# Marks a target's resource script as depending on the files it includes, and gives it the version to show.
+string(REPLACE "." "," TARVEL_VERSION_NUMBERS "${PROJECT_VERSION}.0")

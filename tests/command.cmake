@@ -1,0 +1,1 @@
+# The command and the cluster utility library, function by function and as whole runs.
