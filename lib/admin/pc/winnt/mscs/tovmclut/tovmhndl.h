@@ -1,0 +1,56 @@
+// Owners of what Windows and the product's library hand out, one type for each kind of "nothing". No function
+// gives such a thing back by hand.
+#pragma once
+
+#include <windows.h>
+
+#include <memory>
+
+// A search handle, whose nothing is INVALID_HANDLE_VALUE. Closing it keeps the thread's last error, so that
+// the error of what happened during the search survives.
+class CZNMFindHandle
+{
+  public:
+    explicit CZNMFindHandle(HANDLE hFind) noexcept : m_hFind(hFind) {}
+    ~CZNMFindHandle() { Close(); }
+    CZNMFindHandle(const CZNMFindHandle&) = delete;
+    CZNMFindHandle& operator=(const CZNMFindHandle&) = delete;
+
+    bool IsOpen() const noexcept { return m_hFind != INVALID_HANDLE_VALUE; }
+    HANDLE Get() const noexcept { return m_hFind; }
+
+    // Closes now; a second call does nothing.
+    void Close() noexcept
+    {
+        if (!IsOpen())
+            return;
+        const DWORD nError = GetLastError();
+        FindClose(m_hFind); // nothing can be done about a failure
+        m_hFind = INVALID_HANDLE_VALUE;
+        SetLastError(nError);
+    }
+
+  private:
+    HANDLE m_hFind;
+};
+
+// A block that Windows allocated with LocalAlloc: an access list, a security descriptor.
+struct CZNMLocalDeleter
+{
+    void operator()(void* pBlock) const noexcept { LocalFree(pBlock); }
+};
+using CZNMLocalBlock = std::unique_ptr<void, CZNMLocalDeleter>;
+
+// A SID from AllocateAndInitializeSid.
+struct CZNMSidDeleter
+{
+    void operator()(void* pSid) const noexcept { FreeSid(pSid); }
+};
+using CZNMAllocatedSid = std::unique_ptr<void, CZNMSidDeleter>;
+
+// A SID in a buffer of the C heap, as the account look-up fills it.
+struct CZNMHeapDeleter
+{
+    void operator()(void* pBlock) const noexcept { free(pBlock); }
+};
+using CZNMHeapSid = std::unique_ptr<void, CZNMHeapDeleter>;

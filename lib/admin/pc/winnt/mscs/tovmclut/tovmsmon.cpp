@@ -1,0 +1,205 @@
+// Finds, questions and stops a queue manager through the product's common services. Must not talk to the
+// user: what an answer means for the move is the migration procedure's to say.
+#include "tovmsmon.h"
+
+#include <cstdio>
+
+#include "tovmsrid.h"
+#include "tovmtrce.h"
+
+ZNM_SOURCE_ID(ZNM_CLUSTER_LIBRARY("tovmsmon"));
+
+namespace
+{
+constexpr int STATE_UNAVAILABLE = -1;
+constexpr int STATE_NOT_RUNNING = 0;
+constexpr int STATE_RUNNING = 3;
+
+// Queue managers recorded under this installation, or under none, belong to the primary one.
+constexpr char DEFAULT_INSTALLATION[] = "Installation0";
+
+const char* StopOption(int16_t nStopType)
+{
+    switch (nStopType)
+    {
+    case ZNM_STOP_IMMEDIATE:
+        return "-i";
+    case ZNM_STOP_PREEMPTIVE:
+        return "-p";
+    case ZNM_STOP_RECONNECT_PREEMPTIVE:
+        return "-rp";
+    case ZNM_STOP_RECONNECT_IMMEDIATE:
+        return "-ri";
+    default:
+        return "-w";
+    }
+}
+
+// The whole of what snprintf made is in the buffer.
+bool Fits(int nWritten, size_t nSize)
+{
+    return nWritten >= 0 && static_cast<size_t>(nWritten) < nSize;
+}
+} // namespace
+
+void CZNMRecordDeleter::operator()(void* pRecord) const noexcept
+{
+    constexpr int32_t MEMORY_COMPONENT = 23;
+    xcsFreeMemFn(nullptr, MEMORY_COMPONENT, nullptr, pRecord);
+}
+
+CZNMQueueMgr::CZNMQueueMgr(const wchar_t* pszQueueManagerName) : m_strName(pszQueueManagerName)
+{
+    CZNMTrace trace(FN_QUEUE_MGR_CTOR);
+    trace.Parms("CZNMQueueMgr::CZNMQueueMgr()(pszQueueManagerName = %S)", m_strName);
+    if (Refresh() != 1)
+        trace.Text("Queue manager could not be found");
+}
+
+CZNMQueueMgr::~CZNMQueueMgr()
+{
+    const CZNMTrace trace(FN_QUEUE_MGR_DTOR);
+    m_pDetails.reset();
+    m_pInstallation.reset();
+}
+
+const CRuntimeClass* CZNMQueueMgr::GetRuntimeClass() const
+{
+    static const CRuntimeClass s_class{"CZNMQueueMgr"};
+    return &s_class;
+}
+
+int CZNMQueueMgr::Refresh()
+{
+    CZNMTrace trace(FN_QUEUE_MGR_REFRESH);
+    m_pDetails.reset();
+    if (!m_strName.IsEmpty() && FetchDetails() && FetchInstallation())
+        return trace.Return(1);
+    m_pDetails.reset();
+    m_pInstallation.reset();
+    return trace.Return(0);
+}
+
+bool CZNMQueueMgr::FetchDetails()
+{
+    XCS_SCRATCH scratch = {};
+    XCS_QM_DETAILS* pDetails = nullptr;
+    const int32_t nResult = xcsGetQMDetails(CW2A(m_strName), &scratch, &pDetails);
+    m_pDetails.reset(pDetails);
+    return nResult == 0 && m_pDetails != nullptr;
+}
+
+// Keeps the installation record while it is the one that the details name.
+bool CZNMQueueMgr::FetchInstallation()
+{
+    const char* const pszName = m_pDetails->szInstallationName;
+    if (m_pInstallation && xcsCompareInstallations(m_pInstallation.get(), pszName) == 0)
+        return true;
+    m_pInstallation.reset();
+
+    const int32_t nResult = FetchInstallation(pszName, XCS_INSTALLATION_BY_NAME);
+    if (nResult != XCS_RC_UNKNOWN_INSTALLATION)
+        return nResult == 0 && m_pInstallation != nullptr;
+    if (*pszName != '\0' && xcsCompareInstallations(pszName, DEFAULT_INSTALLATION) != 0)
+        return false;
+    return FetchInstallation(nullptr, XCS_INSTALLATION_PRIMARY) == 0 && m_pInstallation != nullptr;
+}
+
+int32_t CZNMQueueMgr::FetchInstallation(const char* pszName, int32_t nSelector)
+{
+    XCS_SCRATCH scratch = {};
+    XCS_INSTALLATION_DETAILS* pInstallation = nullptr;
+    const int32_t nResult =
+        xcsGetInstallationDetails(pszName, nullptr, nullptr, nSelector, nullptr, &scratch, &pInstallation);
+    m_pInstallation.reset(pInstallation);
+    return nResult;
+}
+
+int CZNMQueueMgr::IsMultiInstance()
+{
+    CZNMTrace trace(FN_QUEUE_MGR_IS_MULTI_INSTANCE);
+    return trace.Return(Refresh() == 1 && (m_pDetails->fFlags & XCS_QM_MULTI_INSTANCE) != 0 ? 1 : 0);
+}
+
+int CZNMQueueMgr::IsRunning()
+{
+    CZNMTrace trace(FN_QUEUE_MGR_IS_RUNNING);
+    if (Refresh() != 1)
+        return trace.Return(0);
+    if (GetState() == STATE_RUNNING)
+    {
+        trace.Text("Queue manager is RUNNING");
+        return trace.Return(1);
+    }
+    trace.Text("Queue manager is NOT RUNNING");
+    return trace.Return(0);
+}
+
+int CZNMQueueMgr::GetState()
+{
+    CZNMTrace trace(FN_QUEUE_MGR_GET_STATE);
+    if (Refresh() != 1)
+    {
+        trace.Text("Queue Manager not available!");
+        return trace.Return(STATE_UNAVAILABLE);
+    }
+    constexpr int32_t ACTIVITY_OPTIONS = 2;
+    const int32_t nResult = xcsIsSubpoolActive(m_pDetails->szSubpool, m_pDetails->szDirectory, nullptr,
+                                               ACTIVITY_OPTIONS, m_pInstallation->szIdentity);
+    return trace.Return(nResult == 0 ? STATE_RUNNING : STATE_NOT_RUNNING);
+}
+
+const char* CZNMQueueMgr::GetDirectoryName()
+{
+    CZNMTrace trace(FN_QUEUE_MGR_GET_DIRECTORY_NAME);
+    const bool fFound = trace.Return(Refresh()) == 1;
+    return fFound ? m_pDetails->szDirectory : nullptr;
+}
+
+const char* CZNMQueueMgr::GetDataDirectory()
+{
+    CZNMTrace trace(FN_QUEUE_MGR_GET_DATA_DIRECTORY);
+    const bool fFound = trace.Return(Refresh()) == 1;
+    return fFound ? m_pDetails->szDataDirectory : nullptr;
+}
+
+int32_t CZNMQueueMgr::Stop(int16_t nStopType)
+{
+    CZNMTrace trace(FN_QUEUE_MGR_STOP);
+    trace.Parms("CZNMQueueMgr::Stop()(nStopType = %d)", nStopType);
+    if (Refresh() != 1)
+    {
+        trace.Text("Queue Manager not available!");
+        return trace.Return(-1);
+    }
+    if (IsRunning() != 1)
+    {
+        trace.Text("Queue Manager not running!");
+        return trace.Return(0);
+    }
+    if (!m_pDetails || !m_pInstallation) // it vanished while it was asked
+        return trace.Return(-1);
+
+    char szProgram[XCS_PATH_SIZE + sizeof "\\bin64\\endznm.exe"];
+    if (!Fits(std::snprintf(szProgram, sizeof szProgram, "%s\\bin64\\%s", m_pInstallation->szPath,
+                            "endznm.exe"),
+              sizeof szProgram))
+        return trace.Return(-1);
+
+    // Zero-separated words, with an empty one at the end: program, option, queue manager.
+    char szArguments[sizeof szProgram + sizeof m_pDetails->szName + 8];
+    if (!Fits(std::snprintf(szArguments, sizeof szArguments, "%s%c%s%c%s%c%c", szProgram, 0,
+                            StopOption(nStopType), 0, m_pDetails->szName, 0, 0),
+              sizeof szArguments))
+        return trace.Return(-1);
+
+    constexpr int32_t CALLER_COMPONENT = 31;
+    constexpr int32_t WAIT_FOR_END = 1;
+    constexpr int32_t HANDLE_OPTION = 2;
+    constexpr int32_t START_OPTIONS = 34;
+    int32_t nExitCode = 0;
+    const int32_t nResult =
+        xcsExecProgramHandle(CALLER_COMPONENT, szProgram, WAIT_FOR_END, szArguments, nullptr, HANDLE_OPTION,
+                             START_OPTIONS, nullptr, nullptr, nullptr, &nExitCode, nullptr);
+    return trace.Return(nResult != 0 ? -1 : nExitCode);
+}

@@ -1,0 +1,42 @@
+// Writes console messages. Adds nothing to a text: no prefix, no number, no time.
+#include "tovmutln.h"
+
+#include <cstdio>
+
+#include "afxwin.h"
+#include "tovmsrid.h"
+#include "tovmtrce.h"
+#include "tovxcs2.h"
+
+ZNM_SOURCE_ID(ZNM_CLUSTER_LIBRARY("tovmutln"));
+
+void CZNMUtil::ZNMessageConsole(int32_t eMsgType, uint32_t nMessageID)
+{
+    const CZNMTrace trace(FN_MESSAGE_CONSOLE_BY_ID);
+    trace.Parms("CZNMUtil::ZNMessageConsole() (eMsgType = %d, nMessageID = %u)", eMsgType, nMessageID);
+    CString strMessage;
+    // A missing message is shown as an empty line.
+    strMessage.LoadString(AfxFindStringResourceHandle(nMessageID), nMessageID);
+    ZNMessageConsole(eMsgType, static_cast<const wchar_t*>(strMessage));
+}
+
+void CZNMUtil::ZNMessageConsole(int32_t eMsgType, const wchar_t* pszMessage)
+{
+    const CZNMTrace trace(FN_MESSAGE_CONSOLE_BY_TEXT);
+    constexpr int MAX_MESSAGE = 2048;
+    // A failure is not examined: the user gets what was converted, which the byte beyond the limit
+    // terminates.
+    char mbcsMsg[MAX_MESSAGE + 1] = {};
+    WideCharToMultiByte(CP_OEMCP, 0, pszMessage, -1, mbcsMsg, MAX_MESSAGE, nullptr, nullptr);
+    trace.Parms("CZNMUtil::ZNMessageConsole() (eMsgType = %d, mbcsMsg = %s)", eMsgType,
+                static_cast<const char*>(mbcsMsg));
+
+    FILE* const pStream = eMsgType == ZNM_MESSAGE_STDOUT ? stdout : stderr;
+    if (eMsgType == ZNM_MESSAGE_STDOUT || eMsgType == ZNM_MESSAGE_STDERR)
+        std::fputs(mbcsMsg, pStream);
+    else // callers rely on a pointer value here: a wide literal sent to a narrow stream
+        std::fprintf(pStream, "%016llX",
+                     static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(L"???")));
+    std::fputc('\n', pStream);
+    std::fflush(pStream); // a closed stream has nobody to be told
+}
