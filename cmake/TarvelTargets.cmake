@@ -11,7 +11,5 @@ target_compile_options(tarvel_options INTERFACE
   "-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.">)
 # Static runtime, every hardening flag the format has, and no time stamp: two builds of one commit are the same bytes.
 target_link_options(tarvel_options INTERFACE
-  -static -Wl,--gc-sections -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat -Wl,--no-insert-timestamp)
+  -static -fstack-protector-strong -Wl,--gc-sections -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat -Wl,--no-insert-timestamp)
 
-# Marks a target's resource script as depending on the files it includes, and gives it the version to show.
-string(REPLACE "." "," TARVEL_VERSION_NUMBERS "${PROJECT_VERSION}.0")

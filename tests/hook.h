@@ -2,8 +2,8 @@
 //
 //     ImportHook<decltype(GetTempPathW)> hook("GetTempPathW", [&](DWORD n, LPWSTR p) { return 0; });
 //
-// Calls from the code under test, which is linked into the test program, then reach the lambda; hook.Real() is the
-// function itself. Calls made inside a DLL are not caught.
+// Calls from the code under test, which is linked into the test program, then reach the lambda; hook.Real()
+// is the function itself. Calls made inside a DLL are not caught.
 #pragma once
 
 #include <windows.h>
@@ -22,7 +22,8 @@ inline void** FindImportSlot(const char* pszFunction, HMODULE hModule = nullptr)
     auto* pDos = reinterpret_cast<IMAGE_DOS_HEADER*>(pBase);
     auto* pNt = reinterpret_cast<IMAGE_NT_HEADERS64*>(at(pDos->e_lfanew));
     const auto& directory = pNt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-    for (auto* p = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(at(directory.VirtualAddress)); p->Name != 0; ++p)
+    for (auto* p = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(at(directory.VirtualAddress)); p->Name != 0;
+         ++p)
     {
         auto* pName = reinterpret_cast<IMAGE_THUNK_DATA64*>(at(p->OriginalFirstThunk));
         auto* pSlot = reinterpret_cast<IMAGE_THUNK_DATA64*>(at(p->FirstThunk));
@@ -47,11 +48,13 @@ inline void WriteImportSlot(void** ppSlot, void* pFunction)
 }
 
 // Tag makes every hook object its own type, with its own trampoline: two hooks of one signature do not meet.
-template <class Signature, class Tag = decltype([] {})> class ImportHook;
+template <class Signature, class Tag = decltype([] {})>
+class ImportHook;
 
-template <class Result, class... Args, class Tag> class ImportHook<Result(Args...), Tag>
+template <class Result, class... Args, class Tag>
+class ImportHook<Result(Args...), Tag>
 {
-public:
+  public:
     ImportHook(const char* pszFunction, std::function<Result(Args...)> replacement)
         : m_ppSlot(FindImportSlot(pszFunction))
     {
@@ -67,7 +70,7 @@ public:
 
     Result Real(Args... args) const { return reinterpret_cast<Result (*)(Args...)>(m_pReal)(args...); }
 
-private:
+  private:
     static Result Trampoline(Args... args) { return s_replacement(args...); }
 
     static inline std::function<Result(Args...)> s_replacement;

@@ -1,0 +1,108 @@
+#include "capture.h"
+#include "tovmtrce.h"
+
+using testing::ElementsAre;
+
+namespace
+{
+void TracedFunction(ZNM_FUNCTION nFunction, int nReturnCode)
+{
+    CZNMTrace trace(nFunction);
+    trace.Return(nReturnCode);
+}
+} // namespace
+
+TEST(Trace, WithoutAreaNothingIsHandedOver)
+{
+    Capture capture;
+    TlsSetValue(xihTLSIndex, nullptr);
+    CZNMTrace trace(FN_TMAIN);
+    trace.Parms("%d", 1);
+    trace.Text("text");
+    trace.Leave(0);
+    EXPECT_TRUE(capture.lines.empty());
+    EXPECT_EQ(capture.area.nHistory, 0u);
+}
+
+TEST(Trace, EntryAndExitFillTheAreaEvenWhileInactive)
+{
+    Capture capture;
+    capture.area.fTraceActive = 0;
+    {
+        const CZNMTrace outer(FN_MESSAGE_CONSOLE_BY_ID);
+        TracedFunction(FN_QUEUE_MGR_IS_RUNNING, 1);
+        TracedFunction(FN_QUEUE_MGR_GET_STATE, -1);
+        EXPECT_EQ(capture.area.nDepth, 1u);
+        EXPECT_EQ(capture.area.aCallStack[0], 0xF000A850u);
+    }
+    EXPECT_EQ(capture.area.nDepth, 0u);
+    EXPECT_EQ(capture.area.nHistory, 6u);
+    EXPECT_THAT(std::vector(capture.area.aHistory, capture.area.aHistory + 6),
+                ElementsAre(0xF000A850, 0xF000A837, 0x1A837, 0xF000A83A, 0xFFFFA83A, 0xA850));
+    EXPECT_TRUE(capture.lines.empty());
+}
+
+TEST(Trace, CountersStayWithinTheArrays)
+{
+    Capture capture;
+    CZNMTrace::RecordExit(FN_TMAIN, 71); // the exit without an entry
+    EXPECT_EQ(capture.area.nDepth, 0u);
+
+    capture.area.nHistory = UINT32_MAX;
+    capture.area.nDepth = XTR_CALL_STACK_SIZE;
+    {
+        const CZNMTrace trace(FN_DELETE_ZN_FILES);
+        EXPECT_EQ(capture.area.nDepth, XTR_CALL_STACK_SIZE + 1);
+    }
+    EXPECT_EQ(capture.area.nDepth, XTR_CALL_STACK_SIZE);
+    EXPECT_EQ(capture.area.aHistory[XTR_HISTORY_SIZE - 1], 0xF000A8B0);
+    EXPECT_EQ(capture.area.aHistory[0], 0xA8B0u);
+}
+
+TEST(Trace, LinesAreHandedOverOnlyWhenWanted)
+{
+    struct
+    {
+        XIH_PROCESS process;
+        uint32_t fDetailed, nOptions;
+        bool fParms, fText;
+    } const cases[] = {
+        {{1, 1, 0}, 1, 0x000C8000, true, true},
+        {{0, 1, 1}, 1, 0x000C8000, false, false},
+        {{1, 0, 0}, 1, 0x000C8000, false, false},
+        {{1, -1, 0}, 1, 0x000C8000, false, false},
+        {{1, 0, 1}, 0, 0, true, true},
+        {{1, 1, 0}, 0, 0x000C8000, false, false},
+        {{1, 1, 0}, 1, 0x00040000, true, false},
+        {{1, 1, 0}, 1, 0x00080000, true, false},
+        {{1, 1, 0}, 1, 0x00008000, false, true},
+        {{1, 1, 0}, 1, ~0x000C8000u, false, false},
+    };
+    for (const auto& c : cases)
+    {
+        Capture capture;
+        xihProcess = c.process;
+        capture.area.fDetailed = c.fDetailed;
+        capture.area.nOptions = c.nOptions;
+        const CZNMTrace trace(FN_SET_DATA_DEST);
+        trace.Parms("dest %S", CString(L"E:\\x"));
+        trace.Text("text");
+        EXPECT_EQ(capture.Has("# 177 dest E:\\x"), c.fParms) << &c - cases;
+        EXPECT_EQ(capture.Has("- 177 text"), c.fText) << &c - cases;
+        EXPECT_EQ(capture.area.nCurrentFunction, c.fParms ? (177u << 16) + 42 : 0u) << &c - cases;
+    }
+}
+
+TEST(Trace, OffCostsOneSlotReadEachWay)
+{
+    Capture capture;
+    capture.area.fTraceActive = 0;
+    xihProcess = {};
+    int nReads = 0;
+    ImportHook<decltype(TlsGetValue)> hook("TlsGetValue",
+                                           [&](DWORD) -> void* { return ++nReads, &capture.area; });
+    CZNMTrace trace(FN_SET_DATA_DEST);
+    trace.Parms("never formatted %s", "");
+    trace.Leave(0);
+    EXPECT_EQ(nReads, 2);
+}
