@@ -1,0 +1,70 @@
+// Looks queue managers up. Must not report a directory that is not exactly the queue manager's own.
+#include "qmdetails.h"
+
+#include <new>
+#include <string_view>
+
+#include "config.h"
+#include "returncodes.h"
+
+namespace
+{
+// One component of a path, and the same one for the system: it would drop a dot or blank from the end.
+bool IsDirectoryName(std::string_view strName)
+{
+    if (strName.empty() || strName.back() == '.' || strName.back() == ' ')
+        return false;
+    for (const char ch : strName)
+        if (static_cast<unsigned char>(ch) < ' ')
+            return false;
+    return strName.find_first_of("\\/:?*<>|\"") == std::string_view::npos;
+}
+} // namespace
+
+int32_t FindQueueManager(const char* pszName, XCS_QM_DETAILS& details)
+{
+    if (pszName == nullptr || *pszName == '\0')
+        return XCS_RC_PARAMETER;
+    const auto file = ConfigFile::OpenProduct();
+    if (!file)
+        return XCS_RC_SYSTEM;
+    const IniSelector selector = {"QueueManager", "Name", pszName};
+    std::optional<std::string> strPrefix = file->Read(selector, "Prefix");
+    const auto strDirectory = file->Read(selector, "Directory");
+    if (!file->Read(selector, "Name"))
+        return XCS_RC_NOT_FOUND;
+    if (!strPrefix || !strDirectory || !IsAbsolutePath(*strPrefix) || !IsDirectoryName(*strDirectory))
+        return XCS_RC_BAD_CONFIGURATION;
+    if (strPrefix->back() == '\\') // "E:\" and "E:" are the same prefix
+        strPrefix->pop_back();
+
+    details = {};
+    if (file->Read(selector, "MultiInstance") == "Yes")
+        details.fFlags |= XCS_QM_MULTI_INSTANCE;
+    const bool fFits =
+        CopyToField(details.szName, pszName) && CopyToField(details.szDirectory, *strDirectory) &&
+        CopyToField(details.szDataDirectory, *strPrefix + "\\qmgrs\\" + *strDirectory) &&
+        CopyToField(details.szInstallationName, file->Read(selector, "InstallationName").value_or("")) &&
+        CopyToField(details.szSubpool, pszName);
+    return fFits ? XCS_RC_OK : XCS_RC_BAD_CONFIGURATION;
+}
+
+int32_t xcsGetQMDetails(const char* pszQMName, XCS_SCRATCH*, XCS_QM_DETAILS** ppDetails)
+{
+    if (ppDetails == nullptr)
+        return XCS_RC_PARAMETER;
+    *ppDetails = nullptr;
+    XCS_QM_DETAILS details = {};
+    if (const int32_t nResult = FindQueueManager(pszQMName, details))
+        return nResult;
+    void* const pRecord = ::operator new(sizeof details, std::nothrow);
+    if (pRecord == nullptr)
+        return XCS_RC_NO_MEMORY;
+    *ppDetails = new (pRecord) XCS_QM_DETAILS(details);
+    return XCS_RC_OK;
+}
+
+void xcsFreeMemFn(void*, int32_t, void*, void* pRecord)
+{
+    ::operator delete(pRecord); // as both kinds of record are allocated
+}

@@ -1,0 +1,102 @@
+// Makes files for the trace and for failure records. Must not overwrite anything, nor write outside the work
+// path: the files hold what users typed, and the writer may have more rights than who laid a trap for it.
+#include "recordfile.h"
+
+#include "text.h"
+#include "workpath.h"
+
+namespace
+{
+std::wstring DirectoryPath(const wchar_t* pszDirectory)
+{
+    const std::wstring strWorkPath = WorkPath();
+    return strWorkPath.empty() ? L"" : strWorkPath + L"\\" + pszDirectory;
+}
+
+// Holds the directory, so that nobody can put another in its place meanwhile. Null when it is none, or a
+// reparse point.
+FileHandle OpenDirectory(const std::wstring& strPath)
+{
+    FileHandle directory(CreateFileW(strPath.c_str(), FILE_READ_ATTRIBUTES,
+                                     FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                     FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    BY_HANDLE_FILE_INFORMATION information = {};
+    if (!directory || !GetFileInformationByHandle(directory.Get(), &information) ||
+        !(information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) ||
+        (information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT))
+        return FileHandle();
+    return directory;
+}
+} // namespace
+
+FileHandle CreateRecordFile(const wchar_t* pszDirectory, const wchar_t* pszExtension)
+{
+    const std::wstring strPath = DirectoryPath(pszDirectory);
+    if (strPath.empty())
+        return FileHandle();
+    CreateDirectoryW(strPath.c_str(), nullptr); // it exists nearly always; the next step finds out
+    const FileHandle directory = OpenDirectory(strPath);
+    if (!directory)
+        return FileHandle();
+    // A process number comes again: its earlier bearer's files are passed over.
+    constexpr int MAX_FILES_OF_PROCESS = 10'000;
+    static int s_nNext = 0;
+    for (; s_nNext < MAX_FILES_OF_PROCESS; ++s_nNext)
+    {
+        const std::wstring strFile = strPath + L"\\ZN" + std::to_wstring(GetCurrentProcessId()) + L"." +
+                                     std::to_wstring(s_nNext) + pszExtension;
+        FileHandle file(CreateFileW(strFile.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr));
+        const DWORD nError = GetLastError();
+        if (file)
+        {
+            ++s_nNext;
+            return file;
+        }
+        if (nError != ERROR_FILE_EXISTS)
+            return FileHandle();
+    }
+    return FileHandle();
+}
+
+void RemoveOldestRecord(const wchar_t* pszDirectory, const wchar_t* pszExtension, unsigned nMaximum)
+{
+    const std::wstring strPath = DirectoryPath(pszDirectory);
+    const FileHandle directory = OpenDirectory(strPath);
+    if (!directory)
+        return;
+    WIN32_FIND_DATAW data = {};
+    const FindHandle find(FindFirstFileW((strPath + L"\\ZN*" + pszExtension).c_str(), &data));
+    if (!find)
+        return;
+    unsigned nFiles = 0;
+    FILETIME oldest = {};
+    std::wstring strOldest;
+    do
+    {
+        if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
+            continue;
+        ++nFiles;
+        if (strOldest.empty() || CompareFileTime(&data.ftLastWriteTime, &oldest) < 0)
+        {
+            oldest = data.ftLastWriteTime;
+            strOldest = data.cFileName;
+        }
+    } while (FindNextFileW(find.Get(), &data));
+    if (nFiles >= nMaximum)
+        DeleteFileW((strPath + L"\\" + strOldest).c_str()); // if it stays, there is one too many, no more
+}
+
+void WriteRecord(const FileHandle& file, const std::string& strText)
+{
+    DWORD nWritten = 0;
+    WriteFile(file.Get(), strText.data(), static_cast<DWORD>(strText.size()), &nWritten, nullptr);
+}
+
+std::string UtcNow()
+{
+    SYSTEMTIME now = {};
+    GetSystemTime(&now);
+    return Format("%04u-%02u-%02u %02u:%02u:%02u.%03uZ", now.wYear, now.wMonth, now.wDay, now.wHour,
+                  now.wMinute, now.wSecond, now.wMilliseconds);
+}

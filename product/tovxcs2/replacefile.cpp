@@ -1,0 +1,190 @@
+// Replaces a file by way of a new one beside it. Must never leave the old file changed in part, nor let
+// anybody read the new one who could not read the old one, not even for a moment.
+#include "replacefile.h"
+
+#include <aclapi.h>
+#include <ntsecapi.h>
+
+#include <algorithm>
+
+#include "owner.h"
+#include "text.h"
+
+namespace
+{
+constexpr LONGLONG MAX_FILE_SIZE = 256LL << 20;
+constexpr DWORD LOCK_TIMEOUT_MS = 30'000;
+
+// Two programs that change one file at the same time would lose one of the changes.
+class WriterLock
+{
+  public:
+    WriterLock() : m_mutex(CreateMutexW(nullptr, FALSE, L"Global\\ZN.Configuration"))
+    {
+        const DWORD nError = GetLastError();
+        if (!m_mutex)
+        {
+            m_nError = nError;
+            return;
+        }
+        const DWORD nWait = WaitForSingleObject(m_mutex.Get(), LOCK_TIMEOUT_MS);
+        m_fHeld = nWait == WAIT_OBJECT_0 || nWait == WAIT_ABANDONED; // a writer that died left the file whole
+        m_nError = m_fHeld ? ERROR_SUCCESS : ERROR_LOCK_VIOLATION;
+    }
+    ~WriterLock()
+    {
+        if (m_fHeld)
+            ReleaseMutex(m_mutex.Get()); // cannot fail: this thread holds it
+    }
+    WriterLock(const WriterLock&) = delete;
+    WriterLock& operator=(const WriterLock&) = delete;
+
+    DWORD Error() const { return m_nError; }
+
+  private:
+    KernelHandle m_mutex;
+    bool m_fHeld = false;
+    DWORD m_nError = ERROR_SUCCESS;
+};
+
+// A new file beside another one. It disappears with this object unless it has taken the other one's place.
+class NewFile
+{
+  public:
+    ~NewFile()
+    {
+        m_file.Close();
+        if (!m_strPath.empty())
+            DeleteFileW(m_strPath.c_str()); // the first failure is the one that is reported
+    }
+    NewFile() = default;
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+
+    // Nobody can put something in the way of a name that nobody can guess, and nothing that exists is opened.
+    // The file is born with the old one's access list, closed to what the directory would add to it; the same
+    // list is then set as it stood, inherited entries and all.
+    DWORD Create(const std::wstring& strBeside, DWORD nAttributes)
+    {
+        PSECURITY_DESCRIPTOR pDescriptor = nullptr;
+        const DWORD nResult =
+            GetNamedSecurityInfoW(strBeside.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                                  nullptr, nullptr, nullptr, &pDescriptor);
+        const LocalBlock owner(pDescriptor);
+        if (nResult != ERROR_SUCCESS)
+            return nResult;
+        SECURITY_DESCRIPTOR_CONTROL fControl = 0;
+        DWORD nRevision = 0;
+        if (!GetSecurityDescriptorControl(pDescriptor, &fControl, &nRevision) ||
+            !SetSecurityDescriptorControl(pDescriptor, SE_DACL_PROTECTED, SE_DACL_PROTECTED))
+            return GetLastError();
+
+        uint64_t nRandom = 0;
+        if (!RtlGenRandom(&nRandom, sizeof nRandom))
+            return ERROR_GEN_FAILURE;
+        wchar_t szName[32];
+        wsprintfW(szName, L"ZN%08X%08X.tmp", static_cast<unsigned>(nRandom >> 32),
+                  static_cast<unsigned>(nRandom));
+        const std::wstring strPath = strBeside.substr(0, strBeside.find_last_of(L"\\/") + 1) + szName;
+
+        SECURITY_ATTRIBUTES attributes = {sizeof attributes, pDescriptor, FALSE};
+        FileHandle file(CreateFileW(strPath.c_str(), GENERIC_WRITE | WRITE_DAC, 0, &attributes, CREATE_NEW,
+                                    nAttributes, nullptr));
+        const DWORD nError = GetLastError();
+        if (!file)
+            return nError;
+        m_file = std::move(file);
+        m_strPath = strPath;
+        if (!SetSecurityDescriptorControl(pDescriptor, SE_DACL_PROTECTED, fControl & SE_DACL_PROTECTED) ||
+            !SetKernelObjectSecurity(m_file.Get(), DACL_SECURITY_INFORMATION, pDescriptor))
+            return GetLastError();
+        return ERROR_SUCCESS;
+    }
+
+    DWORD Write(std::string_view content)
+    {
+        while (!content.empty())
+        {
+            const DWORD nPart = static_cast<DWORD>(std::min<size_t>(content.size(), 1u << 20));
+            DWORD nWritten = 0;
+            if (!WriteFile(m_file.Get(), content.data(), nPart, &nWritten, nullptr))
+                return GetLastError();
+            if (nWritten == 0)
+                return ERROR_WRITE_FAULT;
+            content.remove_prefix(nWritten);
+        }
+        return FlushFileBuffers(m_file.Get()) ? ERROR_SUCCESS : GetLastError();
+    }
+
+    // A rename within one directory is one step; ReplaceFileW is several, and can stop between them.
+    DWORD TakePlaceOf(const std::wstring& strOther)
+    {
+        m_file.Close();
+        if (!MoveFileExW(m_strPath.c_str(), strOther.c_str(),
+                         MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+            return GetLastError();
+        m_strPath.clear();
+        return ERROR_SUCCESS;
+    }
+
+  private:
+    FileHandle m_file;
+    std::wstring m_strPath;
+};
+} // namespace
+
+DWORD ReadWholeFile(const std::wstring& strPath, std::string& strContent)
+{
+    const FileHandle file(CreateFileW(strPath.c_str(), GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                      OPEN_EXISTING, 0, nullptr));
+    const DWORD nError = GetLastError();
+    if (!file)
+        return nError;
+    LARGE_INTEGER nSize = {};
+    if (!GetFileSizeEx(file.Get(), &nSize))
+        return GetLastError();
+    if (nSize.QuadPart > MAX_FILE_SIZE)
+        return ERROR_FILE_TOO_LARGE;
+    std::string strRead(static_cast<size_t>(nSize.QuadPart), '\0');
+    for (size_t nOffset = 0; nOffset < strRead.size();)
+    {
+        DWORD nRead = 0;
+        if (!ReadFile(file.Get(), &strRead[nOffset], static_cast<DWORD>(strRead.size() - nOffset), &nRead,
+                      nullptr))
+            return GetLastError();
+        if (nRead == 0) // the file shrank meanwhile: half of it is not its content
+            return ERROR_HANDLE_EOF;
+        nOffset += nRead;
+    }
+    strContent = std::move(strRead);
+    return ERROR_SUCCESS;
+}
+
+DWORD ReplaceFileContent(const std::wstring& strPath, const ContentChange& change)
+{
+    const WriterLock lock;
+    if (lock.Error() != ERROR_SUCCESS)
+        return lock.Error();
+    std::string strOld;
+    if (const DWORD nError = ReadWholeFile(strPath, strOld))
+        return nError;
+    const std::optional<std::string> strNew = change(std::move(strOld));
+    if (!strNew)
+        return ERROR_INVALID_DATA;
+    const DWORD nAttributes = GetFileAttributesW(strPath.c_str());
+    const DWORD nError = GetLastError();
+    if (nAttributes == INVALID_FILE_ATTRIBUTES)
+        return nError;
+    if (nAttributes & FILE_ATTRIBUTE_READONLY)
+        return ERROR_ACCESS_DENIED;
+
+    NewFile file;
+    const DWORD fKept = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE;
+    DWORD nResult = file.Create(strPath, nAttributes & fKept);
+    if (nResult == ERROR_SUCCESS)
+        nResult = file.Write(*strNew);
+    if (nResult == ERROR_SUCCESS)
+        nResult = file.TakePlaceOf(strPath);
+    return nResult;
+}

@@ -1,0 +1,58 @@
+// Names, secures and tests the kernel objects of a running queue manager. Must not take one for stopped that
+// may run.
+#include "runobjects.h"
+
+#include <sddl.h>
+
+#include "znmgroup.h"
+
+std::optional<RunObjectNames> RunObjectNames::Make(std::wstring_view strSubpool,
+                                                   std::wstring_view strDirectory,
+                                                   std::wstring_view strInstallation)
+{
+    constexpr size_t MAX_PART = 128; // three of them leave room below the system's 260
+    constexpr size_t MAX_NAME = 240;
+    std::wstring strBase = L"Global\\ZN";
+    for (const std::wstring_view strPart : {strSubpool, strDirectory, strInstallation})
+    {
+        if (strPart.size() > MAX_PART || strPart.find(L'\\') != std::wstring_view::npos)
+            return std::nullopt;
+        strBase.append(L".").append(strPart);
+    }
+    if (strBase.size() > MAX_NAME)
+        return std::nullopt;
+    return RunObjectNames{strBase + L".Running", strBase + L".End", strBase + L".Refused"};
+}
+
+RunObjectSecurity::RunObjectSecurity()
+{
+    std::wstring strText = L"D:(A;;GA;;;SY)(A;;GA;;;BA)";
+    if (auto sid = ZnmGroupSid(); !sid.empty())
+    {
+        wchar_t* pszSid = nullptr;
+        const BOOL fConverted = ConvertSidToStringSidW(sid.data(), &pszSid);
+        const LocalBlock owner(pszSid);
+        if (fConverted)
+            strText.append(L"(A;;GA;;;").append(pszSid).append(L")");
+    }
+    PSECURITY_DESCRIPTOR pDescriptor = nullptr;
+    // Without a descriptor the default of the creator's token applies, which is narrower, not wider.
+    if (ConvertStringSecurityDescriptorToSecurityDescriptorW(strText.c_str(), SDDL_REVISION_1, &pDescriptor,
+                                                             nullptr))
+        m_descriptor.reset(pDescriptor);
+    m_attributes = {sizeof m_attributes, pDescriptor, FALSE};
+}
+
+bool IsRunning(const RunObjectNames& names)
+{
+    const KernelHandle mutex(OpenMutexW(SYNCHRONIZE, FALSE, names.strRunning.c_str()));
+    const DWORD nError = GetLastError();
+    if (!mutex)
+        return nError != ERROR_FILE_NOT_FOUND;
+    // Somebody's handle may keep the object alive after its owner died: only who owns the mutex runs.
+    const DWORD nWait = WaitForSingleObject(mutex.Get(), 0);
+    if (nWait != WAIT_OBJECT_0 && nWait != WAIT_ABANDONED)
+        return true;
+    ReleaseMutex(mutex.Get()); // cannot fail: this thread has just acquired it
+    return false;
+}

@@ -1,0 +1,152 @@
+// Converts texts between code pages. Must not change or drop a character silently where the result names a
+// file.
+#include "text.h"
+
+#include <windows.h>
+
+#include <climits>
+#include <cstdarg>
+#include <cstdio>
+
+#include "owner.h"
+
+namespace
+{
+std::optional<std::wstring> Decode(std::string_view text, UINT nCodePage, DWORD fFlags)
+{
+    if (text.empty())
+        return std::wstring();
+    if (text.size() > INT_MAX)
+        return std::nullopt;
+    const int nSize = static_cast<int>(text.size());
+    const int nLength = MultiByteToWideChar(nCodePage, fFlags, text.data(), nSize, nullptr, 0);
+    if (nLength <= 0)
+        return std::nullopt;
+    std::wstring strResult(static_cast<size_t>(nLength), L'\0');
+    MultiByteToWideChar(nCodePage, fFlags, text.data(), nSize, strResult.data(), nLength);
+    return strResult;
+}
+
+std::optional<std::string> Encode(std::wstring_view text, UINT nCodePage)
+{
+    if (text.empty())
+        return std::string();
+    if (text.size() > INT_MAX)
+        return std::nullopt;
+    // UTF-8 takes neither the flag nor the lost-character indicator of the other code pages.
+    const bool fUtf8 = nCodePage == CP_UTF8;
+    BOOL fLost = FALSE;
+    const DWORD fFlags = fUtf8 ? WC_ERR_INVALID_CHARS : WC_NO_BEST_FIT_CHARS;
+    const int nSize = static_cast<int>(text.size());
+    const int nLength = WideCharToMultiByte(nCodePage, fFlags, text.data(), nSize, nullptr, 0, nullptr,
+                                            fUtf8 ? nullptr : &fLost);
+    if (nLength <= 0 || fLost)
+        return std::nullopt;
+    std::string strResult(static_cast<size_t>(nLength), '\0');
+    WideCharToMultiByte(nCodePage, fFlags, text.data(), nSize, strResult.data(), nLength, nullptr, nullptr);
+    return strResult;
+}
+
+void AppendUtf8(std::string& strResult, unsigned nChar)
+{
+    auto put = [&strResult](unsigned n) { strResult += static_cast<char>(static_cast<unsigned char>(n)); };
+    if (nChar < 0x80)
+        return put(nChar);
+    if (nChar < 0x800)
+        put(0xC0 | (nChar >> 6));
+    else
+    {
+        if (nChar < 0x10000)
+            put(0xE0 | (nChar >> 12));
+        else
+        {
+            put(0xF0 | (nChar >> 18));
+            put(0x80 | ((nChar >> 12) & 0x3F));
+        }
+        put(0x80 | ((nChar >> 6) & 0x3F));
+    }
+    put(0x80 | (nChar & 0x3F));
+}
+} // namespace
+
+std::optional<std::wstring> Widen(std::string_view text)
+{
+    return Decode(text, CP_THREAD_ACP, MB_ERR_INVALID_CHARS);
+}
+
+std::optional<std::string> Narrow(std::wstring_view text)
+{
+    return Encode(text, CP_THREAD_ACP);
+}
+
+std::optional<std::string> Recode(std::string_view text, unsigned nFrom, unsigned nTo)
+{
+    if (nFrom == nTo)
+        return std::string(text);
+    const std::optional<std::wstring> strWide = Decode(text, nFrom, MB_ERR_INVALID_CHARS);
+    return strWide ? Encode(*strWide, nTo) : std::nullopt;
+}
+
+std::wstring WidenForDisplay(std::string_view text)
+{
+    return Decode(text, CP_THREAD_ACP, 0).value_or(L"(unreadable text)");
+}
+
+std::string ToUtf8Line(std::wstring_view text)
+{
+    std::string strResult;
+    strResult.reserve(text.size());
+    for (size_t i = 0; i < text.size(); ++i)
+    {
+        const unsigned nChar = text[i];
+        const bool fHigh = (nChar & 0xFC00) == 0xD800;
+        if (fHigh && i + 1 < text.size() && (text[i + 1] & 0xFC00) == 0xDC00)
+            AppendUtf8(strResult, 0x10000 + ((nChar & 0x3FF) << 10) + (text[++i] & 0x3FFu));
+        else if ((nChar & 0xF800) == 0xD800)
+            strResult += Format("\\u%04X", nChar);
+        else if (nChar == L'\n' || nChar == L'\r' || nChar == L'\t')
+            strResult += nChar == L'\n' ? "\\n" : nChar == L'\r' ? "\\r" : "\\t";
+        else if (nChar < 0x20 || nChar == 0x7F)
+            strResult += Format("\\x%02X", nChar);
+        else
+            AppendUtf8(strResult, nChar);
+    }
+    return strResult;
+}
+
+std::string Format(const char* pszFormat, ...)
+{
+    va_list args;
+    va_start(args, pszFormat);
+    char szBuffer[512];
+    va_list again;
+    va_copy(again, args);
+    const int nLength = __mingw_vsnprintf(szBuffer, sizeof szBuffer, pszFormat, args);
+    va_end(args);
+    std::string strResult;
+    if (nLength >= 0 && static_cast<size_t>(nLength) < sizeof szBuffer)
+        strResult.assign(szBuffer, static_cast<size_t>(nLength));
+    else if (nLength >= 0)
+    {
+        strResult.resize(static_cast<size_t>(nLength));
+        __mingw_vsnprintf(strResult.data(), strResult.size() + 1, pszFormat, again);
+    }
+    va_end(again);
+    return strResult;
+}
+
+std::wstring ErrorText(unsigned long nError)
+{
+    wchar_t* pszText = nullptr;
+    const DWORD nLength =
+        FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
+                           FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK,
+                       nullptr, nError, 0, reinterpret_cast<wchar_t*>(&pszText), 0, nullptr);
+    const LocalBlock owner(pszText);
+    std::wstring strResult = L"error " + std::to_wstring(nError);
+    if (nLength > 0)
+        strResult += L": " + std::wstring(pszText, nLength);
+    while (!strResult.empty() && strResult.back() == L' ')
+        strResult.pop_back();
+    return strResult;
+}

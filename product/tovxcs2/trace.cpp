@@ -1,0 +1,207 @@
+// Writes the function trace: a file for each process, a line for each record, a call tree by indentation.
+// Must not fail or stop the program that it watches. Every record is handed to the system at once, so that a
+// program that is killed leaves its whole story.
+#include "trace.h"
+
+#include <windows.h>
+
+#include <cstdarg>
+#include <new>
+
+#include "funcnames.h"
+#include "owner.h"
+#include "recordfile.h"
+#include "returncodes.h"
+#include "text.h"
+#include "traceformat.h"
+#include "tovxcs2.h"
+
+uint32_t xihTLSIndex = TlsAlloc(); // lives as long as the library
+XIH_PROCESS xihProcess = {};
+
+namespace
+{
+constexpr uint32_t MAX_INDENT = 64; // deeper levels are told by their number
+
+struct TraceFile
+{
+    SRWLOCK lock = SRWLOCK_INIT;
+    FileHandle file;
+    int64_t nStart = 0;     // performance counter
+    int64_t nFrequency = 1; // counts a second
+};
+TraceFile s_trace;
+
+class TraceLock
+{
+  public:
+    TraceLock() { AcquireSRWLockExclusive(&s_trace.lock); }
+    ~TraceLock() { ReleaseSRWLockExclusive(&s_trace.lock); }
+    TraceLock(const TraceLock&) = delete;
+    TraceLock& operator=(const TraceLock&) = delete;
+};
+
+int64_t Now()
+{
+    LARGE_INTEGER n = {};
+    QueryPerformanceCounter(&n);
+    return n.QuadPart;
+}
+
+double Seconds(int64_t nCounts)
+{
+    return static_cast<double>(nCounts) / static_cast<double>(s_trace.nFrequency);
+}
+
+// The record's line: time since the start, indentation, text.
+void WriteLine(uint32_t nDepth, const std::string& strText)
+{
+    const TraceLock lock;
+    if (!s_trace.file)
+        return;
+    std::string strLine = Format("%12.6f  ", Seconds(Now() - s_trace.nStart));
+    for (uint32_t i = 0; i < nDepth && i < MAX_INDENT; ++i)
+        strLine += "|  ";
+    if (nDepth > MAX_INDENT)
+        strLine += Format("(depth %u) ", nDepth);
+    WriteRecord(s_trace.file, strLine + strText + "\r\n");
+}
+
+// Where the trace must not fail its caller it may lose a record: only memory can be short here.
+template <class Body>
+void WithoutFailing(Body body) noexcept
+{
+    try
+    {
+        const DWORD nError = GetLastError();
+        body();
+        SetLastError(nError); // of the traced program, which has yet to read it
+    }
+    catch (...)
+    {
+    }
+}
+
+bool WantsTrace(bool& fDetail)
+{
+    wchar_t szValue[16] = {};
+    const DWORD nLength = GetEnvironmentVariableW(L"ZN_TRACE", szValue, ARRAYSIZE(szValue));
+    const std::wstring_view strValue(szValue, nLength < ARRAYSIZE(szValue) ? nLength : 0);
+    fDetail = strValue == L"detail";
+    return fDetail || strValue == L"flow";
+}
+} // namespace
+
+ThreadState* CurrentThreadState()
+{
+    // TlsGetValue clears the last error; the callers' callers may still want theirs.
+    const DWORD nError = GetLastError();
+    auto* const pState = static_cast<ThreadState*>(TlsGetValue(xihTLSIndex));
+    SetLastError(nError);
+    return pState;
+}
+
+bool CreateThreadState()
+{
+    auto* const pState = new (std::nothrow) ThreadState();
+    if (pState == nullptr)
+        return false;
+    if (TlsSetValue(xihTLSIndex, pState))
+        return true;
+    delete pState;
+    return false;
+}
+
+void DestroyThreadState()
+{
+    delete CurrentThreadState();
+    TlsSetValue(xihTLSIndex, nullptr); // cannot fail where setting a value did not
+}
+
+void CloseTrace()
+{
+    const TraceLock lock;
+    xihProcess = {};
+    s_trace.file.Close();
+}
+
+int32_t xtrEstablishTraceStatus()
+{
+    ThreadState* const pState = CurrentThreadState();
+    if (pState == nullptr)
+        return XCS_RC_NOT_INITIALIZED;
+    bool fDetail = false;
+    if (!WantsTrace(fDetail))
+        return XCS_RC_OK;
+    int32_t nResult = XCS_RC_SYSTEM;
+    WithoutFailing([&] {
+        const TraceLock lock;
+        if (!s_trace.file)
+            s_trace.file = CreateRecordFile(L"trace", L".trc");
+        if (!s_trace.file)
+            return;
+        LARGE_INTEGER nFrequency = {};
+        QueryPerformanceFrequency(&nFrequency);
+        s_trace.nFrequency = nFrequency.QuadPart;
+        s_trace.nStart = Now();
+        WriteRecord(s_trace.file,
+                    "Started " + UtcNow() + Format(", process %lu: ", GetCurrentProcessId()) +
+                        ToUtf8Line(GetCommandLineW()) +
+                        "\r\n     seconds  > entered, < left with its return code (time spent)\r\n");
+        xihProcess = {1, 1, 0};
+        pState->area.fTraceActive = 1;
+        pState->area.fDetailed = fDetail;
+        pState->area.nOptions = fDetail ? XTR_OPTIONS_PARMS | XTR_OPTIONS_TEXT : 0;
+        nResult = XCS_RC_OK;
+    });
+    return nResult;
+}
+
+void xtr_FNC_entry(XTR_THREAD_AREA* pArea, int32_t nComponent, int32_t nFunction)
+{
+    WithoutFailing([&] {
+        ThreadState* const pState = CurrentThreadState();
+        if (pState == nullptr || pArea != &pState->area)
+            return;
+        const uint32_t nDepth = pArea->nDepth > 0 ? pArea->nDepth - 1 : 0; // the entry is counted already
+        if (nDepth < XTR_CALL_STACK_SIZE)
+            pState->anEntered[nDepth] = Now();
+        WriteLine(nDepth, "> " + FunctionName(nComponent, nFunction));
+    });
+}
+
+void xtr_FNC_retcode(XTR_THREAD_AREA* pArea, int32_t nComponent, int32_t nFunction, int32_t nReturnCode)
+{
+    WithoutFailing([&] {
+        ThreadState* const pState = CurrentThreadState();
+        if (pState == nullptr || pArea != &pState->area)
+            return;
+        std::string strLine = "< " + FunctionName(nComponent, nFunction) + Format(" = %d", nReturnCode);
+        const uint32_t nDepth = pArea->nDepth;
+        if (nDepth < XTR_CALL_STACK_SIZE && pState->anEntered[nDepth] != 0)
+        {
+            strLine += Format("  (%.3f ms)", Seconds(Now() - pState->anEntered[nDepth]) * 1000);
+            pState->anEntered[nDepth] = 0;
+        }
+        WriteLine(nDepth, strLine);
+    });
+}
+
+void xtr_parms(const char* pszFormat, ...)
+{
+    va_list args;
+    va_start(args, pszFormat);
+    WithoutFailing([&] {
+        if (const ThreadState* const pState = CurrentThreadState())
+            WriteLine(pState->area.nDepth, ". " + ToUtf8Line(FormatTrace(pszFormat, args)));
+    });
+    va_end(args);
+}
+
+void xtr_FNC_text(int32_t, int32_t, XTR_THREAD_AREA* pArea, int32_t, const char* pszText)
+{
+    WithoutFailing([&] {
+        if (pArea != nullptr && pszText != nullptr)
+            WriteLine(pArea->nDepth, "- " + ToUtf8Line(WidenForDisplay(pszText)));
+    });
+}

@@ -1,0 +1,54 @@
+// The product's utility library: tells users of common-services failures. Must write nothing but to standard
+// error.
+#include "tovxzu.h"
+
+#include <windows.h>
+#include <lmcons.h>
+
+#include <cstdio>
+#include <string>
+
+namespace
+{
+std::string UserName()
+{
+    wchar_t szName[UNLEN + 1] = L"?";
+    DWORD nSize = ARRAYSIZE(szName);
+    if (!GetUserNameW(szName, &nSize))
+        return "?";
+    char szNarrow[2 * ARRAYSIZE(szName)] = "?"; // the console's code page
+    const int nLength =
+        WideCharToMultiByte(CP_OEMCP, 0, szName, -1, szNarrow, sizeof szNarrow, nullptr, nullptr);
+    return nLength > 0 ? szNarrow : "?";
+}
+} // namespace
+
+void zutMapRCTo8bit(int32_t* pnReturnCode)
+{
+    if (pnReturnCode == nullptr || *pnReturnCode == 0)
+        return;
+    constexpr int32_t LOW_BYTE = 0xFF;
+    const int32_t nLow = *pnReturnCode & LOW_BYTE;
+    *pnReturnCode = nLow != 0 ? nLow : LOW_BYTE;
+}
+
+void zutDisplayCSPError(const XCS_CONNECTION*, int32_t nStatus, int32_t nReturnCode, const XCS_INSERTS*)
+{
+    const auto nCode = static_cast<unsigned>(nReturnCode);
+    if (nReturnCode == XCS_RC_NO_VOLUME_SECURITY)
+        fprintf(
+            stderr,
+            "The Vantor ZN work path lies on a volume that keeps no access lists, so that nobody's authority "
+            "to administer queue managers can be checked (code 0x%08X, status %d).\n"
+            "Move the work path to a volume that keeps access lists (NTFS or ReFS), then run the command "
+            "again.\n",
+            nCode, nStatus);
+    else
+        fprintf(
+            stderr,
+            "User '%s' is not authorized to administer Vantor ZN queue managers (code 0x%08X, status %d).\n"
+            "Ask for membership of the local group 'znm' or 'Administrators', sign in again, and run the "
+            "command from an elevated command prompt.\n",
+            UserName().c_str(), nCode, nStatus);
+    fflush(stderr);
+}
