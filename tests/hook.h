@@ -14,10 +14,11 @@
 #include <string>
 #include <utility>
 
-// The import table slot of a function in a module (null: the program), or null if it does not import it.
-inline void** FindImportSlot(const char* pszFunction, HMODULE hModule = nullptr)
+// Calls visit(DLL, name, slot) for every import by name of a module.
+template <class Visit>
+void ForEachImport(HMODULE hModule, Visit visit)
 {
-    auto* pBase = reinterpret_cast<unsigned char*>(hModule != nullptr ? hModule : GetModuleHandleW(nullptr));
+    auto* pBase = reinterpret_cast<unsigned char*>(hModule);
     auto at = [pBase](auto nOffset) { return pBase + nOffset; };
     auto* pDos = reinterpret_cast<IMAGE_DOS_HEADER*>(pBase);
     auto* pNt = reinterpret_cast<IMAGE_NT_HEADERS64*>(at(pDos->e_lfanew));
@@ -32,11 +33,21 @@ inline void** FindImportSlot(const char* pszFunction, HMODULE hModule = nullptr)
             if (IMAGE_SNAP_BY_ORDINAL64(pName->u1.Ordinal))
                 continue;
             auto* pImport = reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(at(pName->u1.AddressOfData));
-            if (std::strcmp(reinterpret_cast<const char*>(pImport->Name), pszFunction) == 0)
-                return reinterpret_cast<void**>(&pSlot->u1.Function);
+            visit(reinterpret_cast<const char*>(at(p->Name)), reinterpret_cast<const char*>(pImport->Name),
+                  reinterpret_cast<void**>(&pSlot->u1.Function));
         }
     }
-    return nullptr;
+}
+
+// The import table slot of a function in the program, or null if it does not import it.
+inline void** FindImportSlot(const char* pszFunction)
+{
+    void** ppFound = nullptr;
+    ForEachImport(GetModuleHandleW(nullptr), [&](const char*, const char* pszName, void** ppSlot) {
+        if (std::strcmp(pszName, pszFunction) == 0)
+            ppFound = ppSlot;
+    });
+    return ppFound;
 }
 
 inline void WriteImportSlot(void** ppSlot, void* pFunction)

@@ -1,0 +1,280 @@
+// Stands in for tovxcs2.dll beside a copy of the shipped tarvel.exe, passes every call on to the real
+// library, which lies beside it as tovxcs2r.dll, and makes calls of the program fail: what it imports is
+// replaced in its import table before its first instruction runs.
+//
+// ZN_FAULTS: "function:call:mode:return:error" (numbers hexadecimal), several separated by ';'. The call'th
+// call of the function (mode o), or that and all later ones (mode a), sets the last error and returns the
+// value without doing anything. Mode k ends the process at that call instead, as if the power had failed; the
+// function "*" then counts the calls of all functions together. ZN_FAULTS_REPORT: a file that receives, at
+// the end of the process, "function calls" for every function called and "held kind number" for what was not
+// given back.
+#include <windows.h>
+#include <aclapi.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "../hook.h"
+#include "tovxcs2.h"
+
+namespace
+{
+struct Import
+{
+    const char* pszName;
+    void* pReal;
+    unsigned char* pFailure; // code that returns nReturn
+    unsigned long long nReturn;
+    DWORD nError;
+    long nCalls, nFailAt; // 0: never
+    char chMode;
+};
+
+constexpr int MAX_IMPORTS = 256;
+Import s_imports[MAX_IMPORTS];
+int s_nImports = 0;
+long s_nAllCalls = 0, s_nKillAt = 0;
+
+extern "C" void* Dispatch(Import* pImport)
+{
+    const long nCall = ++pImport->nCalls;
+    const bool fFails = nCall == pImport->nFailAt || (pImport->chMode == 'a' && nCall > pImport->nFailAt);
+    if (++s_nAllCalls == s_nKillAt || (fFails && pImport->chMode == 'k'))
+        TerminateProcess(GetCurrentProcess(), 9);
+    if (pImport->nFailAt == 0 || !fFails)
+        return pImport->pReal;
+    SetLastError(pImport->nError);
+    return pImport->pFailure;
+}
+
+// Code that keeps the arguments, asks Dispatch where to go, and goes there.
+unsigned char* EmitThunk(unsigned char* p, Import* pImport)
+{
+    auto emit = [&p](std::initializer_list<unsigned char> bytes) {
+        for (unsigned char byte : bytes)
+            *p++ = byte;
+    };
+    auto emitPointer = [&p](auto value) {
+        std::memcpy(p, &value, 8);
+        p += 8;
+    };
+    emit({0x51, 0x52, 0x41, 0x50, 0x41, 0x51, 0x48, 0x83, 0xEC, 0x28}); // push rcx, rdx, r8, r9; sub rsp, 28h
+    emit({0x48, 0xB9});                                                 // mov rcx, pImport
+    emitPointer(pImport);
+    emit({0x48, 0xB8}); // mov rax, Dispatch
+    emitPointer(&Dispatch);
+    emit({0xFF, 0xD0, 0x48, 0x83, 0xC4, 0x28});             // call rax; add rsp, 28h
+    emit({0x41, 0x59, 0x41, 0x58, 0x5A, 0x59, 0xFF, 0xE0}); // pop r9, r8, rdx, rcx; jmp rax
+    pImport->pFailure = p;
+    emit({0x48, 0xB8}); // mov rax, nReturn; ret
+    emitPointer(pImport->nReturn);
+    emit({0xC3});
+    return p;
+}
+
+// --- What has to be given back
+// ------------------------------------------------------------------------------
+
+enum Kind
+{
+    SEARCH,
+    LOCAL_BLOCK,
+    SID_BLOCK,
+    RECORD,
+    KINDS
+};
+long s_held[KINDS];
+
+// Wrappers around the functions that hand out and take back; each keeps the last error.
+#define REAL(function) (reinterpret_cast<decltype(&function)>(s_real_##function))
+#define COUNTED(function) void* s_real_##function;
+COUNTED(FindFirstFileW)
+COUNTED(FindFirstFileExW)
+COUNTED(FindClose)
+COUNTED(GetNamedSecurityInfoW)
+COUNTED(SetEntriesInAclW)
+COUNTED(LocalFree)
+COUNTED(AllocateAndInitializeSid)
+COUNTED(FreeSid)
+COUNTED(xcsGetQMDetails)
+COUNTED(xcsGetInstallationDetails)
+COUNTED(xcsFreeMemFn)
+
+HANDLE WINAPI CountFindFirst(LPCWSTR psz, LPWIN32_FIND_DATAW p)
+{
+    const HANDLE h = REAL(FindFirstFileW)(psz, p);
+    s_held[SEARCH] += h != INVALID_HANDLE_VALUE;
+    return h;
+}
+HANDLE WINAPI CountFindFirstEx(LPCWSTR psz, FINDEX_INFO_LEVELS e, LPVOID p, FINDEX_SEARCH_OPS op, LPVOID f,
+                               DWORD n)
+{
+    const HANDLE h = REAL(FindFirstFileExW)(psz, e, p, op, f, n);
+    s_held[SEARCH] += h != INVALID_HANDLE_VALUE;
+    return h;
+}
+BOOL WINAPI CountFindClose(HANDLE h)
+{
+    --s_held[SEARCH];
+    return REAL(FindClose)(h);
+}
+DWORD WINAPI CountGetInfo(LPCWSTR psz, SE_OBJECT_TYPE e, SECURITY_INFORMATION n, PSID* p1, PSID* p2, PACL* p3,
+                          PACL* p4, PSECURITY_DESCRIPTOR* p5)
+{
+    const DWORD nResult = REAL(GetNamedSecurityInfoW)(psz, e, n, p1, p2, p3, p4, p5);
+    s_held[LOCAL_BLOCK] += nResult == 0;
+    return nResult;
+}
+DWORD WINAPI CountSetEntries(ULONG n, PEXPLICIT_ACCESSW p, PACL pOld, PACL* ppNew)
+{
+    const DWORD nResult = REAL(SetEntriesInAclW)(n, p, pOld, ppNew);
+    s_held[LOCAL_BLOCK] += nResult == 0;
+    return nResult;
+}
+HLOCAL WINAPI CountLocalFree(HLOCAL h)
+{
+    s_held[LOCAL_BLOCK] -= h != nullptr;
+    return REAL(LocalFree)(h);
+}
+BOOL WINAPI CountAllocateSid(PSID_IDENTIFIER_AUTHORITY p, BYTE n, DWORD n0, DWORD n1, DWORD n2, DWORD n3,
+                             DWORD n4, DWORD n5, DWORD n6, DWORD n7, PSID* pp)
+{
+    const BOOL fDone = REAL(AllocateAndInitializeSid)(p, n, n0, n1, n2, n3, n4, n5, n6, n7, pp);
+    s_held[SID_BLOCK] += fDone;
+    return fDone;
+}
+PVOID WINAPI CountFreeSid(PSID p)
+{
+    --s_held[SID_BLOCK];
+    return REAL(FreeSid)(p);
+}
+int32_t CountDetails(const char* psz, XCS_SCRATCH* p, XCS_QM_DETAILS** pp)
+{
+    const int32_t nResult = REAL(xcsGetQMDetails)(psz, p, pp);
+    s_held[RECORD] += nResult == 0;
+    return nResult;
+}
+int32_t CountInstallation(const char* psz, void* p1, void* p2, int32_t n, void* p3, XCS_SCRATCH* p,
+                          XCS_INSTALLATION_DETAILS** pp)
+{
+    const int32_t nResult = REAL(xcsGetInstallationDetails)(psz, p1, p2, n, p3, p, pp);
+    s_held[RECORD] += nResult == 0;
+    return nResult;
+}
+void CountFreeMem(void* p1, int32_t n, void* p2, void* pRecord)
+{
+    s_held[RECORD] -= pRecord != nullptr;
+    REAL(xcsFreeMemFn)(p1, n, p2, pRecord);
+}
+
+void Count(const char* pszFunction, void** ppReal, void* pCounting)
+{
+    if (void** const ppSlot = FindImportSlot(pszFunction))
+    {
+        *ppReal = *ppSlot;
+        WriteImportSlot(ppSlot, pCounting);
+    }
+}
+
+// --- Start and end
+// ------------------------------------------------------------------------------------------
+
+Import* FindImport(const char* pszName)
+{
+    for (int i = 0; i < s_nImports; ++i)
+        if (std::strcmp(s_imports[i].pszName, pszName) == 0)
+            return &s_imports[i];
+    return nullptr;
+}
+
+void TakeFaults(char* pszFaults)
+{
+    for (char* psz = std::strtok(pszFaults, ";"); psz != nullptr; psz = std::strtok(nullptr, ";"))
+    {
+        char szName[64];
+        unsigned long nCall = 0, nError = 0;
+        unsigned long long nReturn = 0;
+        char chMode = 'o';
+        std::sscanf(psz, "%63[^:]:%lx:%c:%llx:%lx", szName, &nCall, &chMode, &nReturn, &nError);
+        if (std::strcmp(szName, "*") == 0)
+            s_nKillAt = static_cast<long>(nCall);
+        else if (Import* const pImport = FindImport(szName))
+        {
+            pImport->nFailAt = static_cast<long>(nCall);
+            pImport->chMode = chMode;
+            pImport->nReturn = nReturn;
+            pImport->nError = nError;
+        }
+        else
+            TerminateProcess(GetCurrentProcess(), 99); // a fault in what is not imported would test nothing
+    }
+}
+
+void ReplaceImports()
+{
+    ForEachImport(GetModuleHandleW(nullptr), [](const char* pszDll, const char* pszName, void**) {
+        // What is no function, and what the runtime needs to start and end.
+        if (std::strncmp(pszName, "xih", 3) == 0)
+            return;
+        if (_stricmp(pszDll, "msvcrt.dll") == 0 && std::strcmp(pszName, "malloc") != 0 &&
+            std::strcmp(pszName, "_waccess") != 0)
+            return;
+        if (s_nImports < MAX_IMPORTS && FindImport(pszName) == nullptr)
+            s_imports[s_nImports++].pszName = pszName;
+    });
+    if (char* const pszFaults = std::getenv("ZN_FAULTS"))
+        TakeFaults(pszFaults);
+
+    Count("FindFirstFileW", &s_real_FindFirstFileW, reinterpret_cast<void*>(&CountFindFirst));
+    Count("FindFirstFileExW", &s_real_FindFirstFileExW, reinterpret_cast<void*>(&CountFindFirstEx));
+    Count("FindClose", &s_real_FindClose, reinterpret_cast<void*>(&CountFindClose));
+    Count("GetNamedSecurityInfoW", &s_real_GetNamedSecurityInfoW, reinterpret_cast<void*>(&CountGetInfo));
+    Count("SetEntriesInAclW", &s_real_SetEntriesInAclW, reinterpret_cast<void*>(&CountSetEntries));
+    Count("LocalFree", &s_real_LocalFree, reinterpret_cast<void*>(&CountLocalFree));
+    Count("AllocateAndInitializeSid", &s_real_AllocateAndInitializeSid,
+          reinterpret_cast<void*>(&CountAllocateSid));
+    Count("FreeSid", &s_real_FreeSid, reinterpret_cast<void*>(&CountFreeSid));
+    Count("xcsGetQMDetails", &s_real_xcsGetQMDetails, reinterpret_cast<void*>(&CountDetails));
+    Count("xcsGetInstallationDetails", &s_real_xcsGetInstallationDetails,
+          reinterpret_cast<void*>(&CountInstallation));
+    Count("xcsFreeMemFn", &s_real_xcsFreeMemFn, reinterpret_cast<void*>(&CountFreeMem));
+
+    auto* pCode = static_cast<unsigned char*>(
+        VirtualAlloc(nullptr, MAX_IMPORTS * 128, MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
+    for (int i = 0; i < s_nImports; ++i)
+    {
+        void** const ppSlot = FindImportSlot(s_imports[i].pszName);
+        s_imports[i].pReal = *ppSlot;
+        unsigned char* const pThunk = pCode + i * 128;
+        EmitThunk(pThunk, &s_imports[i]);
+        WriteImportSlot(ppSlot, pThunk);
+    }
+}
+
+void Report()
+{
+    const char* const pszReport = std::getenv("ZN_FAULTS_REPORT");
+    FILE* const pFile = pszReport != nullptr ? std::fopen(pszReport, "w") : nullptr;
+    if (pFile == nullptr)
+        return;
+    for (int i = 0; i < s_nImports; ++i)
+        if (s_imports[i].nCalls > 0)
+            std::fprintf(pFile, "%s %ld\n", s_imports[i].pszName, s_imports[i].nCalls);
+    const char* const kinds[] = {"search", "local", "sid", "record"};
+    for (int i = 0; i < KINDS; ++i)
+        if (s_held[i] != 0)
+            std::fprintf(pFile, "held-%s %ld\n", kinds[i], s_held[i]);
+    std::fprintf(pFile, "* %ld\n", s_nAllCalls);
+    std::fclose(pFile);
+}
+} // namespace
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD nReason, LPVOID)
+{
+    if (nReason == DLL_PROCESS_ATTACH)
+        ReplaceImports();
+    else if (nReason == DLL_PROCESS_DETACH)
+        Report();
+    return TRUE;
+}
