@@ -1,0 +1,230 @@
+// A small queue manager to move: made, started, verified from the command line. All its places come from the
+// configuration each time, so that it runs where the configuration says.
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+#include "inifile.h"
+#include "qmclient.h"
+#include "qmfiles.h"
+#include "qmrun.h"
+#include "replacefile.h"
+#include "text.h"
+#include "tovxcs2.h"
+
+// The words reach the program as they were typed.
+extern "C" int _dowildcard;
+int _dowildcard = 0;
+
+namespace
+{
+enum ExitCode : int
+{
+    EXIT_DONE = 0,
+    EXIT_USAGE = 1,
+    EXIT_CONFIGURATION = 2,
+    EXIT_DAMAGED = RUN_FILES_DAMAGED,
+    EXIT_NOT_STARTED = RUN_ALREADY_RUNNING,
+    EXIT_SYSTEM = RUN_SYSTEM,
+};
+
+constexpr wchar_t USAGE[] =
+    L"Usage: sampleqm create QM /dd prefix /ld logparent [/files N] [/multiinstance]\n"
+    L"       sampleqm start QM [/refuse]   in the background, once it is active\n"
+    L"       sampleqm run QM [/refuse]     until the end command ends it\n"
+    L"       sampleqm verify QM            checks every record\n"
+    L"Exit status: 0 done, 1 wrong usage, 2 no such queue manager or its configuration\n"
+    L"  cannot be used, 3 files missing or damaged, 4 runs already or did not start,\n"
+    L"  5 the system failed";
+
+struct Words
+{
+    std::wstring strVerb;
+    std::wstring strName;
+    std::wstring strDataPrefix;
+    std::wstring strLogParent;
+    std::wstring strReadyEvent;
+    unsigned nFiles = 200;
+    bool fMultiInstance = false;
+    bool fRefuse = false;
+};
+
+int Fail(ExitCode eCode, const std::wstring& strText)
+{
+    PrintLine(stderr, strText);
+    return eCode;
+}
+
+// Letters, digits and . _ / % as the product allows them, at most 48.
+bool IsQueueManagerName(const std::wstring& strName)
+{
+    constexpr size_t MAX_NAME = 48;
+    constexpr wchar_t ALLOWED[] = L"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._/%";
+    return !strName.empty() && strName.size() <= MAX_NAME &&
+           strName.find_first_not_of(ALLOWED) == std::wstring::npos;
+}
+
+bool ParseCount(const std::wstring& strText, unsigned& nCount)
+{
+    constexpr size_t MAX_DIGITS = 6;
+    if (strText.empty() || strText.size() > MAX_DIGITS ||
+        strText.find_first_not_of(L"0123456789") != std::wstring::npos)
+        return false;
+    nCount = static_cast<unsigned>(std::stoul(strText));
+    return true;
+}
+
+bool Parse(const std::vector<std::wstring>& words, Words& parsed)
+{
+    if (words.size() < 2)
+        return false;
+    parsed.strVerb = words[0];
+    parsed.strName = words[1];
+    for (size_t n = 2; n < words.size(); ++n)
+    {
+        const std::wstring& strWord = words[n];
+        if (strWord == L"/multiinstance")
+            parsed.fMultiInstance = true;
+        else if (strWord == L"/refuse")
+            parsed.fRefuse = true;
+        else if (++n == words.size())
+            return false;
+        else if (strWord == L"/dd")
+            parsed.strDataPrefix = words[n];
+        else if (strWord == L"/ld")
+            parsed.strLogParent = words[n];
+        else if (strWord == L"/ready")
+            parsed.strReadyEvent = words[n];
+        else if (strWord != L"/files" || !ParseCount(words[n], parsed.nFiles))
+            return false;
+    }
+    return IsQueueManagerName(parsed.strName);
+}
+
+// A file's name cannot hold every character that a queue manager's name can.
+std::wstring DirectoryNameOf(std::wstring strName)
+{
+    for (wchar_t& ch : strName)
+        ch = ch == L'.' ? L'!' : ch == L'/' ? L'&' : ch;
+    return strName;
+}
+
+void RemoveTrailingBackslash(std::wstring& strPath)
+{
+    if (!strPath.empty() && strPath.back() == L'\\')
+        strPath.pop_back();
+}
+
+std::optional<QueueManagerFiles> FilesOf(const QueueManager& queueManager)
+{
+    const auto strName = Narrow(queueManager.strName);
+    char szIni[XCS_PATH_SIZE];
+    uint32_t nFileType = 0;
+    if (!strName || xcsGetIniFilename(strName->c_str(), szIni, &nFileType) != 0)
+        return std::nullopt;
+    char szLogPath[XCS_PATH_SIZE];
+    uint32_t nLength = sizeof szLogPath;
+    if (xcsIniUtilRead("Log", nullptr, nullptr, "LogPath", szLogPath, &nLength, szIni, nFileType) != 0)
+        return std::nullopt;
+    auto strLogDirectory = Widen({szLogPath, nLength});
+    if (!strLogDirectory)
+        return std::nullopt;
+    RemoveTrailingBackslash(*strLogDirectory);
+    return QueueManagerFiles{queueManager.strDataDirectory, *strLogDirectory};
+}
+
+int Create(Words words)
+{
+    if (words.strDataPrefix.empty() || words.strLogParent.empty())
+        return Fail(EXIT_USAGE, USAGE);
+    if (FindQueueManager(words.strName))
+        return Fail(EXIT_CONFIGURATION, L"There is a queue manager '" + words.strName + L"' already.");
+    RemoveTrailingBackslash(words.strDataPrefix);
+    RemoveTrailingBackslash(words.strLogParent);
+    const std::wstring strDirectory = DirectoryNameOf(words.strName);
+    const QueueManagerFiles files = {words.strDataPrefix + L"\\qmgrs\\" + strDirectory,
+                                     words.strLogParent + L"\\" + strDirectory};
+    std::wstring strFailed;
+    if (const DWORD nError = CreateFiles(files, words.nFiles, strFailed))
+        return Fail(EXIT_SYSTEM, strFailed + L": " + ErrorText(nError));
+
+    // Last of all, so that no queue manager is known that is not whole.
+    char szIni[XCS_PATH_SIZE];
+    uint32_t nFileType = 0;
+    const auto strName = Narrow(words.strName);
+    const auto strNarrowDirectory = Narrow(strDirectory);
+    const auto strPrefix = Narrow(words.strDataPrefix);
+    if (!strName || !strNarrowDirectory || !strPrefix || xcsGetIniFilename(nullptr, szIni, &nFileType) != 0)
+        return Fail(EXIT_CONFIGURATION, L"zns.ini cannot hold these names.");
+    const std::string strInstallation = PrimaryInstallationName();
+    const DWORD nError = ReplaceFileContent(WidenForDisplay(szIni), [&](std::string strText) {
+        IniFile::Attributes attributes = {{"Name", *strName},
+                                          {"Prefix", *strPrefix},
+                                          {"Directory", *strNarrowDirectory},
+                                          {"InstallationName", strInstallation}};
+        if (words.fMultiInstance)
+            attributes.push_back({"MultiInstance", "Yes"});
+        return IniFile(std::move(strText)).AddStanza("QueueManager", attributes);
+    });
+    if (nError != ERROR_SUCCESS)
+        return Fail(EXIT_SYSTEM, WidenForDisplay(szIni) + L": " + ErrorText(nError));
+    PrintLine(stdout, L"Queue manager '" + words.strName + L"' created in " + files.strDataDirectory +
+                          L" and " + files.strLogDirectory + L".");
+    return EXIT_DONE;
+}
+
+int Verify(const QueueManager& queueManager, const QueueManagerFiles& files)
+{
+    const Verdict verdict =
+        VerifyFiles(files, [](const std::wstring& strLine) { PrintLine(stderr, strLine); });
+    const std::wstring strCounts = L"Queue manager '" + queueManager.strName + L"': " +
+                                   std::to_wstring(verdict.nFiles) + L" files, " +
+                                   std::to_wstring(verdict.nRecords) + L" records";
+    if (verdict.nDamaged > 0)
+        return Fail(EXIT_DAMAGED,
+                    strCounts + L"; files missing or damaged: " + std::to_wstring(verdict.nDamaged));
+    PrintLine(stdout, strCounts + L", all whole.");
+    return EXIT_DONE;
+}
+
+int Start(const QueueManager& queueManager, const QueueManagerFiles& files, bool fRefuse)
+{
+    const std::wstring strWho = L"Queue manager '" + queueManager.strName + L"' ";
+    if (IsRunning(queueManager.runObjects))
+        return Fail(EXIT_NOT_STARTED, strWho + L"runs already.");
+    if (StartDetached(queueManager, fRefuse))
+    {
+        PrintLine(stdout, strWho + L"started.");
+        return EXIT_DONE;
+    }
+    // The background process has no console to tell the reason on.
+    const int nResult = Verify(queueManager, files);
+    return Fail(nResult == EXIT_DAMAGED ? EXIT_DAMAGED : EXIT_NOT_STARTED, strWho + L"did not start.");
+}
+} // namespace
+
+extern "C" int wmain(int argc, wchar_t** argv)
+{
+    RestrictLibrarySearch();
+    Words words;
+    if (!Parse({argv + 1, argv + argc}, words))
+        return Fail(EXIT_USAGE, USAGE);
+    const CommonServices services;
+    if (services.Result() != 0)
+        return Fail(EXIT_CONFIGURATION, L"The common services could not be started: is there a zns.ini?");
+    if (words.strVerb == L"create")
+        return Create(words);
+    if (words.strVerb != L"start" && words.strVerb != L"run" && words.strVerb != L"verify")
+        return Fail(EXIT_USAGE, USAGE);
+    const auto queueManager = FindQueueManager(words.strName);
+    const auto files = queueManager ? FilesOf(*queueManager) : std::nullopt;
+    if (!files)
+        return Fail(EXIT_CONFIGURATION,
+                    L"There is no queue manager '" + words.strName + L"', or its qm.ini names no log path.");
+    if (words.strVerb == L"verify")
+        return Verify(*queueManager, *files);
+    if (words.strVerb == L"start")
+        return Start(*queueManager, *files, words.fRefuse);
+    return Run(*queueManager, *files, {words.fRefuse, words.strReadyEvent});
+}
