@@ -1,0 +1,73 @@
+# shellcheck shell=bash
+# What the scripts have in common: stopping at the first failure with one clear line, installing missing Debian
+# packages, and a private Wine prefix. Sourced, never run. Nothing is written outside build/ and dist/.
+set -Eeuo pipefail
+trap 'fail "stopped at line $LINENO: $BASH_COMMAND"' ERR
+
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+top=$PWD
+mkdir -p build
+export TMPDIR=$top/build
+export LC_ALL=C.UTF-8 # one language and one code page, whatever the user's are
+
+bold='' plain=''
+if [ -t 1 ] && [ -z "${NO_COLOR:-}" ]; then bold=$'\e[1m' plain=$'\e[0m'; fi
+
+say() { printf '%s%s%s\n' "$bold" "$*" "$plain"; }
+
+fail() {
+    trap - ERR
+    printf '%s: %s\n' "$0" "$*" >&2
+    exit 1
+}
+
+# quietly <log name> <command>...: runs it, its output in build/<log name>.log; the end of that only if it fails.
+quietly() {
+    local log=build/$1.log
+    shift
+    if ! "$@" </dev/null >"$log" 2>&1; then
+        tail -n 30 "$log" >&2
+        fail "failed: $* (all of its output is in $log)"
+    fi
+}
+
+tool_packages=(wine64 g++-mingw-w64-x86-64-posix cmake ninja-build googletest)
+
+# shellcheck disable=SC2120 # without an argument: just these
+# need_packages [<package>...]: installs what is missing of these and of what builds and runs the programs.
+need_packages() {
+    local package missing=() as_root=()
+    for package in "${tool_packages[@]}" "$@"; do
+        [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+    done
+    if [ ${#missing[@]} -eq 0 ]; then return; fi
+    say "Installing ${missing[*]}"
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || fail "packages are missing and there is no sudo; as root: apt-get install ${missing[*]}"
+        as_root=(sudo)
+        sudo -v || fail "packages are missing; as root: apt-get install ${missing[*]}"
+    fi
+    quietly packages "${as_root[@]}" apt-get update -q
+    quietly packages "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -q -y --no-install-recommends "${missing[@]}"
+}
+
+# The prefix's server, reached where scripts/wine reaches it.
+wineserver() { TMPDIR=$WINEPREFIX /usr/lib/wine/wineserver "$@"; }
+
+# start_wine <directory>: makes the Wine prefix there, unless it is there already, and keeps its server until the script
+# ends, so that every later start of a program is cheap.
+start_wine() {
+    export WINEPREFIX=$top/$1
+    mkdir -p "$WINEPREFIX"
+    trap stop_wine EXIT
+    # The status tells of a server that is there already: as good.
+    wineserver -p </dev/null >build/wineserver.log 2>&1 || true
+    quietly wineboot scripts/wine wineboot -i
+}
+
+# Ends every program in the prefix and its server.
+stop_wine() {
+    wineserver -k 2>/dev/null || true # there is none any more
+    wineserver -w
+}
