@@ -1,1 +1,4 @@
 # The product's stand-in: stanza engine, libraries, end command, sample queue manager.
+tarvel_test(inifile_test SOURCES inifile_test.cpp LIBRARIES inifile)
+tarvel_test(product_test SOURCES product_config_test.cpp LIBRARIES xcsobjects)
+add_dependencies(product_test endznm sampleqm)

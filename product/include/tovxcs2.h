@@ -1,8 +1,9 @@
 // Interface of the product's common-services library tovxcs2.dll.
 //
-// Narrow texts are zero-terminated, in the thread's ANSI code page (CP_THREAD_ACP) unless a line says otherwise.
-// Every operation that returns int32_t returns 0 for success and a return code (XCS_RC_..., or another non-zero
-// value) for failure. Constant arguments whose meaning is the library's own are passed as the callers always have.
+// Narrow texts are zero-terminated, in the thread's ANSI code page (CP_THREAD_ACP) unless a line says
+// otherwise. Every operation that returns int32_t returns 0 for success and a return code (XCS_RC_..., or
+// another non-zero value) for failure. Constant arguments whose meaning is the library's own are passed as
+// the callers always have.
 #pragma once
 
 #include <cstddef>
@@ -56,7 +57,8 @@ struct XCS_QM_DETAILS
     char szSubpool[49];          // subpool identity for xcsIsSubpoolActive
 };
 
-// An installation as xcsGetInstallationDetails reports it. Allocated by the library; released with xcsFreeMemFn.
+// An installation as xcsGetInstallationDetails reports it. Allocated by the library; released with
+// xcsFreeMemFn.
 struct XCS_INSTALLATION_DETAILS
 {
     char szName[17];        // installation name
@@ -103,7 +105,8 @@ extern "C"
                                     void* pReserved3, void* pReserved4, void* pReserved5,
                                     XCS_CONNECTION* pConnection);
 
-    // Tells whether the invoking user may administer the product: 0, XCS_RC_NO_VOLUME_SECURITY or another code.
+    // Tells whether the invoking user may administer the product: 0, XCS_RC_NO_VOLUME_SECURITY or another
+    // code.
     XCS_API int32_t xcsCheckAuthorization(int32_t nOptions);
 
     // Takes the common services down: the trace is closed, the thread's trace area is gone afterwards.
@@ -112,12 +115,13 @@ extern "C"
     // --- Configuration files ------------------------------------------------------------------------------
 
     // Path of the product's configuration file zns.ini (pszQMName null) or of a queue manager's qm.ini.
-    // pszFileName has room for XCS_PATH_SIZE bytes. *pnFileType goes back to the two operations below as it is.
+    // pszFileName has room for XCS_PATH_SIZE bytes. *pnFileType goes back to the two operations below as it
+    // is.
     XCS_API int32_t xcsGetIniFilename(const char* pszQMName, char* pszFileName, uint32_t* pnFileType);
 
-    // Reads an attribute of the first stanza pszStanza whose attribute pszKeyName equals pszKeyValue (both null:
-    // of the first stanza of that name). *pnLength is the buffer's size before and the value's length after the
-    // call; the value is terminated only if there is room. A value that does not fit is a failure.
+    // Reads an attribute of the first stanza pszStanza whose attribute pszKeyName equals pszKeyValue (both
+    // null: of the first stanza of that name). *pnLength is the buffer's size before and the value's length
+    // after the call; the value is terminated only if there is room. A value that does not fit is a failure.
     XCS_API int32_t xcsIniUtilRead(const char* pszStanza, const char* pszKeyName, const char* pszKeyValue,
                                    const char* pszAttribute, char* pszBuffer, uint32_t* pnLength,
                                    const char* pszFileName, uint32_t nFileType);
@@ -134,7 +138,8 @@ extern "C"
     XCS_API int32_t xcsGetQMDetails(const char* pszQMName, XCS_SCRATCH* pScratch, XCS_QM_DETAILS** ppDetails);
 
     // Looks an installation up: XCS_INSTALLATION_BY_NAME by pszName, XCS_INSTALLATION_PRIMARY the primary one
-    // (pszName null). XCS_RC_UNKNOWN_INSTALLATION when there is none. On success *ppInstallation is a new record.
+    // (pszName null). XCS_RC_UNKNOWN_INSTALLATION when there is none. On success *ppInstallation is a new
+    // record.
     XCS_API int32_t xcsGetInstallationDetails(const char* pszName, void* pReserved1, void* pReserved2,
                                               int32_t nSelector, void* pReserved3, XCS_SCRATCH* pScratch,
                                               XCS_INSTALLATION_DETAILS** ppInstallation);
@@ -152,16 +157,16 @@ extern "C"
 
     // --- Programs, directories, volumes -------------------------------------------------------------------
 
-    // Runs a program to its end. pszArguments is a list of zero-terminated words that ends in an empty word; the
-    // first word is the program again. 0 when it ran, with *pnResult its exit code; otherwise a code.
+    // Runs a program to its end. pszArguments is a list of zero-terminated words that ends in an empty word;
+    // the first word is the program again. 0 when it ran, with *pnResult its exit code; otherwise a code.
     XCS_API int32_t xcsExecProgramHandle(int32_t nComponent, const char* pszProgram, int32_t nOption1,
                                          const char* pszArguments, void* pReserved1, int32_t nOption2,
-                                         int32_t nOption3, void* pReserved2, void* pReserved3, void* pReserved4,
-                                         int32_t* pnResult, void* pReserved5);
+                                         int32_t nOption3, void* pReserved2, void* pReserved3,
+                                         void* pReserved4, int32_t* pnResult, void* pReserved5);
 
     // Creates one directory; its parent exists. *pnReason is 0 or the system's error code.
-    XCS_API int32_t xcsCreateDirectory(const char* pszPath, int32_t nOption1, void* pReserved1, void* pReserved2,
-                                       int32_t nOption2, uint32_t* pnReason);
+    XCS_API int32_t xcsCreateDirectory(const char* pszPath, int32_t nOption1, void* pReserved1,
+                                       void* pReserved2, int32_t nOption2, uint32_t* pnReason);
 
     // 0 when the path's volume keeps access lists, XCS_RC_NO_VOLUME_SECURITY when not, another code when that
     // could not be found out. *pnRootLength is the length of the volume's root within the path, or stays.
@@ -169,8 +174,8 @@ extern "C"
 
     // --- Failure records ----------------------------------------------------------------------------------
 
-    // Names the source module and line for the failure record that the thread writes next. The text is kept by
-    // reference.
+    // Names the source module and line for the failure record that the thread writes next. The text is kept
+    // by reference.
     XCS_API void xcsSaveFileContextSccsId(const char* pszSourceId, int32_t nLine);
 
     // Writes a failure record. The record never fails the caller.

@@ -1,8 +1,8 @@
 // Function trace of the product's common-services library: the per-thread area and the process block that a
 // program keeps up to date by itself, and the operations that it hands records to.
 //
-// A program reads and writes the area directly, without a call, so that tracing costs next to nothing while it
-// is off. What an area holds belongs to one thread; the process block is only ever read by programs.
+// A program reads and writes the area directly, without a call, so that tracing costs next to nothing while
+// it is off. What an area holds belongs to one thread; the process block is only ever read by programs.
 #pragma once
 
 #include <cstddef>
@@ -18,8 +18,8 @@ constexpr uint32_t XTR_HISTORY_SIZE = 256;
 // Entries of the call stack. The depth may grow beyond it; what lies deeper is counted and not stored.
 constexpr uint32_t XTR_CALL_STACK_SIZE = 128;
 
-// A function identifier is (component << 10) | function. On entry it is recorded with this mark, on exit without
-// it but with the return code in the upper 16 bits.
+// A function identifier is (component << 10) | function. On entry it is recorded with this mark, on exit
+// without it but with the return code in the upper 16 bits.
 constexpr uint32_t XTR_ENTRY_MARK = 0xF0000000;
 constexpr uint32_t XTR_COMPONENT_SHIFT = 10;
 
@@ -27,8 +27,8 @@ constexpr uint32_t XTR_COMPONENT_SHIFT = 10;
 constexpr uint32_t XTR_OPTIONS_PARMS = 0x000C0000; // parameter records; any one bit is enough
 constexpr uint32_t XTR_OPTIONS_TEXT = 0x00008000;  // text records
 
-// A thread's trace area. Reached through the thread-local slot xihTLSIndex; null there means that the thread has
-// none and that nothing may be recorded.
+// A thread's trace area. Reached through the thread-local slot xihTLSIndex; null there means that the thread
+// has none and that nothing may be recorded.
 struct XTR_THREAD_AREA
 {
     uint32_t nHistory;         // write counter of aHistory, only ever incremented
@@ -61,9 +61,9 @@ extern "C"
     // The block itself, not a pointer to it.
     extern XCS_API XIH_PROCESS xihProcess;
 
-    // Decides from the environment whether this process is traced, and sets the flags of the process block and of
-    // the calling thread's area. Returns 0, or a code when the trace could not be set up; the process then runs
-    // untraced.
+    // Decides from the environment whether this process is traced, and sets the flags of the process block
+    // and of the calling thread's area. Returns 0, or a code when the trace could not be set up; the process
+    // then runs untraced.
     XCS_API int32_t xtrEstablishTraceStatus();
 
     // Records that a function was entered.
@@ -73,11 +73,11 @@ extern "C"
     XCS_API void xtr_FNC_retcode(XTR_THREAD_AREA* pArea, int32_t nComponent, int32_t nFunction,
                                  int32_t nReturnCode);
 
-    // Records a line made from a narrow printf format: %s takes narrow text (code page CP_THREAD_ACP), %S wide
-    // text. The function it belongs to is the area's nCurrentFunction.
+    // Records a line made from a narrow printf format: %s takes narrow text (code page CP_THREAD_ACP), %S
+    // wide text. The function it belongs to is the area's nCurrentFunction.
     XCS_API void xtr_parms(const char* pszFormat, ...);
 
     // Records a fixed narrow text. nReserved is 0.
-    XCS_API void xtr_FNC_text(int32_t nComponent, int32_t nFunction, XTR_THREAD_AREA* pArea, int32_t nReserved,
-                              const char* pszText);
+    XCS_API void xtr_FNC_text(int32_t nComponent, int32_t nFunction, XTR_THREAD_AREA* pArea,
+                              int32_t nReserved, const char* pszText);
 }

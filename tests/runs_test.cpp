@@ -1,0 +1,191 @@
+// Whole runs of the shipped program: exit status, both streams, both configuration files and all trees.
+#include <gmock/gmock.h>
+
+#include <cstring>
+
+#include "installation.h"
+
+namespace
+{
+const std::string USAGE = "Usage: tarvel /m queuemanager /dd absolutedatapath /ld absolutelogpath\r\n";
+constexpr DWORD FAILED = 0xFFFFFFFF;
+
+constexpr char UNCHANGED[] = "data +- log +- zns old qm old";
+constexpr char MOVED[] = "data -+ log -+ zns new qm new";
+
+std::string Message(unsigned nID)
+{
+    const std::map<unsigned, std::string> texts = {
+        {0, ""},
+        {32, "The specified Vantor ZN Queue Manager does not exist.\r\n"},
+        {33, "The specified Vantor ZN Queue Manager is still active.\r\nThe Queue Manager should be stopped "
+             "before "
+             "proceeding.\r\n"},
+        {37, "An error occurred whilst creating/accessing the destination directories.\r\n"},
+        {38, "An error occurred whilst copying the Queue Manager files to the destination directory.\r\n"},
+        {39, "An error occurred whilst updating the registry information.\r\n"},
+        {40,
+         "An error occurred whilst removing the old data and log directories for this Queue Manager.\r\n"},
+        {42, "The specified destination is used by this Queue Manager. The destination directories must be "
+             "unique.\r\n"},
+        {47, "The specified Vantor ZN Queue Manager is configured for multi-instance support and cannot be "
+             "moved.\r\n"},
+    };
+    return texts.at(nID);
+}
+} // namespace
+
+TEST(Runs, WholeMoveIsSilentAndChangesTwoLines)
+{
+    Installation zn;
+    const RunResult result = zn.Run(zn.MoveWords());
+    EXPECT_EQ(result.nStatus, 0u);
+    EXPECT_EQ(result.strOut + result.strErr, "");
+    EXPECT_EQ(zn.State(), MOVED);
+    EXPECT_TRUE(zn.IsRestUntouched());
+    // And again, to a third place, from where it is now.
+    EXPECT_EQ(zn.Run(L"-LD " + (zn.root / "oldlog").wstring() + L"\\ -dd " +
+                     (zn.root / "olddata").generic_wstring() + L" -M QM1")
+                  .nStatus,
+              0u);
+    EXPECT_EQ(zn.State(), UNCHANGED);
+}
+
+TEST(Runs, StartUpFailuresEndTheRunBeforeAnythingIsAsked)
+{
+    const struct
+    {
+        const char* pszFaults;
+        DWORD nStatus;
+        std::string strErr; // what it begins with
+        long nTerminated;
+    } cases[] = {
+        {"GetModuleHandleW:1:o:0:7e", FAILED, "Fatal Error: MFC initialization failed.\r\n", 0},
+        {"GetCommandLineW:1:o:0:8", FAILED, "Fatal Error: MFC initialization failed.\r\n", 0},
+        {"xcsCheckConsistency:1:o:20006110:0", 0x10, "", 0},
+        {"xcsInitializeEx:1:o:20006110:0", FAILED,
+         "Fatal Error: Vantor ZN Common Services initialization failed.\r\n", 0},
+        {"xcsCheckAuthorization:1:o:40806178:0", 119, "tarvel", 1},
+        {"xcsCheckAuthorization:1:o:40806177:0", 71, "tarvel", 1},
+    };
+    for (const auto& c : cases)
+    {
+        Installation zn;
+        const RunResult result = zn.Run(zn.MoveWords(), c.pszFaults);
+        if (std::string(c.pszFaults).starts_with("xcsCheckC"))
+            EXPECT_TRUE(result.nStatus > 0 && result.nStatus < 256) << result.nStatus;
+        else
+            EXPECT_EQ(result.nStatus, c.nStatus) << c.pszFaults;
+        EXPECT_EQ(result.strOut, "");
+        if (c.nTerminated == 0)
+            EXPECT_EQ(result.strErr, c.strErr);
+        else
+            EXPECT_FALSE(result.strErr.empty());
+        EXPECT_EQ(zn.Calls("xcsTerminate"), c.nTerminated) << c.pszFaults;
+        EXPECT_EQ(zn.Calls("xcsGetQMDetails"), 0);
+        EXPECT_EQ(zn.State(), UNCHANGED);
+    }
+    Installation zn;
+    fs::remove(zn.work / "zns.ini");
+    EXPECT_EQ(zn.Run(zn.MoveWords()).strErr,
+              "Fatal Error: Vantor ZN Common Services initialization failed.\r\n");
+}
+
+TEST(Runs, WrongCommandLinesShowTheUsageLine)
+{
+    Installation zn;
+    for (const wchar_t* psz :
+         {L"", L"/m QM1", L"/m QM1 /dd E:\\a /ld F:\\b /x", L"/?", L"/%s%n%s QM1 /dd E:\\a /ld F:\\b",
+          L"/m \"\" /dd E:\\a /ld F:\\b \"\"", L"QM1 E:\\a F:\\b 1 2 3"})
+    {
+        const RunResult result = zn.Run(psz);
+        EXPECT_EQ(result.nStatus, FAILED);
+        EXPECT_EQ(result.strOut, "");
+        EXPECT_EQ(result.strErr, USAGE) << psz;
+    }
+    EXPECT_EQ(zn.State(), UNCHANGED);
+}
+
+TEST(Runs, RefusalsChangeNothing)
+{
+    const struct
+    {
+        const char *pszInZnsIni, *pszInstead; // what the configuration says otherwise
+        const wchar_t* pszFileInTheWay;
+        std::wstring strQueueManager, strData, strLog; // destinations below the root
+        unsigned nMessage;
+    } cases[] = {
+        {"", "", L"", L"QM9", L"newdata", L"newlog", 32},
+        {"", "", L"", L"qm1", L"newdata", L"newlog", 32},
+        {"", "", L"", std::wstring(300, L'Q'), L"newdata", L"newlog", 32},
+        {"", "", L"", L"\xD800%n", L"newdata", L"newlog", 32},
+        {"Name=QM1", "Name=QM1\r\n   MultiInstance=Yes", L"", L"QM1", L"newdata", L"newlog", 47},
+        {"Directory=QM!1", "Directory=..", L"", L"QM1", L"newdata", L"newlog", 32},
+        {"Name=Inst1", "Name=Inst2", L"", L"QM1", L"newdata", L"newlog", 32},
+        {"", "", L"", L"QM1", L"olddata", L"newlog", 42},
+        {"", "", L"", L"QM1", L"newdata\\", L"oldlog", 42},
+        {"", "", L"newdata", L"QM1", L"newdata", L"newlog", 37},
+        {"", "", L"newdata\\qmgrs\\QM!1", L"QM1", L"newdata", L"newlog", 37},
+        {"", "", L"newlog", L"QM1", L"newdata", L"newlog", 37},
+    };
+    for (const auto& c : cases)
+    {
+        Installation zn;
+        if (*c.pszInZnsIni != '\0')
+        {
+            zn.strZnsIni.replace(zn.strZnsIni.find(c.pszInZnsIni), std::strlen(c.pszInZnsIni), c.pszInstead);
+            WriteFile(zn.work / "zns.ini", zn.strZnsIni);
+        }
+        if (*c.pszFileInTheWay != L'\0')
+            WriteFile(zn.root / c.pszFileInTheWay, "in the way");
+        const RunResult result =
+            zn.Run(L"/m " + c.strQueueManager + L" /dd " + (zn.root / c.strData).wstring() + L" /ld " +
+                   (zn.root / c.strLog).wstring());
+        EXPECT_EQ(result.nStatus, FAILED) << &c - cases;
+        EXPECT_EQ(result.strErr, Message(c.nMessage) + USAGE) << &c - cases;
+        EXPECT_TRUE(zn.State().starts_with("data +") && zn.State().find("log +") != std::string::npos)
+            << zn.State();
+        EXPECT_EQ(ReadFile(zn.work / "zns.ini"), zn.strZnsIni);
+        if (*c.pszFileInTheWay != L'\0')
+            EXPECT_EQ(ReadFile(zn.root / c.pszFileInTheWay), "in the way");
+        EXPECT_TRUE(zn.IsRestUntouched()) << &c - cases;
+    }
+}
+
+TEST(Runs, EveryFailingStepLeavesWhatTheGuideSays){const struct {const char * pszFaults;
+unsigned nMessage;
+std::string strState;
+}
+cases[] = {{"xcsGetQMDetails:1:a:1:0", 32, UNCHANGED},
+           {"xcsGetInstallationDetails:1:a:10006164:0", 32, UNCHANGED},
+           {"xcsIsSubpoolActive:1:a:0:0;xcsExecProgramHandle:1:o:1:0", 33, UNCHANGED},
+           {"xcsIsSubpoolActive:1:a:0:0", 33, UNCHANGED}, // there is no end command to run
+           {"xcsGetIniFilename:1:o:1:0", 0, UNCHANGED},
+           {"xcsGetIniFilename:2:o:1:0", 0, UNCHANGED},
+           {"xcsIniUtilRead:1:o:1:0", 0, UNCHANGED},
+        {"SHFileOperationW:1:o:7c:0", 38, "data +~ log +~ zns old qm old"},
+    {"SHFileOperationW:2:o:7c:0", 38, "data ++ log +~ zns old qm old"},
+    {"SetNamedSecurityInfoW:1:a:5:5", 38, "data ++ log +~ zns old qm old"},
+    {"LookupAccountNameW:1:a:0:534", 38, "data ++ log +~ zns old qm old"},
+    {"xcsIniUtilWrite:1:o:1:0", 39, "data ++ log ++ zns old qm old"},
+    {"xcsGetIniFilename:3:o:1:0", 0, "data ++ log ++ zns new qm old"},
+    {"xcsIniUtilWrite:2:o:1:0", 39, "data ++ log ++ zns new qm old"},
+    {"DeleteFileW:2:o:0:20", 40, "data ~+ log ++ zns new qm new"},
+    {"RemoveDirectoryW:1:o:0:91", 40, "data ~+ log ++ zns new qm new"},
+    {"DeleteFileW:6:a:0:20", 40, "data -+ log ++ zns new qm new"},
+    {"DeleteFileW:7:a:0:20", 40, "data -+ log ~+ zns new qm new"},
+}
+;
+for (const auto& c : cases)
+{
+    Installation zn;
+    const RunResult result = zn.Run(zn.MoveWords(), c.pszFaults);
+    EXPECT_EQ(result.nStatus, FAILED) << c.pszFaults;
+    EXPECT_EQ(result.strOut, "");
+    EXPECT_EQ(result.strErr, Message(c.nMessage) + USAGE) << c.pszFaults;
+    EXPECT_EQ(zn.State(), c.strState) << c.pszFaults;
+    EXPECT_TRUE(zn.IsRestUntouched()) << c.pszFaults;
+    EXPECT_EQ(zn.Calls("xcsTerminate"), 1);
+    EXPECT_EQ(zn.strReport.find("held"), std::string::npos) << c.pszFaults << "\n" << zn.strReport;
+}
+}
