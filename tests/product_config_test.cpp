@@ -281,34 +281,34 @@ TEST(QueueManagers, DetailsAreExactOrRefused)
     const struct
     {
         std::string strStanza, strName;
-        const char* pszDataDirectory; // null: refused
+        std::optional<std::string> strDataDirectory; // nothing: refused
     } cases[] = {
         {stanza("QM1", "C:\\data", "QM1"), "QM1", "C:\\data\\qmgrs\\QM1"},
         {stanza("QM1", "C:", "QM1"), "QM1", "C:\\qmgrs\\QM1"},
         {stanza("QM1", "C:\\", "QM1"), "QM1", "C:\\qmgrs\\QM1"},
         {stanza("QM1", "\\\\srv\\share", "QM!1"), "QM1", "\\\\srv\\share\\qmgrs\\QM!1"},
         {stanza(strName48, "C:", strDir66, "InstallationName=" + strInstallation16), strName48,
-         ("C:\\qmgrs\\" + strDir66).c_str()},
-        {stanza("QM1", longest, "QM1"), "QM1", (longest + "\\qmgrs\\QM1").c_str()},
-        {stanza("QM1", longest + "p", "QM1"), "QM1", nullptr},
-        {stanza("QM1", "C:\\data", "QM1"), "qm1", nullptr},
-        {stanza("QM1", "C:\\data", "QM1"), "", nullptr},
-        {stanza(strName48 + "N", "C:", "QM1"), strName48 + "N", nullptr},
-        {stanza("QM1", "C:", strDir66 + "d"), "QM1", nullptr},
-        {stanza("QM1", "C:", "QM1", "InstallationName=" + strInstallation16 + "I"), "QM1", nullptr},
-        {"QueueManager:\n Name=QM1\n Directory=QM1\n", "QM1", nullptr},
-        {"QueueManager:\n Name=QM1\n Prefix=C:\n", "QM1", nullptr},
+         "C:\\qmgrs\\" + strDir66},
+        {stanza("QM1", longest, "QM1"), "QM1", longest + "\\qmgrs\\QM1"},
+        {stanza("QM1", longest + "p", "QM1"), "QM1", std::nullopt},
+        {stanza("QM1", "C:\\data", "QM1"), "qm1", std::nullopt},
+        {stanza("QM1", "C:\\data", "QM1"), "", std::nullopt},
+        {stanza(strName48 + "N", "C:", "QM1"), strName48 + "N", std::nullopt},
+        {stanza("QM1", "C:", strDir66 + "d"), "QM1", std::nullopt},
+        {stanza("QM1", "C:", "QM1", "InstallationName=" + strInstallation16 + "I"), "QM1", std::nullopt},
+        {"QueueManager:\n Name=QM1\n Directory=QM1\n", "QM1", std::nullopt},
+        {"QueueManager:\n Name=QM1\n Prefix=C:\n", "QM1", std::nullopt},
     };
     for (const auto& c : cases)
     {
         const Sandbox sandbox(c.strStanza);
         XCS_QM_DETAILS* pDetails = nullptr;
         const int32_t nResult = xcsGetQMDetails(c.strName.c_str(), nullptr, &pDetails);
-        ASSERT_EQ(nResult == 0, c.pszDataDirectory != nullptr) << c.strStanza;
+        ASSERT_EQ(nResult == 0, c.strDataDirectory.has_value()) << c.strStanza;
         ASSERT_EQ(pDetails != nullptr, nResult == 0);
         if (pDetails != nullptr)
         {
-            EXPECT_STREQ(pDetails->szDataDirectory, c.pszDataDirectory);
+            EXPECT_EQ(pDetails->szDataDirectory, c.strDataDirectory);
             EXPECT_EQ(pDetails->szName, c.strName);
             EXPECT_EQ(pDetails->fFlags, 0);
         }

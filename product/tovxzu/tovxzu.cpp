@@ -6,21 +6,23 @@
 #include <lmcons.h>
 
 #include <cstdio>
-#include <string>
 
 namespace
 {
-std::string UserName()
+// The console's code page may need more than one byte a character.
+struct UserName
 {
-    wchar_t szName[UNLEN + 1] = L"?";
-    DWORD nSize = ARRAYSIZE(szName);
-    if (!GetUserNameW(szName, &nSize))
-        return "?";
-    char szNarrow[2 * ARRAYSIZE(szName)] = "?"; // the console's code page
-    const int nLength =
-        WideCharToMultiByte(CP_OEMCP, 0, szName, -1, szNarrow, sizeof szNarrow, nullptr, nullptr);
-    return nLength > 0 ? szNarrow : "?";
-}
+    char sz[4 * (UNLEN + 1)] = "?";
+
+    UserName()
+    {
+        wchar_t szName[UNLEN + 1] = {};
+        DWORD nSize = ARRAYSIZE(szName);
+        if (GetUserNameW(szName, &nSize) &&
+            WideCharToMultiByte(CP_OEMCP, 0, szName, -1, sz, sizeof sz, nullptr, nullptr) == 0)
+            sz[0] = '\0';
+    }
+};
 } // namespace
 
 void zutMapRCTo8bit(int32_t* pnReturnCode)
@@ -49,6 +51,6 @@ void zutDisplayCSPError(const XCS_CONNECTION*, int32_t nStatus, int32_t nReturnC
             "User '%s' is not authorized to administer Vantor ZN queue managers (code 0x%08X, status %d).\n"
             "Ask for membership of the local group 'znm' or 'Administrators', sign in again, and run the "
             "command from an elevated command prompt.\n",
-            UserName().c_str(), nCode, nStatus);
+            UserName().sz, nCode, nStatus);
     fflush(stderr);
 }
