@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "text.h"
@@ -15,164 +16,79 @@
 namespace
 {
 constexpr size_t MAX_LENGTH = 16'384;
-constexpr int MAX_FIELD = 1024; // widths and precisions beyond it are cut
+constexpr size_t MAX_SPECIFICATION = 16; // flags, width and precision; none in use is half as long
 
-struct Directive
+std::wstring NarrowText(const char* psz, size_t nLimit)
 {
-    bool fLeft = false;
-    std::string strFlags;
-    int nWidth = 0;
-    int nPrecision = -1;
-    enum
-    {
-        INT,
-        SHORT,
-        INT64
-    } eSize = INT;
-    char chConversion = 0; // zero at the format's end
-};
-
-int ParseNumber(const char*& p)
-{
-    int n = 0;
-    for (; *p >= '0' && *p <= '9'; ++p)
-        n = n < MAX_FIELD ? n * 10 + (*p - '0') : MAX_FIELD;
-    return n < MAX_FIELD ? n : MAX_FIELD;
-}
-
-// From behind the percent sign; p is left behind the directive.
-Directive Parse(const char*& p, va_list* pArgs)
-{
-    Directive directive;
-    for (; *p != '\0' && std::strchr("-+ #0", *p) != nullptr; ++p)
-        directive.strFlags += *p;
-    auto number = [&] { return *p == '*' ? (++p, va_arg(*pArgs, int)) : ParseNumber(p); };
-    directive.nWidth = number();
-    if (directive.nWidth < 0)
-    {
-        directive.strFlags += '-';
-        directive.nWidth = directive.nWidth < -MAX_FIELD ? MAX_FIELD : -directive.nWidth;
-    }
-    directive.nWidth = directive.nWidth < MAX_FIELD ? directive.nWidth : MAX_FIELD;
-    if (*p == '.')
-        directive.nPrecision = (++p, number());
-    directive.fLeft = directive.strFlags.find('-') != std::string::npos;
-    for (; *p != '\0' && std::strchr("hlLqjztIw", *p) != nullptr; ++p)
-    {
-        if (std::strncmp(p, "I32", 3) == 0)
-            p += 2;
-        else if (std::strncmp(p, "I64", 3) == 0)
-        {
-            p += 2;
-            directive.eSize = Directive::INT64;
-        }
-        else if (*p == 'h')
-            directive.eSize = Directive::SHORT;
-        else if (std::strchr("qjztI", *p) != nullptr || (*p == 'l' && p[1] == 'l'))
-            directive.eSize = Directive::INT64;
-    }
-    directive.chConversion = *p != '\0' ? *p++ : '\0';
-    return directive;
-}
-
-std::wstring NarrowText(const char* psz, int nPrecision)
-{
-    const size_t nLimit = nPrecision >= 0 ? static_cast<size_t>(nPrecision) : MAX_LENGTH;
     return psz != nullptr ? WidenForDisplay({psz, strnlen(psz, nLimit)}) : L"(null)";
 }
 
-std::wstring WideText(const wchar_t* psz, int nPrecision)
+std::wstring WideText(const wchar_t* psz, size_t nLimit)
 {
-    const size_t nLimit = nPrecision >= 0 ? static_cast<size_t>(nPrecision) : MAX_LENGTH;
     return psz != nullptr ? std::wstring(psz, wcsnlen(psz, nLimit)) : L"(null)";
 }
 
-// A number by the runtime's own rules, from a specification made anew of what was parsed.
+// A number by the runtime's own rules.
 template <class Value>
-std::wstring Number(const Directive& directive, const char* pszSize, Value value)
+std::wstring Number(const std::string& strSpecification, Value value)
 {
-    const std::string strSpecification = "%" + directive.strFlags + "*.*" + pszSize + directive.chConversion;
-    char szBuffer[2 * MAX_FIELD]; // a double has 309 digits, its precision may add what a field may have
+    char szBuffer[512];
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    const int nLength = __mingw_snprintf(szBuffer, sizeof szBuffer, strSpecification.c_str(),
-                                         directive.nWidth, directive.nPrecision, value);
+    const int nLength = __mingw_snprintf(szBuffer, sizeof szBuffer, strSpecification.c_str(), value);
 #pragma GCC diagnostic pop
-    const size_t nUsed =
-        nLength < 0 ? 0 : std::min<size_t>(static_cast<size_t>(nLength), sizeof szBuffer - 1);
+    const size_t nUsed = nLength < 0 ? 0 : std::min(static_cast<size_t>(nLength), sizeof szBuffer - 1);
     return std::wstring(szBuffer, szBuffer + nUsed);
 }
 
-void AppendPadded(std::wstring& strResult, const Directive& directive, const std::wstring& strText)
+// The text of the directive whose percent sign p points to; p is left behind it. What is no directive, or one
+// that would write, is shown as it stands.
+std::wstring FormatDirective(const char*& p, va_list* pArgs)
 {
-    const size_t nWidth = static_cast<size_t>(directive.nWidth);
-    const size_t nPadding = nWidth > strText.size() ? nWidth - strText.size() : 0;
-    if (!directive.fLeft)
-        strResult.append(nPadding, L' ');
-    strResult += strText;
-    if (directive.fLeft)
-        strResult.append(nPadding, L' ');
-}
-
-void AppendDirective(std::wstring& strResult, const Directive& directive, va_list* pArgs)
-{
-    switch (directive.chConversion)
+    const char* const pStart = p++;
+    const size_t nOptions = std::strspn(p, "-+ #0123456789.");
+    const std::string strOptions(p, std::min(nOptions, MAX_SPECIFICATION));
+    p += nOptions;
+    const size_t nDot = strOptions.find('.');
+    const size_t nLimit = nDot != std::string::npos
+                              ? static_cast<size_t>(std::strtoul(strOptions.c_str() + nDot + 1, nullptr, 10))
+                              : MAX_LENGTH;
+    const bool fInt64 = std::strncmp(p, "ll", 2) == 0 || std::strncmp(p, "I64", 3) == 0 || *p == 'z';
+    p += std::strncmp(p, "I64", 3) == 0 ? 3 : std::strspn(p, "lhzw");
+    const char chConversion = *p;
+    if (chConversion != '\0')
+        ++p;
+    const std::string strNumber = "%" + strOptions + (fInt64 ? "ll" : "") + chConversion;
+    switch (chConversion)
     {
     case 's':
-        return AppendPadded(strResult, directive,
-                            NarrowText(va_arg(*pArgs, const char*), directive.nPrecision));
+        return NarrowText(va_arg(*pArgs, const char*), nLimit);
     case 'S':
-        return AppendPadded(strResult, directive,
-                            WideText(va_arg(*pArgs, const wchar_t*), directive.nPrecision));
+        return WideText(va_arg(*pArgs, const wchar_t*), nLimit);
     case 'c': {
         const char ch = static_cast<char>(va_arg(*pArgs, int));
-        return AppendPadded(strResult, directive, NarrowText(&ch, 1));
+        return NarrowText(&ch, 1);
     }
-    case 'C':
-        return AppendPadded(strResult, directive, {static_cast<wchar_t>(va_arg(*pArgs, int))});
     case 'd':
     case 'i':
-        if (directive.eSize == Directive::INT64)
-            strResult += Number(directive, "ll", va_arg(*pArgs, long long));
-        else
-            strResult +=
-                Number(directive, directive.eSize == Directive::SHORT ? "h" : "", va_arg(*pArgs, int));
-        return;
     case 'u':
     case 'o':
     case 'x':
     case 'X':
-        if (directive.eSize == Directive::INT64)
-            strResult += Number(directive, "ll", va_arg(*pArgs, unsigned long long));
-        else
-            strResult +=
-                Number(directive, directive.eSize == Directive::SHORT ? "h" : "", va_arg(*pArgs, unsigned));
-        return;
+        return fInt64 ? Number(strNumber, va_arg(*pArgs, long long)) : Number(strNumber, va_arg(*pArgs, int));
     case 'e':
-    case 'E':
     case 'f':
-    case 'F':
     case 'g':
-    case 'G':
-        strResult += Number(directive, "", va_arg(*pArgs, double));
-        return;
-    case 'p': {
-        const std::string strPointer =
-            Format("%016llX", static_cast<unsigned long long>(va_arg(*pArgs, uintptr_t)));
-        return AppendPadded(strResult, directive, std::wstring(strPointer.begin(), strPointer.end()));
-    }
+        return Number(strNumber, va_arg(*pArgs, double));
+    case 'p':
+        return Number("%016llX", static_cast<unsigned long long>(va_arg(*pArgs, uintptr_t)));
     case '%':
-        strResult += L'%';
-        return;
+        return L"%";
     case 'n':
-        va_arg(*pArgs, void*); // consumed, never written through
-        strResult += L"%n";
-        return;
-    default: // no directive at all: shown as it stands
-        strResult += L'%';
-        if (directive.chConversion != '\0')
-            strResult += NarrowText(&directive.chConversion, 1);
-        return;
+        va_arg(*pArgs, void*); // passed over
+        [[fallthrough]];
+    default:
+        return NarrowText(pStart, static_cast<size_t>(p - pStart));
     }
 }
 } // namespace
@@ -189,10 +105,9 @@ std::wstring FormatTrace(const char* pszFormat, va_list args)
         strResult += WidenForDisplay({p, nPlain});
         p += nPlain;
         if (*p == '%')
-            AppendDirective(strResult, Parse(++p, &rest), &rest);
+            strResult += FormatDirective(p, &rest);
     }
     va_end(rest);
-    if (strResult.size() > MAX_LENGTH)
-        strResult.resize(MAX_LENGTH);
+    strResult.resize(std::min(strResult.size(), MAX_LENGTH));
     return strResult;
 }
