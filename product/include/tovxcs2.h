@@ -169,7 +169,8 @@ extern "C"
                                        void* pReserved2, int32_t nOption2, uint32_t* pnReason);
 
     // 0 when the path's volume keeps access lists, XCS_RC_NO_VOLUME_SECURITY when not, another code when that
-    // could not be found out. *pnRootLength is the length of the volume's root within the path, or stays.
+    // could not be found out. *pnRootLength is the length of the volume's root within the path, in UTF-16
+    // units of the path's wide form, or stays.
     XCS_API int32_t xcsVolumeSupportsSecurity(const char* pszPath, uint32_t* pnRootLength);
 
     // --- Failure records ----------------------------------------------------------------------------------
