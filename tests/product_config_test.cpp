@@ -96,120 +96,58 @@ TEST(Config, ConvertsToAndFromUtf8)
     EXPECT_EQ(sandbox.Read("zns.ini"), "\xEF\xBB\xBFLog:\nLogPath=D:\\\xC3\xB6\nOther=\xE4\xBD\xA0\n");
 }
 
+using Call = std::function<int32_t()>;
+using Fault = std::function<int32_t(const Call&)>;
+
+// Makes a function give a result and, as some drivers do, no error code.
+template <class Function, class Result>
+Fault Gives(const char* pszFunction, Result result)
+{
+    return [=](const Call& call) {
+        ImportHook<Function, Fault> hook(pszFunction, [=](auto...) { return SetLastError(0), result; });
+        return call();
+    };
+}
+#define GIVES(function, result)                                                                              \
+    {                                                                                                        \
+#function, Gives < decltype(function)>(#function, result)                                            \
+    }
+
 // Each call of the replacement fails once: the old file is whole, and nothing lies beside it.
 TEST(Config, SurvivesEveryFailureOfTheReplacement)
 {
-    using Call = std::function<int32_t()>;
-    const auto fail = [](DWORD nError) {
-        return [nError](auto...) {
-            SetLastError(nError);
-            return FALSE;
-        };
-    };
-    const struct
-    {
-        const char* pszCase;
-        std::function<int32_t(const Call&)> with;
-    } cases[] = {
-        {"lock",
-         [&](const Call& call) {
-             ImportHook<decltype(CreateMutexW)> hook("CreateMutexW", [](auto...) {
-                 SetLastError(5);
-                 return nullptr;
-             });
-             return call();
-         }},
-        {"lock held too long",
-         [&](const Call& call) {
-             ImportHook<decltype(WaitForSingleObject)> hook("WaitForSingleObject",
-                                                            [](auto...) { return WAIT_TIMEOUT; });
-             return call();
-         }},
-        {"size",
-         [&](const Call& call) {
-             ImportHook<decltype(GetFileSizeEx)> hook("GetFileSizeEx", fail(ERROR_IO_DEVICE));
-             return call();
-         }},
-        {"read",
-         [&](const Call& call) {
-             ImportHook<decltype(ReadFile)> hook("ReadFile", fail(ERROR_IO_DEVICE));
-             return call();
-         }},
-        {"file shrinks",
-         [&](const Call& call) {
-             ImportHook<decltype(ReadFile)> hook("ReadFile",
-                                                 [](HANDLE, void*, DWORD, DWORD* pn, OVERLAPPED*) {
-                                                     *pn = 0;
-                                                     return TRUE;
-                                                 });
-             return call();
-         }},
-        {"access list",
-         [&](const Call& call) {
-             ImportHook<decltype(GetNamedSecurityInfoW)> hook("GetNamedSecurityInfoW",
-                                                              [](auto...) { return ERROR_ACCESS_DENIED; });
-             return call();
-         }},
-        {"random name",
-         [&](const Call& call) {
-             ImportHook<BOOLEAN(void*, ULONG)> hook("SystemFunction036",
-                                                    [](auto...) { return BOOLEAN{FALSE}; });
-             return call();
-         }},
+    const std::pair<const char*, Fault> cases[] = {
+        GIVES(CreateMutexW, nullptr),
+        GIVES(WaitForSingleObject, WAIT_TIMEOUT),
+        GIVES(GetFileSizeEx, FALSE),
+        GIVES(ReadFile, FALSE),
+        GIVES(ReadFile, TRUE), // nothing read: the file shrank
+        GIVES(GetNamedSecurityInfoW, ERROR_ACCESS_DENIED),
+        {"random name", Gives<BOOLEAN(void*, ULONG)>("SystemFunction036", BOOLEAN{FALSE})},
+        GIVES(SetSecurityDescriptorControl, FALSE),
+        GIVES(SetKernelObjectSecurity, FALSE),
+        GIVES(WriteFile, FALSE),
+        GIVES(WriteFile, TRUE), // nothing written
+        GIVES(FlushFileBuffers, FALSE),
+        GIVES(MoveFileExW, FALSE),
+        GIVES(GetFileAttributesW, INVALID_FILE_ATTRIBUTES),
+        GIVES(GetFileAttributesW, DWORD{FILE_ATTRIBUTE_READONLY}),
         {"creation",
-         [&](const Call& call) {
+         [](const Call& call) {
              ImportHook<decltype(CreateFileW)> hook(
-                 "CreateFileW",
-                 [&](LPCWSTR p, DWORD a, DWORD s, SECURITY_ATTRIBUTES* sa, DWORD d, DWORD f, HANDLE t) {
-                     SetLastError(ERROR_DISK_FULL);
+                 "CreateFileW", [&](auto p, auto a, auto s, auto* sa, auto d, auto f, auto t) {
                      return d == CREATE_NEW ? INVALID_HANDLE_VALUE : hook.Real(p, a, s, sa, d, f, t);
                  });
              return call();
          }},
-        {"setting the access list",
-         [&](const Call& call) {
-             ImportHook<decltype(SetKernelObjectSecurity)> hook("SetKernelObjectSecurity",
-                                                                fail(ERROR_ACCESS_DENIED));
-             return call();
-         }},
-        {"write",
-         [&](const Call& call) {
-             ImportHook<decltype(WriteFile)> hook("WriteFile", fail(ERROR_DISK_FULL));
-             return call();
-         }},
-        {"nothing written",
-         [&](const Call& call) {
-             ImportHook<decltype(WriteFile)> hook("WriteFile",
-                                                  [](HANDLE, const void*, DWORD, DWORD* pn, OVERLAPPED*) {
-                                                      *pn = 0;
-                                                      return TRUE;
-                                                  });
-             return call();
-         }},
-        {"flush",
-         [&](const Call& call) {
-             ImportHook<decltype(FlushFileBuffers)> hook("FlushFileBuffers", fail(ERROR_IO_DEVICE));
-             return call();
-         }},
-        {"rename",
-         [&](const Call& call) {
-             ImportHook<decltype(MoveFileExW)> hook("MoveFileExW", fail(ERROR_SHARING_VIOLATION));
-             return call();
-         }},
-        {"read-only",
-         [&](const Call& call) {
-             ImportHook<decltype(GetFileAttributesW)> hook(
-                 "GetFileAttributesW", [](auto...) { return DWORD{FILE_ATTRIBUTE_READONLY}; });
-             return call();
-         }},
     };
-    for (const auto& c : cases)
+    for (const auto& [pszCase, with] : cases)
     {
         const Sandbox sandbox(TEXT);
-        EXPECT_EQ(c.with([&] { return WritePrefix(sandbox, "QM1", "E:"); }), XCS_RC_SYSTEM) << c.pszCase;
-        EXPECT_EQ(sandbox.Read("zns.ini"), TEXT) << c.pszCase;
-        EXPECT_THAT(sandbox.Names(), ElementsAre("zns.ini")) << c.pszCase;
-        EXPECT_EQ(WritePrefix(sandbox, "QM1", "E:"), XCS_RC_OK) << c.pszCase; // no lock is left behind
+        EXPECT_EQ(with([&] { return WritePrefix(sandbox, "QM1", "E:"); }), XCS_RC_SYSTEM) << pszCase;
+        EXPECT_EQ(sandbox.Read("zns.ini"), TEXT) << pszCase;
+        EXPECT_THAT(sandbox.Names(), ElementsAre("zns.ini")) << pszCase;
+        EXPECT_EQ(WritePrefix(sandbox, "QM1", "E:"), XCS_RC_OK) << pszCase; // no lock is left behind
     }
 }
 

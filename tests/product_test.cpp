@@ -130,14 +130,17 @@ class SampleQueueManager : public testing::Test
 
     int SampleQm(const std::string& strWords) { return RunProgram("sampleqm.exe", strWords); }
     int EndZnm(const std::string& strWords) { return RunProgram("endznm.exe", strWords); }
-    bool IsActive() { return xcsIsSubpoolActive("QM.1", "QM!1", nullptr, 2, "Id1") == 0; }
+    bool IsActive() { return xcsIsSubpoolActive("QM.1", "QM!1", nullptr, 2, strIdentity.c_str()) == 0; }
     size_t Records(const std::string& strFile)
     {
         const std::string strContent = sandbox.Read(strFile);
         return static_cast<size_t>(std::count(strContent.begin(), strContent.end(), '\n'));
     }
 
-    Sandbox sandbox{"Installation:\r\n   Name=One\r\n   Path=C:\\inst\r\n   Identity=Id1\r\n"};
+    // Test programs that run at the same time have queue managers of their own.
+    const std::string strIdentity = "Id" + std::to_string(GetCurrentProcessId());
+    Sandbox sandbox{"Installation:\r\n   Name=One\r\n   Path=C:\\inst\r\n   Identity=" + strIdentity +
+                    "\r\n"};
     const std::string strActivity = "data/qmgrs/QM!1/activity.rec";
     const std::string strJournal = "log/QM!1/journal.rec";
 };
@@ -164,8 +167,9 @@ TEST_F(SampleQueueManager, LivesAndEnds)
 
 TEST_F(SampleQueueManager, RefusesToEndWhenToldTo)
 {
-    const KernelHandle ready(CreateEventW(nullptr, TRUE, FALSE, L"Local\\ZN.Test.Ready"));
-    const KernelHandle process = StartProgram("sampleqm.exe", "run QM.1 /refuse /ready Local\\ZN.Test.Ready");
+    const std::string strReady = "Local\\ZN.Test." + strIdentity;
+    const KernelHandle ready(CreateEventA(nullptr, TRUE, FALSE, strReady.c_str()));
+    const KernelHandle process = StartProgram("sampleqm.exe", "run QM.1 /refuse /ready " + strReady);
     const HANDLE ah[] = {ready.Get(), process.Get()};
     ASSERT_EQ(WaitForMultipleObjects(2, ah, FALSE, INFINITE), WAIT_OBJECT_0);
     for (const char* pszOption : {"-w ", "-i ", "-p ", "-rp ", "-ri ", ""})
@@ -188,7 +192,7 @@ TEST_F(SampleQueueManager, DoesNotStartWithDamagedOrMissingFiles)
 {
     const std::string strFile = "log/QM!1/file00001.rec", strRead = sandbox.Read(strFile);
     std::string strFlipped = strRead;
-    strFlipped[strFlipped.size() / 2] ^= 1;
+    strFlipped[strFlipped.find("message")] ^= 1;
     const size_t nLast = strRead.rfind('\n', strRead.size() - 2) + 1;
     for (const auto& strDamaged :
          {strFlipped, strRead.substr(0, nLast), strRead.substr(0, strRead.size() - 1),

@@ -15,13 +15,20 @@ namespace
 constexpr LONGLONG MAX_FILE_SIZE = 256LL << 20;
 constexpr DWORD LOCK_TIMEOUT_MS = 30'000;
 
+// The code of a call that has just failed, also where the system gave none: 0 would pass for success.
+DWORD Failure()
+{
+    const DWORD nError = GetLastError();
+    return nError != ERROR_SUCCESS ? nError : DWORD{ERROR_GEN_FAILURE};
+}
+
 // Two programs that change one file at the same time would lose one of the changes.
 class WriterLock
 {
   public:
     WriterLock() : m_mutex(CreateMutexW(nullptr, FALSE, L"Global\\ZN.Configuration"))
     {
-        const DWORD nError = GetLastError();
+        const DWORD nError = Failure();
         if (!m_mutex)
         {
             m_nError = nError;
@@ -77,7 +84,7 @@ class NewFile
         DWORD nRevision = 0;
         if (!GetSecurityDescriptorControl(pDescriptor, &fControl, &nRevision) ||
             !SetSecurityDescriptorControl(pDescriptor, SE_DACL_PROTECTED, SE_DACL_PROTECTED))
-            return GetLastError();
+            return Failure();
 
         uint64_t nRandom = 0;
         if (!RtlGenRandom(&nRandom, sizeof nRandom))
@@ -90,14 +97,14 @@ class NewFile
         SECURITY_ATTRIBUTES attributes = {sizeof attributes, pDescriptor, FALSE};
         FileHandle file(CreateFileW(strPath.c_str(), GENERIC_WRITE | WRITE_DAC, 0, &attributes, CREATE_NEW,
                                     nAttributes, nullptr));
-        const DWORD nError = GetLastError();
+        const DWORD nError = Failure();
         if (!file)
             return nError;
         m_file = std::move(file);
         m_strPath = strPath;
         if (!SetSecurityDescriptorControl(pDescriptor, SE_DACL_PROTECTED, fControl & SE_DACL_PROTECTED) ||
             !SetKernelObjectSecurity(m_file.Get(), DACL_SECURITY_INFORMATION, pDescriptor))
-            return GetLastError();
+            return Failure();
         return ERROR_SUCCESS;
     }
 
@@ -108,12 +115,12 @@ class NewFile
             const DWORD nPart = static_cast<DWORD>(std::min<size_t>(content.size(), 1u << 20));
             DWORD nWritten = 0;
             if (!WriteFile(m_file.Get(), content.data(), nPart, &nWritten, nullptr))
-                return GetLastError();
+                return Failure();
             if (nWritten == 0)
                 return ERROR_WRITE_FAULT;
             content.remove_prefix(nWritten);
         }
-        return FlushFileBuffers(m_file.Get()) ? ERROR_SUCCESS : GetLastError();
+        return FlushFileBuffers(m_file.Get()) ? ERROR_SUCCESS : Failure();
     }
 
     // A rename within one directory is one step; ReplaceFileW is several, and can stop between them.
@@ -122,7 +129,7 @@ class NewFile
         m_file.Close();
         if (!MoveFileExW(m_strPath.c_str(), strOther.c_str(),
                          MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-            return GetLastError();
+            return Failure();
         m_strPath.clear();
         return ERROR_SUCCESS;
     }
@@ -138,12 +145,12 @@ DWORD ReadWholeFile(const std::wstring& strPath, std::string& strContent)
     const FileHandle file(CreateFileW(strPath.c_str(), GENERIC_READ,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                       OPEN_EXISTING, 0, nullptr));
-    const DWORD nError = GetLastError();
+    const DWORD nError = Failure();
     if (!file)
         return nError;
     LARGE_INTEGER nSize = {};
     if (!GetFileSizeEx(file.Get(), &nSize))
-        return GetLastError();
+        return Failure();
     if (nSize.QuadPart > MAX_FILE_SIZE)
         return ERROR_FILE_TOO_LARGE;
     std::string strRead(static_cast<size_t>(nSize.QuadPart), '\0');
@@ -152,7 +159,7 @@ DWORD ReadWholeFile(const std::wstring& strPath, std::string& strContent)
         DWORD nRead = 0;
         if (!ReadFile(file.Get(), &strRead[nOffset], static_cast<DWORD>(strRead.size() - nOffset), &nRead,
                       nullptr))
-            return GetLastError();
+            return Failure();
         if (nRead == 0) // the file shrank meanwhile: half of it is not its content
             return ERROR_HANDLE_EOF;
         nOffset += nRead;
@@ -173,7 +180,7 @@ DWORD ReplaceFileContent(const std::wstring& strPath, const ContentChange& chang
     if (!strNew)
         return ERROR_INVALID_DATA;
     const DWORD nAttributes = GetFileAttributesW(strPath.c_str());
-    const DWORD nError = GetLastError();
+    const DWORD nError = Failure();
     if (nAttributes == INVALID_FILE_ATTRIBUTES)
         return nError;
     if (nAttributes & FILE_ATTRIBUTE_READONLY)
