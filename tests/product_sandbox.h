@@ -17,6 +17,7 @@ class Sandbox
         : m_root(std::filesystem::temp_directory_path() /
                  ("zn" + std::to_string(GetCurrentProcessId()) + "." + std::to_string(s_nNext++)))
     {
+        std::filesystem::remove_all(m_root); // of an earlier process of that number, which was killed
         std::filesystem::create_directories(m_root);
         Write("zns.ini", strZnsIni);
         SetEnvironmentVariableW(L"ZN_WORK_PATH", m_root.c_str());

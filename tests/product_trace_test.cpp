@@ -254,7 +254,7 @@ TEST(FailureRecord, ShowsTheSystemsWordsForTheFirstNumberOnly)
         Report(pszText);
         const std::string strRecord = TheFile(sandbox, "errors");
         EXPECT_THAT(strRecord, HasSubstr("Probe"));
-        EXPECT_EQ(strRecord.find("System") != std::string::npos, pszShown != nullptr) << strRecord;
+        EXPECT_EQ(strRecord.find("\nSystem ") != std::string::npos, pszShown != nullptr) << strRecord;
         if (pszShown != nullptr)
             EXPECT_THAT(strRecord, HasSubstr(pszShown));
     }
