@@ -19,7 +19,8 @@ CString::CString(const char* psz)
     if (nSize <= 1)
         return;
     std::wstring text(static_cast<size_t>(nSize), L'\0');
-    MultiByteToWideChar(CP_THREAD_ACP, 0, psz, -1, text.data(), nSize);
+    if (MultiByteToWideChar(CP_THREAD_ACP, 0, psz, -1, text.data(), nSize) == 0)
+        return;
     text.pop_back(); // the terminator, which was converted too
     m_pText = std::make_shared<std::wstring>(std::move(text));
 }
