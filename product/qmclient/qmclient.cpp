@@ -19,7 +19,7 @@ using Installation = std::unique_ptr<XCS_INSTALLATION_DETAILS, RecordDeleter>;
 
 Installation FindInstallation(const char* pszName, int32_t nSelector)
 {
-    XCS_SCRATCH scratch;
+    XCS_SCRATCH scratch = {};
     XCS_INSTALLATION_DETAILS* pInstallation = nullptr;
     const int32_t nResult =
         xcsGetInstallationDetails(pszName, nullptr, nullptr, nSelector, nullptr, &scratch, &pInstallation);
@@ -54,7 +54,7 @@ CommonServices::~CommonServices()
 std::optional<QueueManager> FindQueueManager(const std::wstring& strName)
 {
     const auto strNarrow = Narrow(strName);
-    XCS_SCRATCH scratch;
+    XCS_SCRATCH scratch = {};
     XCS_QM_DETAILS* pDetails = nullptr;
     if (!strNarrow || xcsGetQMDetails(strNarrow->c_str(), &scratch, &pDetails) != 0)
         return std::nullopt;

@@ -45,7 +45,8 @@ struct Words
     std::wstring strDataPrefix;
     std::wstring strLogParent;
     std::wstring strReadyEvent;
-    unsigned nFiles = 200;
+    std::wstring strFiles = L"200";
+    unsigned nFiles = 0;
     bool fMultiInstance = false;
     bool fRefuse = false;
 };
@@ -84,22 +85,22 @@ bool Parse(const std::vector<std::wstring>& words, Words& parsed)
     for (size_t n = 2; n < words.size(); ++n)
     {
         const std::wstring& strWord = words[n];
-        if (strWord == L"/multiinstance")
-            parsed.fMultiInstance = true;
-        else if (strWord == L"/refuse")
-            parsed.fRefuse = true;
-        else if (++n == words.size())
-            return false;
-        else if (strWord == L"/dd")
-            parsed.strDataPrefix = words[n];
-        else if (strWord == L"/ld")
-            parsed.strLogParent = words[n];
-        else if (strWord == L"/ready")
-            parsed.strReadyEvent = words[n];
-        else if (strWord != L"/files" || !ParseCount(words[n], parsed.nFiles))
+        std::wstring* const pValue = strWord == L"/dd"      ? &parsed.strDataPrefix
+                                     : strWord == L"/ld"    ? &parsed.strLogParent
+                                     : strWord == L"/ready" ? &parsed.strReadyEvent
+                                     : strWord == L"/files" ? &parsed.strFiles
+                                                            : nullptr;
+        bool* const pFlag = strWord == L"/multiinstance" ? &parsed.fMultiInstance
+                            : strWord == L"/refuse"      ? &parsed.fRefuse
+                                                         : nullptr;
+        if (pFlag != nullptr)
+            *pFlag = true;
+        else if (pValue != nullptr && n + 1 < words.size())
+            *pValue = words[++n];
+        else
             return false;
     }
-    return IsQueueManagerName(parsed.strName);
+    return IsQueueManagerName(parsed.strName) && ParseCount(parsed.strFiles, parsed.nFiles);
 }
 
 // A file's name cannot hold every character that a queue manager's name can.

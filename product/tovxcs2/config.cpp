@@ -148,7 +148,7 @@ int32_t xcsGetIniFilename(const char* pszQMName, char* pszFileName, uint32_t* pn
     }
     if (!strPath || strPath->size() >= XCS_PATH_SIZE)
         return XCS_RC_TRUNCATED;
-    std::memcpy(pszFileName, strPath->c_str(), strPath->size() + 1);
+    pszFileName[strPath->copy(pszFileName, XCS_PATH_SIZE - 1)] = '\0';
     *pnFileType = pszQMName == nullptr ? FILE_TYPE_PRODUCT : FILE_TYPE_QUEUE_MANAGER;
     return XCS_RC_OK;
 }

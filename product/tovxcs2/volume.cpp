@@ -18,7 +18,7 @@ int32_t TestVolumeSecurity(const std::wstring& strPath, std::wstring& strRoot)
     std::wstring strBuffer(strPath.size() + MAX_PATH + 2, L'\0');
     if (!GetVolumePathNameW(strPath.c_str(), strBuffer.data(), static_cast<DWORD>(strBuffer.size())))
         return XCS_RC_SYSTEM;
-    strRoot = strBuffer.c_str();
+    strRoot.assign(strBuffer, 0, strBuffer.find(L'\0'));
     DWORD fFlags = 0;
     if (!GetVolumeInformationW(strRoot.c_str(), nullptr, 0, nullptr, nullptr, &fFlags, nullptr, 0))
         return XCS_RC_SYSTEM;
