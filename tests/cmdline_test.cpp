@@ -6,19 +6,16 @@
 
 using testing::ElementsAre;
 
-namespace
-{
+namespace {
 // Parses words as the framework would, into a fresh state of the application object.
-void Parse(std::vector<std::wstring> words)
-{
+void Parse(std::vector<std::wstring> words) {
     theApp.m_nParameters = 0;
     theApp.m_nExpected = EXPECT_FLAG;
     theApp.m_fParametersValid = TRUE;
     theApp.m_strQueueManager = theApp.m_strDataDest = theApp.m_strLogDest = CString();
     words.insert(words.begin(), L"tarvel");
     std::vector<wchar_t*> pointers;
-    for (std::wstring& str : words)
-        pointers.push_back(str.data());
+    for (std::wstring& str : words) pointers.push_back(str.data());
     pointers.push_back(nullptr);
     __argc = static_cast<int>(words.size());
     __wargv = pointers.data();
@@ -26,16 +23,11 @@ void Parse(std::vector<std::wstring> words)
     theApp.ParseCommandLine(info);
 }
 
-bool IsValid()
-{
-    return theApp.m_nParameters == 6 && theApp.m_fParametersValid == TRUE;
-}
+bool IsValid() { return theApp.m_nParameters == 6 && theApp.m_fParametersValid == TRUE; }
 } // namespace
 
-TEST(CommandLine, IsValidExactlyWithThreePairs)
-{
-    const struct
-    {
+TEST(CommandLine, IsValidExactlyWithThreePairs) {
+    const struct {
         std::vector<std::wstring> words;
         bool fValid;
         const wchar_t* pszExpected; // name|data|log
@@ -56,35 +48,27 @@ TEST(CommandLine, IsValidExactlyWithThreePairs)
         {{L"//m", L"QM1", L"/dd", L"D:\\x", L"/ld", L"E:\\y"}, false, L"||"},
         {{}, false, L"||"},
     };
-    for (const auto& c : cases)
-    {
+    for (const auto& c : cases) {
         Parse(c.words);
         EXPECT_EQ(IsValid(), c.fValid) << &c - cases;
         EXPECT_EQ(theApp.m_nParameters, c.words.size()) << &c - cases;
-        const CString strValues =
-            theApp.m_strQueueManager + L"|" + theApp.m_strDataDest + L"|" + theApp.m_strLogDest;
+        const CString strValues = theApp.m_strQueueManager + L"|" + theApp.m_strDataDest + L"|" + theApp.m_strLogDest;
         EXPECT_STREQ(strValues, c.pszExpected) << &c - cases;
     }
 }
 
-TEST(CommandLine, EveryWordIsTraced)
-{
+TEST(CommandLine, EveryWordIsTraced) {
     Capture capture;
     Parse({L"/m", L"QM1", L"/DD", L"D:/x\\", L"/ld", L"E:\\y", L"extra", L"/late"});
-    EXPECT_THAT(
-        capture.Only("#"),
-        ElementsAre(
-            "# 26 CZNMException::CZNMException() (nModuleName=181, nProbe=0, nSeverity = 2, lpszText = "
-            "(QueueManager flag caught))",
-            "# 181 ***CZNMException Caught***: (QueueManager flag caught)",
-            "# 181 QueueManager argument specified: 'QM1'",
-            testing::HasSubstr("lpszText = (Destination flag"),
-            "# 181 ***CZNMException Caught***: (Destination flag caught)",
-            "# 181 Destination argument specified: 'D:/x\\'",
-            "# 177 CZNMSCSApp::SetDataDest() (strDataDest = D:/x\\)", testing::_,
+    EXPECT_THAT(capture.Only("#"),
+        ElementsAre("# 26 CZNMException::CZNMException() (nModuleName=181, nProbe=0, nSeverity = 2, lpszText = "
+                    "(QueueManager flag caught))",
+            "# 181 ***CZNMException Caught***: (QueueManager flag caught)", "# 181 QueueManager argument specified: 'QM1'",
+            testing::HasSubstr("lpszText = (Destination flag"), "# 181 ***CZNMException Caught***: (Destination flag caught)",
+            "# 181 Destination argument specified: 'D:/x\\'", "# 177 CZNMSCSApp::SetDataDest() (strDataDest = D:/x\\)", testing::_,
             "# 181 ***CZNMException Caught***: (Log flag caught)", "# 181 Log argument specified: 'E:\\y'",
-            "# 178 CZNMSCSApp::SetLogDest() (strLogDest = E:\\y)", "# 181 No flag associated with argument",
-            testing::_, "# 181 ***CZNMException Caught***: Parameters already invalid"));
+            "# 178 CZNMSCSApp::SetLogDest() (strLogDest = E:\\y)", "# 181 No flag associated with argument", testing::_,
+            "# 181 ***CZNMException Caught***: Parameters already invalid"));
     EXPECT_EQ(capture.Count("> 26"), 4);
     EXPECT_EQ(capture.Count("< 27 0"), 4); // each was deleted
 
@@ -95,44 +79,23 @@ TEST(CommandLine, EveryWordIsTraced)
     EXPECT_TRUE(capture.Has("# 181 ***CZNMException Caught***: Invalid flag caught: 'Xy%s%n%'"));
 }
 
-TEST(CommandLine, UnknownExceptionWritesARecordAndParsingGoesOn)
-{
+TEST(CommandLine, UnknownExceptionWritesARecordAndParsingGoesOn) {
     Capture capture;
-    ImportHook<decltype(CharLowerBuffW)> hook("CharLowerBuffW",
-                                              [](auto...) -> DWORD { throw std::bad_alloc(); });
+    ImportHook<decltype(CharLowerBuffW)> hook("CharLowerBuffW", [](auto...) -> DWORD { throw std::bad_alloc(); });
     Parse({L"/m", L"QM1"});
     EXPECT_TRUE(capture.Has("! 181/1 *** Unknown exception caught! ***"));
     EXPECT_EQ(theApp.m_nParameters, 2);
 }
 
-TEST(CommandLine, NoCommandLineDoesHarm)
-{
+TEST(CommandLine, NoCommandLineDoesHarm) {
     std::mt19937 random(1);
-    const std::wstring words[] = {L"/m",
-                                  L"-DD",
-                                  L"/ld",
-                                  L"QM1",
-                                  L"E:\\a",
-                                  L"/%s%n%s",
-                                  L"%n%n%1000000000d",
-                                  L"",
-                                  L"/",
-                                  L"-",
-                                  L"\xD800",
-                                  L"\xDC00/",
-                                  L"\u20AC\u4E2D",
-                                  L"\\\\?\\E:\\",
-                                  L"CON",
-                                  std::wstring(300, L'Q'),
-                                  std::wstring(1023, L'\\'),
-                                  std::wstring(1024, L'%'),
-                                  std::wstring(32767, L'/')};
+    const std::wstring words[] = {L"/m", L"-DD", L"/ld", L"QM1", L"E:\\a", L"/%s%n%s", L"%n%n%1000000000d", L"", L"/", L"-", L"\xD800",
+        L"\xDC00/", L"\u20AC\u4E2D", L"\\\\?\\E:\\", L"CON", std::wstring(300, L'Q'), std::wstring(1023, L'\\'), std::wstring(1024, L'%'),
+        std::wstring(32767, L'/')};
     int nValid = 0;
-    for (int i = 0; i < 10000; ++i)
-    {
+    for (int i = 0; i < 10000; ++i) {
         std::vector<std::wstring> line(random() % 9);
-        for (std::wstring& str : line)
-            str = words[random() % std::size(words)];
+        for (std::wstring& str : line) str = words[random() % std::size(words)];
         Capture capture;
         Parse(line);
         ASSERT_EQ(theApp.m_nParameters, line.size());

@@ -2,61 +2,28 @@
 #include <aclapi.h>
 #include <shellapi.h>
 
-#include <filesystem>
-#include <fstream>
-
 #include "capture.h"
+#include "tempdir.h"
 #include "znmapp.h"
 
-namespace fs = std::filesystem;
 using testing::Contains;
 using testing::ElementsAre;
 
-namespace
-{
-// A directory that is empty at the start of each test and gone after it.
-class Directories : public testing::Test
-{
+namespace {
+class Directories : public testing::Test, public TempDir {
   protected:
-    Directories() { fs::create_directories(m_root); }
-    ~Directories() override
-    {
-        std::error_code ignored;
-        for (const auto& entry : fs::recursive_directory_iterator(m_root, ignored))
-            SetFileAttributesW(entry.path().c_str(), FILE_ATTRIBUTE_NORMAL);
-        fs::remove_all(m_root, ignored);
-    }
-    CString At(const wchar_t* psz) const { return CString(m_root.c_str()) + psz; }
-    void Make(const wchar_t* psz, DWORD nAttributes = FILE_ATTRIBUTE_NORMAL) const
-    {
-        const fs::path path = static_cast<const wchar_t*>(At(psz));
-        fs::create_directories(path.parent_path());
-        std::ofstream(path) << path.filename().string();
-        SetFileAttributesW(path.c_str(), nAttributes);
-    }
-    std::vector<std::wstring> Listing(const wchar_t* psz) const
-    {
-        std::vector<std::wstring> result;
-        const fs::path base = static_cast<const wchar_t*>(At(psz));
-        for (const auto& entry : fs::recursive_directory_iterator(base))
-            result.push_back(fs::relative(entry.path(), base).wstring());
-        std::sort(result.begin(), result.end());
-        return result;
-    }
-    std::string Narrow(const wchar_t* psz) const { return static_cast<const char*>(CW2A(At(psz))); }
-
-    fs::path m_root = fs::temp_directory_path() / ("directories." + std::to_string(GetCurrentProcessId()));
+    CString At(const wchar_t* psz) const { return (root.wstring() + psz).c_str(); }
+    fs::path Path(const char* psz) const { return root.string() + psz; }
+    std::string Narrow(const char* psz) const { return root.string() + psz; }
+    void Make(const char* psz, DWORD nAttributes = FILE_ATTRIBUTE_NORMAL) const { WriteAll(Path(psz), psz, nAttributes); }
 };
 
-using Volume = ImportHook<decltype(xcsVolumeSupportsSecurity)>;
 using Shell = ImportHook<decltype(SHFileOperationW)>;
 } // namespace
 
-TEST_F(Directories, MissingPathsAreCreatedAndExistingOnesChecked)
-{
-    Make(L"\\file");
-    const struct
-    {
+TEST_F(Directories, MissingPathsAreCreatedAndExistingOnesChecked) {
+    Make("\\file");
+    const struct {
         const wchar_t* pszPath;
         int nExpected;
         const char* pszTrace;
@@ -69,21 +36,17 @@ TEST_F(Directories, MissingPathsAreCreatedAndExistingOnesChecked)
         {L"\\file\\x", 0, "- 171 Specified path is not a directory"},
         {L"\\bad?name\\x", 0, "- 173 Cannot create directory structure"},
     };
-    for (const auto& c : cases)
-    {
+    for (const auto& c : cases) {
         Capture capture;
         EXPECT_EQ(theApp.CheckAndCreateZNDirectory(At(c.pszPath)), c.nExpected) << c.pszPath;
-        EXPECT_EQ(fs::is_directory(static_cast<const wchar_t*>(At(c.pszPath))), c.nExpected == 1)
-            << c.pszPath;
-        if (c.pszTrace != nullptr)
-            EXPECT_TRUE(capture.Has(c.pszTrace)) << c.pszPath;
+        EXPECT_EQ(fs::is_directory(static_cast<const wchar_t*>(At(c.pszPath))), c.nExpected == 1) << c.pszPath;
+        if (c.pszTrace != nullptr) EXPECT_TRUE(capture.Has(c.pszTrace)) << c.pszPath;
     }
-    EXPECT_THAT(Listing(L""), ElementsAre(L"a", L"a\\b", L"a\\b\\c", L"d", L"d\\e", L"f", L"f\\g", L"file"));
+    EXPECT_THAT(Names(), ElementsAre(L"a", L"a\\b", L"a\\b\\c", L"d", L"d\\e", L"f", L"f\\g", L"file"));
 }
 
-TEST_F(Directories, WalkReturnsTheCodeOfTheLastComponent)
-{
-    Make(L"\\file");
+TEST_F(Directories, WalkReturnsTheCodeOfTheLastComponent) {
+    Make("\\file");
     EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\new\\x"), CString()), 0u);
     EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\new\\x"), CString()) & 0x10, 0x10u); // exists: its attributes
     EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\file\\x"), CString()), 3u);
@@ -106,60 +69,50 @@ TEST_F(Directories, WalkReturnsTheCodeOfTheLastComponent)
     EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\new\\z\\z"), CString()), 1816u);
     // A path that begins with a backslash has an empty first component, which is tried as it is.
     EXPECT_EQ(theApp.CreateZNDirectory(L"\\\\srv\\share\\x", CString()), 1816u);
-    EXPECT_THAT(created, ElementsAre(Narrow(L"\\new\\z"), ""));
+    EXPECT_THAT(created, ElementsAre(Narrow("\\new\\z"), ""));
 }
 
-TEST_F(Directories, NewDirectoryIsSecuredAndAFailureOfThatIsNone)
-{
+TEST_F(Directories, NewDirectoryIsSecuredAndAFailureOfThatIsNone) {
     Capture capture;
     std::vector<std::wstring> secured;
-    ImportHook<decltype(SetNamedSecurityInfoW)> set("SetNamedSecurityInfoW",
-                                                    [&](LPWSTR psz, auto, DWORD nInfo, auto...) {
-                                                        if (nInfo == DACL_SECURITY_INFORMATION)
-                                                            secured.push_back(psz);
-                                                        return DWORD{ERROR_ACCESS_DENIED};
-                                                    });
+    ImportHook<decltype(SetNamedSecurityInfoW)> set("SetNamedSecurityInfoW", [&](LPWSTR psz, auto, DWORD nInfo, auto...) {
+        if (nInfo == DACL_SECURITY_INFORMATION) secured.push_back(psz);
+        return DWORD{ERROR_ACCESS_DENIED};
+    });
     EXPECT_EQ(theApp.CheckAndCreateZNDirectory(At(L"\\p\\q")), 1);
     const std::wstring p = At(L"\\p").operator const wchar_t*();
     EXPECT_THAT(secured, ElementsAre(p, p, p + L"\\q", p + L"\\q")); // each tried twice, existing ones never
     EXPECT_EQ(capture.Count("- 171 Failed to set security on newly created directory"), 2);
-    EXPECT_TRUE(capture.Has("# 171 Successfully created directory '" + Narrow(L"\\p\\q") + "'"));
+    EXPECT_TRUE(capture.Has("# 171 Successfully created directory '" + Narrow("\\p\\q") + "'"));
     EXPECT_TRUE(capture.Has("- 31 Merging previous security settings"));
 }
 
-TEST_F(Directories, CopyTakesEverythingAndRestoresTheCurrentDirectory)
-{
-    Make(L"\\from\\a");
-    Make(L"\\from\\s\\t\\u\\hidden", FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY);
-    Make(L"\\to\\a", FILE_ATTRIBUTE_NORMAL);
-    std::ofstream(fs::path(static_cast<const wchar_t*>(At(L"\\to\\a")))) << "old";
+TEST_F(Directories, CopyTakesEverythingAndRestoresTheCurrentDirectory) {
+    Make("\\from\\a");
+    Make("\\from\\s\\t\\u\\hidden", FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY);
+    WriteAll(Path("\\to\\a"), "old content");
     const fs::path before = fs::current_path();
     Capture capture;
     // Access lists are looked at elsewhere; where they are kept as permission bits they hide the attributes.
-    ImportHook<decltype(SetNamedSecurityInfoW)> set("SetNamedSecurityInfoW",
-                                                    [](auto...) { return DWORD{0}; });
+    ImportHook<decltype(SetNamedSecurityInfoW)> set("SetNamedSecurityInfoW", [](auto...) { return DWORD{0}; });
     EXPECT_EQ(theApp.CopyZNFiles(At(L"\\to"), At(L"\\from")), 1);
-    EXPECT_EQ(Listing(L"\\to"), Listing(L"\\from"));
-    EXPECT_EQ(fs::file_size(static_cast<const wchar_t*>(At(L"\\to\\a"))), 1u);
+    EXPECT_EQ(Names("to"), Names("from"));
+    EXPECT_EQ(ReadAll(Path("\\to\\a")), "\\from\\a");
     EXPECT_EQ(GetFileAttributesW(At(L"\\to\\s\\t\\u\\hidden")) & 3, 3u);
     EXPECT_EQ(fs::current_path(), before);
-    EXPECT_TRUE(
-        capture.Has("# 174 Current Dir = " + before.string() + ", Changing to = " + Narrow(L"\\from")));
+    EXPECT_TRUE(capture.Has("# 174 Current Dir = " + before.string() + ", Changing to = " + Narrow("\\from")));
     EXPECT_EQ(capture.Count("- 31 Discarding previous security settings"),
-              8); // four levels, files and directories
+        8); // four levels, files and directories
 }
 
-TEST_F(Directories, CopyHandsTheShellWholeListsOfAnyLength)
-{
-    for (const size_t nLength : {10, 259, 260, 509, 510, 511, 512, 1024, 32767})
-    {
+TEST_F(Directories, CopyHandsTheShellWholeListsOfAnyLength) {
+    for (const size_t nLength : {10, 259, 260, 509, 510, 511, 512, 1024, 32767}) {
         const std::wstring strSrc = L"C:\\" + std::wstring(nLength - 3, L's'), strDest(nLength, L'd');
         const fs::path before = fs::current_path();
         Capture capture;
         Shell shell("SHFileOperationW", [&](LPSHFILEOPSTRUCTW p) {
-            EXPECT_TRUE(p->hwnd == nullptr && p->wFunc == FO_COPY && p->fFlags == 0x0614 &&
-                        !p->fAnyOperationsAborted && p->hNameMappings == nullptr &&
-                        p->lpszProgressTitle == nullptr);
+            EXPECT_TRUE(p->hwnd == nullptr && p->wFunc == FO_COPY && p->fFlags == 0x0614 && !p->fAnyOperationsAborted &&
+                p->hNameMappings == nullptr && p->lpszProgressTitle == nullptr);
             EXPECT_EQ(std::wstring(p->pFrom, nLength + 4), strSrc + std::wstring(L"\\*\0\0", 4));
             EXPECT_EQ(std::wstring(p->pTo, nLength + 2), strDest + std::wstring(2, L'\0'));
             SetLastError(1224);
@@ -172,13 +125,11 @@ TEST_F(Directories, CopyHandsTheShellWholeListsOfAnyLength)
     }
 }
 
-TEST_F(Directories, CopyGoesOnWithoutItsCurrentDirectoryAndSecuresBothParts)
-{
-    Make(L"\\from\\a");
-    fs::create_directory(static_cast<const wchar_t*>(At(L"\\to")));
+TEST_F(Directories, CopyGoesOnWithoutItsCurrentDirectoryAndSecuresBothParts) {
+    Make("\\from\\a");
+    fs::create_directory(Path("\\to"));
     const fs::path before = fs::current_path();
-    const struct
-    {
+    const struct {
         DWORD nSaved;              // result of GetCurrentDirectoryW, which leaves the buffer alone
         const wchar_t* pszRefused; // what may not be secured
         int nExpected;
@@ -188,43 +139,34 @@ TEST_F(Directories, CopyGoesOnWithoutItsCurrentDirectoryAndSecuresBothParts)
         {300, L"", 1, {}},
         {0, L"\\a", 0, {"- 174 Failed to set security on destination files"}},
         {0, L"\\to", 0, {"- 174 Failed to set security on destination directory"}},
-        {0,
-         L"t",
-         0,
-         {"- 174 Failed to set security on destination files",
-          "- 174 Failed to set security on destination directory"}},
+        {0, L"t", 0, {"- 174 Failed to set security on destination files", "- 174 Failed to set security on destination directory"}},
     };
-    for (const auto& c : cases)
-    {
+    for (const auto& c : cases) {
         Capture capture;
-        ImportHook<decltype(GetCurrentDirectoryW)> current("GetCurrentDirectoryW",
-                                                           [&](auto...) { return c.nSaved; });
+        ImportHook<decltype(GetCurrentDirectoryW)> current("GetCurrentDirectoryW", [&](auto...) { return c.nSaved; });
         ImportHook<decltype(SetNamedSecurityInfoW)> set("SetNamedSecurityInfoW", [&](LPWSTR psz, auto...) {
             const std::wstring strPath = psz, strRefused = c.pszRefused;
-            const bool fRefused =
-                strRefused == L"t" || (!strRefused.empty() && strPath.ends_with(strRefused));
+            const bool fRefused = strRefused == L"t" || (!strRefused.empty() && strPath.ends_with(strRefused));
             return DWORD{fRefused ? 5u : 0u};
         });
         EXPECT_EQ(theApp.CopyZNFiles(At(L"\\to"), At(L"\\from")), c.nExpected) << &c - cases;
         std::vector<std::string> texts = capture.Only("-");
         std::erase_if(texts, [](const std::string& str) { return !str.starts_with("- 174"); });
         EXPECT_EQ(texts, c.texts) << &c - cases;
-        EXPECT_EQ(fs::current_path(),
-                  fs::path(c.nSaved == 0 ? before.wstring() : At(L"\\from").operator const wchar_t*()));
+        EXPECT_EQ(fs::current_path(), fs::path(c.nSaved == 0 ? before.wstring() : At(L"\\from").operator const wchar_t*()));
         fs::current_path(before);
     }
     Capture capture;
     ImportHook<decltype(SetCurrentDirectoryW)> refuse("SetCurrentDirectoryW", [](auto...) { return FALSE; });
     EXPECT_EQ(theApp.CopyZNFiles(At(L"\\to"), At(L"\\from")), 1);
-    EXPECT_TRUE(capture.Has("# 174 Failed to change current directory to '" + Narrow(L"\\from") + "'"));
+    EXPECT_TRUE(capture.Has("# 174 Failed to change current directory to '" + Narrow("\\from") + "'"));
     EXPECT_TRUE(capture.Has("- 174 Failed to restore original working directory!"));
 }
 
-TEST_F(Directories, DeletionTakesTheWholeTreeDepthFirst)
-{
-    Make(L"\\x\\.config");
-    Make(L"\\x\\..x\\deep\\f", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
-    Make(L"\\x\\system", FILE_ATTRIBUTE_SYSTEM);
+TEST_F(Directories, DeletionTakesTheWholeTreeDepthFirst) {
+    Make("\\x\\.config");
+    Make("\\x\\..x\\deep\\f", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
+    Make("\\x\\system", FILE_ATTRIBUTE_SYSTEM);
     std::vector<std::wstring> reset;
     ImportHook<decltype(SetFileAttributesW)> attributes("SetFileAttributesW", [&](LPCWSTR psz, DWORD n) {
         EXPECT_EQ(n, 0x80u);
@@ -233,65 +175,57 @@ TEST_F(Directories, DeletionTakesTheWholeTreeDepthFirst)
     });
     Capture capture;
     EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), 1);
-    EXPECT_FALSE(fs::exists(static_cast<const wchar_t*>(At(L"\\x"))));
+    EXPECT_FALSE(fs::exists(Path("\\x")));
     EXPECT_THAT(reset, testing::AllOf(Contains(L"f"), testing::Not(Contains(L"system"))));
     std::vector<std::string> done;
     for (const std::string& str : capture.Only("#"))
         if (const size_t n = str.find("Successfully deleted "); n != std::string::npos)
             done.push_back(str.substr(n + 21, 4) + str.substr(str.rfind('\\') + 1));
-    EXPECT_THAT(done,
-                ElementsAre("filef'", "diredeep'", "dire..x'", "file.config'", "filesystem'", "direx'"));
+    EXPECT_THAT(done, ElementsAre("filef'", "diredeep'", "dire..x'", "file.config'", "filesystem'", "direx'"));
 
     EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\missing")), 1);
     EXPECT_FALSE(capture.Has("# 176 Unable"));
 }
 
-TEST_F(Directories, DeletionStopsAtTheFirstFailureWithItsOwnError)
-{
-    Make(L"\\x\\a");
-    Make(L"\\x\\s\\locked");
-    Make(L"\\x\\z");
+TEST_F(Directories, DeletionStopsAtTheFirstFailureWithItsOwnError) {
+    Make("\\x\\a");
+    Make("\\x\\s\\locked");
+    Make("\\x\\z");
     int nOpen = 0;
-    ImportHook<decltype(FindFirstFileW)> first("FindFirstFileW",
-                                               [&](auto... args) { return ++nOpen, first.Real(args...); });
+    ImportHook<decltype(FindFirstFileW)> first("FindFirstFileW", [&](auto... args) { return ++nOpen, first.Real(args...); });
     ImportHook<decltype(FindClose)> close("FindClose", [&](HANDLE h) {
         SetLastError(6);
         return --nOpen, close.Real(h);
     });
     {
         Capture capture;
-        ImportHook<decltype(DeleteFileW)> remove("DeleteFileW", [&](LPCWSTR psz) {
-            return wcsstr(psz, L"locked") == nullptr ? remove.Real(psz) : (SetLastError(32), FALSE);
-        });
+        ImportHook<decltype(DeleteFileW)> remove(
+            "DeleteFileW", [&](LPCWSTR psz) { return wcsstr(psz, L"locked") == nullptr ? remove.Real(psz) : (SetLastError(32), FALSE); });
         EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), 0);
-        EXPECT_TRUE(
-            capture.Has("# 176 Unable to delete file '" + Narrow(L"\\x\\s\\locked") + "', error '32'"));
-        EXPECT_THAT(Listing(L"\\x"), ElementsAre(L"s", L"s\\locked", L"z"));
+        EXPECT_TRUE(capture.Has("# 176 Unable to delete file '" + Narrow("\\x\\s\\locked") + "', error '32'"));
+        EXPECT_THAT(Names("x"), ElementsAre(L"s", L"s\\locked", L"z"));
     }
     {
         Capture capture;
-        ImportHook<decltype(RemoveDirectoryW)> remove("RemoveDirectoryW",
-                                                      [](auto...) { return SetLastError(145), FALSE; });
+        ImportHook<decltype(RemoveDirectoryW)> remove("RemoveDirectoryW", [](auto...) { return SetLastError(145), FALSE; });
         EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), 0);
-        EXPECT_TRUE(capture.Has("# 176 Unable to delete directory '" + Narrow(L"\\x\\s") + "', error '145'"));
-        EXPECT_THAT(Listing(L"\\x"), ElementsAre(L"s", L"z"));
+        EXPECT_TRUE(capture.Has("# 176 Unable to delete directory '" + Narrow("\\x\\s") + "', error '145'"));
+        EXPECT_THAT(Names("x"), ElementsAre(L"s", L"z"));
     }
     EXPECT_EQ(nOpen, 0);
 }
 
-TEST_F(Directories, FirstEntryOfAListingIsNeverExamined)
-{
-    Make(L"\\x\\first");
-    Make(L"\\x\\second");
+TEST_F(Directories, FirstEntryOfAListingIsNeverExamined) {
+    Make("\\x\\first");
+    Make("\\x\\second");
     // A file system that lists neither "." nor "..".
     ImportHook<decltype(FindFirstFileW)> first("FindFirstFileW", [&](LPCWSTR psz, WIN32_FIND_DATAW* p) {
         const HANDLE hFind = first.Real(psz, p);
-        while (p->cFileName[0] == L'.')
-            FindNextFileW(hFind, p);
+        while (p->cFileName[0] == L'.') FindNextFileW(hFind, p);
         return hFind;
     });
     Capture capture;
     EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), 0);
-    EXPECT_THAT(Listing(L"\\x"), ElementsAre(L"first"));
-    EXPECT_TRUE(capture.Has("# 176 Unable to delete directory '" + Narrow(L"\\x") + "', error '145'"));
+    EXPECT_THAT(Names("x"), ElementsAre(L"first"));
+    EXPECT_TRUE(capture.Has("# 176 Unable to delete directory '" + Narrow("\\x") + "', error '145'"));
 }

@@ -5,38 +5,37 @@
 
 #include "installation.h"
 
-namespace
-{
+namespace {
 const std::string USAGE = "Usage: tarvel /m queuemanager /dd absolutedatapath /ld absolutelogpath\r\n";
 constexpr DWORD FAILED = 0xFFFFFFFF;
 
 constexpr char UNCHANGED[] = "data +- log +- zns old qm old";
 constexpr char MOVED[] = "data -+ log -+ zns new qm new";
 
-std::string Message(unsigned nID)
-{
+std::string Message(unsigned nID) {
     const std::map<unsigned, std::string> texts = {
         {0, ""},
         {32, "The specified Vantor ZN Queue Manager does not exist.\r\n"},
-        {33, "The specified Vantor ZN Queue Manager is still active.\r\nThe Queue Manager should be stopped "
-             "before "
-             "proceeding.\r\n"},
+        {33,
+            "The specified Vantor ZN Queue Manager is still active.\r\nThe Queue Manager should be stopped "
+            "before "
+            "proceeding.\r\n"},
         {37, "An error occurred whilst creating/accessing the destination directories.\r\n"},
         {38, "An error occurred whilst copying the Queue Manager files to the destination directory.\r\n"},
         {39, "An error occurred whilst updating the registry information.\r\n"},
-        {40,
-         "An error occurred whilst removing the old data and log directories for this Queue Manager.\r\n"},
-        {42, "The specified destination is used by this Queue Manager. The destination directories must be "
-             "unique.\r\n"},
-        {47, "The specified Vantor ZN Queue Manager is configured for multi-instance support and cannot be "
-             "moved.\r\n"},
+        {40, "An error occurred whilst removing the old data and log directories for this Queue Manager.\r\n"},
+        {42,
+            "The specified destination is used by this Queue Manager. The destination directories must be "
+            "unique.\r\n"},
+        {47,
+            "The specified Vantor ZN Queue Manager is configured for multi-instance support and cannot be "
+            "moved.\r\n"},
     };
     return texts.at(nID);
 }
 } // namespace
 
-TEST(Runs, WholeMoveIsSilentAndChangesTwoLines)
-{
+TEST(Runs, WholeMoveIsSilentAndChangesTwoLines) {
     Installation zn;
     const RunResult result = zn.Run(zn.MoveWords());
     EXPECT_EQ(result.nStatus, 0u);
@@ -44,17 +43,50 @@ TEST(Runs, WholeMoveIsSilentAndChangesTwoLines)
     EXPECT_EQ(zn.State(), MOVED);
     EXPECT_TRUE(zn.IsRestUntouched());
     // And again, to a third place, from where it is now.
-    EXPECT_EQ(zn.Run(L"-LD " + (zn.root / "oldlog").wstring() + L"\\ -dd " +
-                     (zn.root / "olddata").generic_wstring() + L" -M QM1")
-                  .nStatus,
-              0u);
+    EXPECT_EQ(
+        zn.Run(L"-LD " + (zn.root / "oldlog").wstring() + L"\\ -dd " + (zn.root / "olddata").generic_wstring() + L" -M QM1").nStatus, 0u);
     EXPECT_EQ(zn.State(), UNCHANGED);
 }
 
-TEST(Runs, StartUpFailuresEndTheRunBeforeAnythingIsAsked)
-{
-    const struct
-    {
+TEST(Runs, RunningQueueManagerIsStoppedUnlessItRefuses) {
+    Installation zn;
+    for (const char* psz : {"endznm.exe", "tovxcs2.dll", "tovxzu.dll"}) {
+        fs::create_directories(zn.root / "inst\\bin64");
+        fs::copy_file(ProgramFolder() / psz, zn.root / "inst\\bin64" / psz);
+    }
+    const auto sample = [&](const std::wstring& strWords) {
+        return RunProgram(ProgramFolder() / "sampleqm.exe", strWords, zn.root).nStatus;
+    };
+    const auto end = [&] { return RunProgram(ProgramFolder() / "endznm.exe", L"-w QM2", zn.root).nStatus; };
+    ASSERT_EQ(sample(L"create QM2 /files 20 /dd " + (zn.root / "d").wstring() + L" /ld " + (zn.root / "l").wstring()), 0u);
+    ASSERT_EQ(sample(L"start QM2"), 0u);
+    const RunResult result = zn.Run(zn.MoveWords(L"QM2"));
+    EXPECT_EQ(result.nStatus, 0u);
+    EXPECT_EQ(result.strOut + result.strErr, "");
+    EXPECT_FALSE(fs::exists(zn.root / "d\\qmgrs\\QM2"));
+    EXPECT_EQ(sample(L"verify QM2"), 0u);
+    EXPECT_EQ(end(), 3u); // not started again
+    EXPECT_EQ(sample(L"start QM2"), 0u);
+    EXPECT_EQ(end(), 0u);
+
+    const std::wstring strReady = L"Local\\ZN.Test." + zn.root.filename().wstring();
+    const HANDLE hReady = CreateEventW(nullptr, TRUE, FALSE, strReady.c_str());
+    std::wstring strRun = L"sampleqm run QM2 /refuse /ready " + strReady;
+    STARTUPINFOW startup = {};
+    PROCESS_INFORMATION process = {};
+    ASSERT_TRUE(CreateProcessW(
+        (ProgramFolder() / "sampleqm.exe").c_str(), strRun.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
+    const HANDLE handles[] = {hReady, process.hProcess};
+    ASSERT_EQ(WaitForMultipleObjects(2, handles, FALSE, INFINITE), WAIT_OBJECT_0);
+    const Snapshot before = TakeSnapshot(zn.root / "d");
+    EXPECT_EQ(zn.Run(zn.MoveWords(L"QM2", "d", "l")).strErr, Message(33) + USAGE);
+    EXPECT_EQ(TakeSnapshot(zn.root / "d"), before);
+    TerminateProcess(process.hProcess, 9);
+    for (const HANDLE h : {hReady, process.hProcess, process.hThread}) CloseHandle(h);
+}
+
+TEST(Runs, StartUpFailuresEndTheRunBeforeAnythingIsAsked) {
+    const struct {
         const char* pszFaults;
         DWORD nStatus;
         std::string strErr; // what it begins with
@@ -63,13 +95,11 @@ TEST(Runs, StartUpFailuresEndTheRunBeforeAnythingIsAsked)
         {"GetModuleHandleW:1:o:0:7e", FAILED, "Fatal Error: MFC initialization failed.\r\n", 0},
         {"GetCommandLineW:1:o:0:8", FAILED, "Fatal Error: MFC initialization failed.\r\n", 0},
         {"xcsCheckConsistency:1:o:20006110:0", 0x10, "", 0},
-        {"xcsInitializeEx:1:o:20006110:0", FAILED,
-         "Fatal Error: Vantor ZN Common Services initialization failed.\r\n", 0},
+        {"xcsInitializeEx:1:o:20006110:0", FAILED, "Fatal Error: Vantor ZN Common Services initialization failed.\r\n", 0},
         {"xcsCheckAuthorization:1:o:40806178:0", 119, "tarvel", 1},
         {"xcsCheckAuthorization:1:o:40806177:0", 71, "tarvel", 1},
     };
-    for (const auto& c : cases)
-    {
+    for (const auto& c : cases) {
         Installation zn;
         const RunResult result = zn.Run(zn.MoveWords(), c.pszFaults);
         if (std::string(c.pszFaults).starts_with("xcsCheckC"))
@@ -87,17 +117,13 @@ TEST(Runs, StartUpFailuresEndTheRunBeforeAnythingIsAsked)
     }
     Installation zn;
     fs::remove(zn.work / "zns.ini");
-    EXPECT_EQ(zn.Run(zn.MoveWords()).strErr,
-              "Fatal Error: Vantor ZN Common Services initialization failed.\r\n");
+    EXPECT_EQ(zn.Run(zn.MoveWords()).strErr, "Fatal Error: Vantor ZN Common Services initialization failed.\r\n");
 }
 
-TEST(Runs, WrongCommandLinesShowTheUsageLine)
-{
+TEST(Runs, WrongCommandLinesShowTheUsageLine) {
     Installation zn;
-    for (const wchar_t* psz :
-         {L"", L"/m QM1", L"/m QM1 /dd E:\\a /ld F:\\b /x", L"/?", L"/%s%n%s QM1 /dd E:\\a /ld F:\\b",
-          L"/m \"\" /dd E:\\a /ld F:\\b \"\"", L"QM1 E:\\a F:\\b 1 2 3"})
-    {
+    for (const wchar_t* psz : {L"", L"/m QM1", L"/m QM1 /dd E:\\a /ld F:\\b /x", L"/?", L"/%s%n%s QM1 /dd E:\\a /ld F:\\b",
+             L"/m \"\" /dd E:\\a /ld F:\\b \"\"", L"QM1 E:\\a F:\\b 1 2 3"}) {
         const RunResult result = zn.Run(psz);
         EXPECT_EQ(result.nStatus, FAILED);
         EXPECT_EQ(result.strOut, "");
@@ -106,10 +132,8 @@ TEST(Runs, WrongCommandLinesShowTheUsageLine)
     EXPECT_EQ(zn.State(), UNCHANGED);
 }
 
-TEST(Runs, RefusalsChangeNothing)
-{
-    const struct
-    {
+TEST(Runs, RefusalsChangeNothing) {
+    const struct {
         const char *pszInZnsIni, *pszInstead; // what the configuration says otherwise
         const wchar_t* pszFileInTheWay;
         std::wstring strQueueManager, strData, strLog; // destinations below the root
@@ -128,64 +152,58 @@ TEST(Runs, RefusalsChangeNothing)
         {"", "", L"newdata\\qmgrs\\QM!1", L"QM1", L"newdata", L"newlog", 37},
         {"", "", L"newlog", L"QM1", L"newdata", L"newlog", 37},
     };
-    for (const auto& c : cases)
-    {
+    for (const auto& c : cases) {
         Installation zn;
-        if (*c.pszInZnsIni != '\0')
-        {
+        if (*c.pszInZnsIni != '\0') {
             zn.strZnsIni.replace(zn.strZnsIni.find(c.pszInZnsIni), std::strlen(c.pszInZnsIni), c.pszInstead);
-            WriteFile(zn.work / "zns.ini", zn.strZnsIni);
+            WriteAll(zn.work / "zns.ini", zn.strZnsIni);
         }
-        if (*c.pszFileInTheWay != L'\0')
-            WriteFile(zn.root / c.pszFileInTheWay, "in the way");
-        const RunResult result =
-            zn.Run(L"/m " + c.strQueueManager + L" /dd " + (zn.root / c.strData).wstring() + L" /ld " +
-                   (zn.root / c.strLog).wstring());
+        if (*c.pszFileInTheWay != L'\0') WriteAll(zn.root / c.pszFileInTheWay, "in the way");
+        const RunResult result = zn.Run(
+            L"/m " + c.strQueueManager + L" /dd " + (zn.root / c.strData).wstring() + L" /ld " + (zn.root / c.strLog).wstring());
         EXPECT_EQ(result.nStatus, FAILED) << &c - cases;
         EXPECT_EQ(result.strErr, Message(c.nMessage) + USAGE) << &c - cases;
-        EXPECT_TRUE(zn.State().starts_with("data +") && zn.State().find("log +") != std::string::npos)
-            << zn.State();
-        EXPECT_EQ(ReadFile(zn.work / "zns.ini"), zn.strZnsIni);
-        if (*c.pszFileInTheWay != L'\0')
-            EXPECT_EQ(ReadFile(zn.root / c.pszFileInTheWay), "in the way");
+        EXPECT_TRUE(zn.State().starts_with("data +") && zn.State().find("log +") != std::string::npos) << zn.State();
+        EXPECT_EQ(ReadAll(zn.work / "zns.ini"), zn.strZnsIni);
+        if (*c.pszFileInTheWay != L'\0') EXPECT_EQ(ReadAll(zn.root / c.pszFileInTheWay), "in the way");
         EXPECT_TRUE(zn.IsRestUntouched()) << &c - cases;
     }
 }
 
-TEST(Runs, EveryFailingStepLeavesWhatTheGuideSays){const struct {const char * pszFaults;
-unsigned nMessage;
-std::string strState;
-}
-cases[] = {{"xcsGetQMDetails:1:a:1:0", 32, UNCHANGED},
-           {"xcsGetInstallationDetails:1:a:10006164:0", 32, UNCHANGED},
-           {"xcsIsSubpoolActive:1:a:0:0;xcsExecProgramHandle:1:o:1:0", 33, UNCHANGED},
-           {"xcsIsSubpoolActive:1:a:0:0", 33, UNCHANGED}, // there is no end command to run
-           {"xcsGetIniFilename:1:o:1:0", 0, UNCHANGED},
-           {"xcsGetIniFilename:2:o:1:0", 0, UNCHANGED},
-           {"xcsIniUtilRead:1:o:1:0", 0, UNCHANGED},
+TEST(Runs, EveryFailingStepLeavesWhatTheGuideSays) {
+    const struct {
+        const char* pszFaults;
+        unsigned nMessage;
+        std::string strState;
+    } cases[] = {
+        {"xcsGetQMDetails:1:a:1:0", 32, UNCHANGED},
+        {"xcsGetInstallationDetails:1:a:10006164:0", 32, UNCHANGED},
+        {"xcsIsSubpoolActive:1:a:0:0;xcsExecProgramHandle:1:o:1:0", 33, UNCHANGED},
+        {"xcsIsSubpoolActive:1:a:0:0", 33, UNCHANGED}, // there is no end command to run
+        {"xcsGetIniFilename:1:o:1:0", 0, UNCHANGED},
+        {"xcsGetIniFilename:2:o:1:0", 0, UNCHANGED},
+        {"xcsIniUtilRead:1:o:1:0", 0, UNCHANGED},
         {"SHFileOperationW:1:o:7c:0", 38, "data +~ log +~ zns old qm old"},
-    {"SHFileOperationW:2:o:7c:0", 38, "data ++ log +~ zns old qm old"},
-    {"SetNamedSecurityInfoW:1:a:5:5", 38, "data ++ log +~ zns old qm old"},
-    {"LookupAccountNameW:1:a:0:534", 38, "data ++ log +~ zns old qm old"},
-    {"xcsIniUtilWrite:1:o:1:0", 39, "data ++ log ++ zns old qm old"},
-    {"xcsGetIniFilename:3:o:1:0", 0, "data ++ log ++ zns new qm old"},
-    {"xcsIniUtilWrite:2:o:1:0", 39, "data ++ log ++ zns new qm old"},
-    {"DeleteFileW:2:o:0:20", 40, "data ~+ log ++ zns new qm new"},
-    {"RemoveDirectoryW:1:o:0:91", 40, "data ~+ log ++ zns new qm new"},
-    {"DeleteFileW:6:a:0:20", 40, "data -+ log ++ zns new qm new"},
-    {"DeleteFileW:7:a:0:20", 40, "data -+ log ~+ zns new qm new"},
-}
-;
-for (const auto& c : cases)
-{
-    Installation zn;
-    const RunResult result = zn.Run(zn.MoveWords(), c.pszFaults);
-    EXPECT_EQ(result.nStatus, FAILED) << c.pszFaults;
-    EXPECT_EQ(result.strOut, "");
-    EXPECT_EQ(result.strErr, Message(c.nMessage) + USAGE) << c.pszFaults;
-    EXPECT_EQ(zn.State(), c.strState) << c.pszFaults;
-    EXPECT_TRUE(zn.IsRestUntouched()) << c.pszFaults;
-    EXPECT_EQ(zn.Calls("xcsTerminate"), 1);
-    EXPECT_EQ(zn.strReport.find("held"), std::string::npos) << c.pszFaults << "\n" << zn.strReport;
-}
+        {"SHFileOperationW:2:o:7c:0", 38, "data ++ log +~ zns old qm old"},
+        {"SetNamedSecurityInfoW:1:a:5:5", 38, "data ++ log +~ zns old qm old"},
+        {"LookupAccountNameW:1:a:0:534", 38, "data ++ log +~ zns old qm old"},
+        {"xcsIniUtilWrite:1:o:1:0", 39, "data ++ log ++ zns old qm old"},
+        {"xcsGetIniFilename:3:o:1:0", 0, "data ++ log ++ zns new qm old"},
+        {"xcsIniUtilWrite:2:o:1:0", 39, "data ++ log ++ zns new qm old"},
+        {"DeleteFileW:2:o:0:20", 40, "data ~+ log ++ zns new qm new"},
+        {"RemoveDirectoryW:1:o:0:91", 40, "data ~+ log ++ zns new qm new"},
+        {"DeleteFileW:6:a:0:20", 40, "data -+ log ++ zns new qm new"},
+        {"DeleteFileW:7:a:0:20", 40, "data -+ log ~+ zns new qm new"},
+    };
+    for (const auto& c : cases) {
+        Installation zn;
+        const RunResult result = zn.Run(zn.MoveWords(), c.pszFaults);
+        EXPECT_EQ(result.nStatus, FAILED) << c.pszFaults;
+        EXPECT_EQ(result.strOut, "");
+        EXPECT_EQ(result.strErr, Message(c.nMessage) + USAGE) << c.pszFaults;
+        EXPECT_EQ(zn.State(), c.strState) << c.pszFaults;
+        EXPECT_TRUE(zn.IsRestUntouched()) << c.pszFaults;
+        EXPECT_EQ(zn.Calls("xcsTerminate"), 1);
+        EXPECT_EQ(zn.strReport.find("held"), std::string::npos) << c.pszFaults << "\n" << zn.strReport;
+    }
 }

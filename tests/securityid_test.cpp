@@ -6,19 +6,15 @@
 
 using testing::ElementsAre;
 
-namespace
-{
-struct SecurityID : CZNMSecurityID
-{
-    using CZNMSecurityID::m_pAdminSid, CZNMSecurityID::m_pSystemSid, CZNMSecurityID::m_pUserSid,
-        CZNMSecurityID::m_pWorldSid, CZNMSecurityID::m_pZnmSid;
+namespace {
+struct SecurityID : CZNMSecurityID {
+    using CZNMSecurityID::m_pAdminSid, CZNMSecurityID::m_pSystemSid, CZNMSecurityID::m_pUserSid, CZNMSecurityID::m_pWorldSid,
+        CZNMSecurityID::m_pZnmSid;
 };
 
-std::string SidText(PSID pSid)
-{
+std::string SidText(PSID pSid) {
     char* pszText = nullptr;
-    if (pSid == nullptr || !ConvertSidToStringSidA(pSid, &pszText))
-        return "none";
+    if (pSid == nullptr || !ConvertSidToStringSidA(pSid, &pszText)) return "none";
     const std::string strText = pszText;
     LocalFree(pszText);
     return strText;
@@ -26,21 +22,18 @@ std::string SidText(PSID pSid)
 
 using Lookup = ImportHook<decltype(LookupAccountNameW)>;
 
-BOOL Fail(DWORD nError)
-{
+BOOL Fail(DWORD nError) {
     SetLastError(nError);
     return FALSE;
 }
 } // namespace
 
-TEST(SecurityID, FixedSidsAreMadeOnceAndAdopted)
-{
+TEST(SecurityID, FixedSidsAreMadeOnceAndAdopted) {
     SecurityID id;
     int nMade = 0;
     ImportHook<decltype(AllocateAndInitializeSid)> hook(
         "AllocateAndInitializeSid", [&](auto... args) { return ++nMade, hook.Real(args...); });
-    for (int i = 0; i < 2; ++i)
-    {
+    for (int i = 0; i < 2; ++i) {
         id.CreateAdminSid(id.m_pAdminSid.get());
         id.CreateSystemSid(id.m_pSystemSid.get());
         id.CreateWorldSid(id.m_pWorldSid.get());
@@ -51,8 +44,7 @@ TEST(SecurityID, FixedSidsAreMadeOnceAndAdopted)
     EXPECT_EQ(SidText(id.m_pWorldSid.get()), "S-1-1-0");
 }
 
-TEST(SecurityID, EverySidIsGivenBackOnce)
-{
+TEST(SecurityID, EverySidIsGivenBackOnce) {
     int nFreed = 0;
     ImportHook<decltype(FreeSid)> hook("FreeSid", [&](PSID p) { return ++nFreed, hook.Real(p); });
     {
@@ -68,12 +60,10 @@ TEST(SecurityID, EverySidIsGivenBackOnce)
     EXPECT_EQ(nFreed, 2);
 }
 
-TEST(SecurityID, AccountLookupTriesTwiceAndRecordsEachFailure)
-{
+TEST(SecurityID, AccountLookupTriesTwiceAndRecordsEachFailure) {
     // Results of the first and second look-up, whether the second allocation fails; what is recorded for
     // "znm" and for a user, and whether there is a SID afterwards.
-    const struct
-    {
+    const struct {
         DWORD nFirst, nSecond;
         bool fNoMemory;
         std::vector<std::string> znm, user;
@@ -81,67 +71,46 @@ TEST(SecurityID, AccountLookupTriesTwiceAndRecordsEachFailure)
     } cases[] = {
         {0, 0, false, {}, {}, true},
         {122, 0, false, {}, {}, true},
-        {1332,
-         0,
-         false,
-         {"! 46/5 Error 1332 looking up ZNM account (1)"},
-         {"! 51/16 Error 1332 looking up User account (1)"},
-         false},
-        {122,
-         1332,
-         false,
-         {"! 46/4 Error 1332 looking up ZNM account name (2)"},
-         {"! 51/15 Error 1332 looking up User account name (2)"},
-         false},
-        {122,
-         122,
-         true,
-         {"! 46/3 Error allocating ZNM SID buffer (2)", "! 46/4 Error 122 looking up ZNM account name (2)"},
-         {"! 51/14 Error allocating User SID buffer (2)",
-          "! 51/15 Error 122 looking up User account name (2)"},
-         false},
+        {1332, 0, false, {"! 46/5 Error 1332 looking up ZNM account (1)"}, {"! 51/16 Error 1332 looking up User account (1)"}, false},
+        {122, 1332, false, {"! 46/4 Error 1332 looking up ZNM account name (2)"}, {"! 51/15 Error 1332 looking up User account name (2)"},
+            false},
+        {122, 122, true, {"! 46/3 Error allocating ZNM SID buffer (2)", "! 46/4 Error 122 looking up ZNM account name (2)"},
+            {"! 51/14 Error allocating User SID buffer (2)", "! 51/15 Error 122 looking up User account name (2)"}, false},
     };
     for (const auto& c : cases)
-        for (const bool fUser : {false, true})
-        {
+        for (const bool fUser : {false, true}) {
             Capture capture;
             int nCalls = 0;
             Lookup lookup("LookupAccountNameW",
-                          [&](LPCWSTR pszSystem, LPCWSTR pszName, PSID pSid, DWORD* pnSid, LPWSTR,
-                              DWORD* pnDomain, SID_NAME_USE* peUse) {
-                              EXPECT_EQ(pszSystem, nullptr);
-                              EXPECT_STREQ(pszName, fUser ? L"someone" : L"znm");
-                              EXPECT_EQ(static_cast<int>(*peUse), 8);
-                              EXPECT_EQ(*pnDomain, 1024u);
-                              const bool fFirst = ++nCalls == 1;
-                              EXPECT_EQ(*pnSid, fFirst ? 64u : c.fNoMemory ? 0u : 1u << 20);
-                              EXPECT_EQ(pSid == nullptr, !fFirst && c.fNoMemory);
-                              if (const DWORD nError = fFirst ? c.nFirst : c.nSecond; nError != 0)
-                              {
-                                  *pnSid = c.fNoMemory ? 0xFFFFFFF0 : 1u << 20;
-                                  *pnDomain = 5000; // more than there is: must not come back
-                                  return Fail(nError);
-                              }
-                              return CreateWellKnownSid(WinLocalSid, nullptr, pSid, pnSid);
-                          });
-            ImportHook<decltype(malloc)> memory("malloc", [&](size_t n) {
-                return c.fNoMemory && n == 0xFFFFFFF0 ? nullptr : memory.Real(n);
-            });
+                [&](LPCWSTR pszSystem, LPCWSTR pszName, PSID pSid, DWORD* pnSid, LPWSTR, DWORD* pnDomain, SID_NAME_USE* peUse) {
+                    EXPECT_EQ(pszSystem, nullptr);
+                    EXPECT_STREQ(pszName, fUser ? L"someone" : L"znm");
+                    EXPECT_EQ(static_cast<int>(*peUse), 8);
+                    EXPECT_EQ(*pnDomain, 1024u);
+                    const bool fFirst = ++nCalls == 1;
+                    EXPECT_EQ(*pnSid, fFirst ? 64u : c.fNoMemory ? 0u : 1u << 20);
+                    EXPECT_EQ(pSid == nullptr, !fFirst && c.fNoMemory);
+                    if (const DWORD nError = fFirst ? c.nFirst : c.nSecond; nError != 0) {
+                        *pnSid = c.fNoMemory ? 0xFFFFFFF0 : 1u << 20;
+                        *pnDomain = 5000; // more than there is: must not come back
+                        return Fail(nError);
+                    }
+                    return CreateWellKnownSid(WinLocalSid, nullptr, pSid, pnSid);
+                });
+            ImportHook<decltype(malloc)> memory(
+                "malloc", [&](size_t n) { return c.fNoMemory && n == 0xFFFFFFF0 ? nullptr : memory.Real(n); });
             SecurityID id;
             fUser ? id.CreateUserSid(nullptr, L"someone") : id.CreateZnmSid(nullptr);
             EXPECT_EQ(capture.Only("!"), fUser ? c.user : c.znm);
-            EXPECT_EQ((fUser ? id.m_pUserSid : id.m_pZnmSid) != nullptr, c.fSid)
-                << c.nFirst << " " << c.nSecond;
+            EXPECT_EQ((fUser ? id.m_pUserSid : id.m_pZnmSid) != nullptr, c.fSid) << c.nFirst << " " << c.nSecond;
         }
 }
 
-TEST(SecurityID, FailuresOfFixedSidsAndFirstBuffersAreRecorded)
-{
+TEST(SecurityID, FailuresOfFixedSidsAndFirstBuffersAreRecorded) {
     Capture capture;
     SecurityID id;
     {
-        ImportHook<decltype(AllocateAndInitializeSid)> hook("AllocateAndInitializeSid",
-                                                            [](auto...) { return Fail(1337); });
+        ImportHook<decltype(AllocateAndInitializeSid)> hook("AllocateAndInitializeSid", [](auto...) { return Fail(1337); });
         id.CreateAdminSid(nullptr);
         id.CreateWorldSid(nullptr);
         id.CreateSystemSid(nullptr);
@@ -149,36 +118,30 @@ TEST(SecurityID, FailuresOfFixedSidsAndFirstBuffersAreRecorded)
     }
     capture.area.fTraceActive = 0; // the lines themselves would take blocks of that size
     xihProcess = {};
-    for (const bool fUser : {false, true})
-    {
+    for (const bool fUser : {false, true}) {
         bool fLeft = true;
-        ImportHook<decltype(malloc)> memory("malloc", [&](size_t n) {
-            return n == 64 && std::exchange(fLeft, false) ? nullptr : memory.Real(n);
-        });
+        ImportHook<decltype(malloc)> memory(
+            "malloc", [&](size_t n) { return n == 64 && std::exchange(fLeft, false) ? nullptr : memory.Real(n); });
         fUser ? id.CreateUserSid(nullptr, L"someone") : id.CreateZnmSid(nullptr);
     }
     xihProcess = {1, 1, 0};
     id.CreateUserSid(nullptr, L"");
     id.CreateUserSid(nullptr, nullptr);
     EXPECT_THAT(capture.Only("!-"),
-                ElementsAre("! 45/0 Error 1337 creating world SID", "! 47/6 Error 1337 creating world SID",
-                            "! 48/7 Error 1337 creating system SID", "! 45/0 Error 1337 creating world SID",
-                            "! 46/1 Error allocating ZNM SID buffer (1)",
-                            "! 51/12 Error allocating User SID buffer (1)", "- 51 No user name specified",
-                            "- 51 No user name specified"));
+        ElementsAre("! 45/0 Error 1337 creating world SID", "! 47/6 Error 1337 creating world SID", "! 48/7 Error 1337 creating system SID",
+            "! 45/0 Error 1337 creating world SID", "! 46/1 Error allocating ZNM SID buffer (1)",
+            "! 51/12 Error allocating User SID buffer (1)", "- 51 No user name specified", "- 51 No user name specified"));
     EXPECT_TRUE(!id.m_pAdminSid && !id.m_pWorldSid && !id.m_pSystemSid && !id.m_pZnmSid && !id.m_pUserSid);
 }
 
 // One test, because the privilege is enabled once for the whole process.
-TEST(SecurityID, SetOwnerEnablesThePrivilegeOnceAndReportsOnlyRealFailures)
-{
+TEST(SecurityID, SetOwnerEnablesThePrivilegeOnceAndReportsOnlyRealFailures) {
     Capture capture;
     SecurityID id;
     DWORD nResult = 0;
     std::vector<std::wstring> owned;
     ImportHook<decltype(SetNamedSecurityInfoW)> set(
-        "SetNamedSecurityInfoW",
-        [&](LPWSTR psz, SE_OBJECT_TYPE, DWORD nInfo, PSID pOwner, PSID pGroup, PACL p1, PACL p2) {
+        "SetNamedSecurityInfoW", [&](LPWSTR psz, SE_OBJECT_TYPE, DWORD nInfo, PSID pOwner, PSID pGroup, PACL p1, PACL p2) {
             EXPECT_EQ(nInfo, 1u);
             EXPECT_EQ(SidText(pOwner), "S-1-5-32-544");
             EXPECT_TRUE(pGroup == nullptr && p1 == nullptr && p2 == nullptr);
@@ -186,8 +149,7 @@ TEST(SecurityID, SetOwnerEnablesThePrivilegeOnceAndReportsOnlyRealFailures)
             return nResult;
         });
     {
-        ImportHook<decltype(LookupPrivilegeValueW)> hook("LookupPrivilegeValueW",
-                                                         [](auto...) { return Fail(8); });
+        ImportHook<decltype(LookupPrivilegeValueW)> hook("LookupPrivilegeValueW", [](auto...) { return Fail(8); });
         id.SetOwner(L"C:\\a", SE_FILE_OBJECT);
     }
     {
@@ -200,32 +162,26 @@ TEST(SecurityID, SetOwnerEnablesThePrivilegeOnceAndReportsOnlyRealFailures)
     int nAdjusted = 0;
     BOOL fAdjusted = FALSE;
     ImportHook<decltype(AdjustTokenPrivileges)> adjust(
-        "AdjustTokenPrivileges",
-        [&](HANDLE, BOOL fAll, TOKEN_PRIVILEGES* p, DWORD, TOKEN_PRIVILEGES* pOld, DWORD*) {
-            EXPECT_TRUE(!fAll && pOld == nullptr && p->PrivilegeCount == 1 &&
-                        p->Privileges[0].Attributes == 2);
+        "AdjustTokenPrivileges", [&](HANDLE, BOOL fAll, TOKEN_PRIVILEGES* p, DWORD, TOKEN_PRIVILEGES* pOld, DWORD*) {
+            EXPECT_TRUE(!fAll && pOld == nullptr && p->PrivilegeCount == 1 && p->Privileges[0].Attributes == 2);
             ++nAdjusted;
             SetLastError(fAdjusted ? ERROR_NOT_ALL_ASSIGNED : 10);
             return fAdjusted;
         });
     id.SetOwner(L"C:\\a", SE_FILE_OBJECT);
     fAdjusted = TRUE; // "not all assigned" counts as enabled
-    for (const DWORD n : {5, 2, 3, 0})
-    {
+    for (const DWORD n : {5, 2, 3, 0}) {
         nResult = n;
         EXPECT_EQ(id.SetOwner(L"C:\\a%s", SE_FILE_OBJECT), TRUE);
     }
     EXPECT_EQ(nAdjusted, 2);
-    EXPECT_THAT(capture.Only("!"), ElementsAre("! 50/8 LookupPrivilegeValue() failed, error: 8",
-                                               "! 50/9 OpenProcessToken() failed, error: 9",
-                                               "! 50/10 AdjustTokenPrivileges() failed, error: 10",
-                                               "! 50/11 Error 5 setting ownership on 'C:\\a%s'"));
+    EXPECT_THAT(capture.Only("!"),
+        ElementsAre("! 50/8 LookupPrivilegeValue() failed, error: 8", "! 50/9 OpenProcessToken() failed, error: 9",
+            "! 50/10 AdjustTokenPrivileges() failed, error: 10", "! 50/11 Error 5 setting ownership on 'C:\\a%s'"));
     EXPECT_EQ(capture.Count("# 50 Set ownership on 'C:\\a%s'"), 1);
 
     owned.clear();
-    for (const wchar_t* psz : {L"software\\x", L"MACHINE\\x", L"machinery", L"MACH"})
-        id.SetOwner(psz, SE_REGISTRY_KEY);
+    for (const wchar_t* psz : {L"software\\x", L"MACHINE\\x", L"machinery", L"MACH"}) id.SetOwner(psz, SE_REGISTRY_KEY);
     id.SetOwner(L"software", SE_FILE_OBJECT);
-    EXPECT_THAT(owned, ElementsAre(L"MACHINE\\software\\x", L"MACHINE\\x", L"machinery", L"MACHINE\\MACH",
-                                   L"software"));
+    EXPECT_THAT(owned, ElementsAre(L"MACHINE\\software\\x", L"MACHINE\\x", L"machinery", L"MACHINE\\MACH", L"software"));
 }

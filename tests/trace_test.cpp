@@ -3,17 +3,14 @@
 
 using testing::ElementsAre;
 
-namespace
-{
-void TracedFunction(ZNM_FUNCTION nFunction, int nReturnCode)
-{
+namespace {
+void TracedFunction(ZNM_FUNCTION nFunction, int nReturnCode) {
     CZNMTrace trace(nFunction);
     trace.Return(nReturnCode);
 }
 } // namespace
 
-TEST(Trace, WithoutAreaNothingIsHandedOver)
-{
+TEST(Trace, WithoutAreaNothingIsHandedOver) {
     Capture capture;
     TlsSetValue(xihTLSIndex, nullptr);
     CZNMTrace trace(FN_TMAIN);
@@ -24,8 +21,7 @@ TEST(Trace, WithoutAreaNothingIsHandedOver)
     EXPECT_EQ(capture.area.nHistory, 0u);
 }
 
-TEST(Trace, EntryAndExitFillTheAreaEvenWhileInactive)
-{
+TEST(Trace, EntryAndExitFillTheAreaEvenWhileInactive) {
     Capture capture;
     capture.area.fTraceActive = 0;
     {
@@ -38,12 +34,11 @@ TEST(Trace, EntryAndExitFillTheAreaEvenWhileInactive)
     EXPECT_EQ(capture.area.nDepth, 0u);
     EXPECT_EQ(capture.area.nHistory, 6u);
     EXPECT_THAT(std::vector(capture.area.aHistory, capture.area.aHistory + 6),
-                ElementsAre(0xF000A850, 0xF000A837, 0x1A837, 0xF000A83A, 0xFFFFA83A, 0xA850));
+        ElementsAre(0xF000A850, 0xF000A837, 0x1A837, 0xF000A83A, 0xFFFFA83A, 0xA850));
     EXPECT_TRUE(capture.lines.empty());
 }
 
-TEST(Trace, CountersStayWithinTheArrays)
-{
+TEST(Trace, CountersStayWithinTheArrays) {
     Capture capture;
     CZNMTrace::RecordExit(FN_TMAIN, 71); // the exit without an entry
     EXPECT_EQ(capture.area.nDepth, 0u);
@@ -59,10 +54,8 @@ TEST(Trace, CountersStayWithinTheArrays)
     EXPECT_EQ(capture.area.aHistory[0], 0xA8B0u);
 }
 
-TEST(Trace, LinesAreHandedOverOnlyWhenWanted)
-{
-    struct
-    {
+TEST(Trace, LinesAreHandedOverOnlyWhenWanted) {
+    struct {
         XIH_PROCESS process;
         uint32_t fDetailed, nOptions;
         bool fParms, fText;
@@ -78,8 +71,7 @@ TEST(Trace, LinesAreHandedOverOnlyWhenWanted)
         {{1, 1, 0}, 1, 0x00008000, false, true},
         {{1, 1, 0}, 1, ~0x000C8000u, false, false},
     };
-    for (const auto& c : cases)
-    {
+    for (const auto& c : cases) {
         Capture capture;
         xihProcess = c.process;
         capture.area.fDetailed = c.fDetailed;
@@ -93,14 +85,12 @@ TEST(Trace, LinesAreHandedOverOnlyWhenWanted)
     }
 }
 
-TEST(Trace, OffCostsOneSlotReadEachWay)
-{
+TEST(Trace, OffCostsOneSlotReadEachWay) {
     Capture capture;
     capture.area.fTraceActive = 0;
     xihProcess = {};
     int nReads = 0;
-    ImportHook<decltype(TlsGetValue)> hook("TlsGetValue",
-                                           [&](DWORD) -> void* { return ++nReads, &capture.area; });
+    ImportHook<decltype(TlsGetValue)> hook("TlsGetValue", [&](DWORD) -> void* { return ++nReads, &capture.area; });
     CZNMTrace trace(FN_SET_DATA_DEST);
     trace.Parms("never formatted %s", "");
     trace.Leave(0);

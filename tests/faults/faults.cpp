@@ -18,10 +18,8 @@
 #include "../hook.h"
 #include "tovxcs2.h"
 
-namespace
-{
-struct Import
-{
+namespace {
+struct Import {
     const char* pszName;
     void* pReal;
     unsigned char* pFailure; // code that returns nReturn
@@ -36,24 +34,19 @@ Import s_imports[MAX_IMPORTS];
 int s_nImports = 0;
 long s_nAllCalls = 0, s_nKillAt = 0;
 
-extern "C" void* Dispatch(Import* pImport)
-{
+extern "C" void* Dispatch(Import* pImport) {
     const long nCall = ++pImport->nCalls;
     const bool fFails = nCall == pImport->nFailAt || (pImport->chMode == 'a' && nCall > pImport->nFailAt);
-    if (++s_nAllCalls == s_nKillAt || (fFails && pImport->chMode == 'k'))
-        TerminateProcess(GetCurrentProcess(), 9);
-    if (pImport->nFailAt == 0 || !fFails)
-        return pImport->pReal;
+    if (++s_nAllCalls == s_nKillAt || (fFails && pImport->chMode == 'k')) TerminateProcess(GetCurrentProcess(), 9);
+    if (pImport->nFailAt == 0 || !fFails) return pImport->pReal;
     SetLastError(pImport->nError);
     return pImport->pFailure;
 }
 
 // Code that keeps the arguments, asks Dispatch where to go, and goes there.
-unsigned char* EmitThunk(unsigned char* p, Import* pImport)
-{
+unsigned char* EmitThunk(unsigned char* p, Import* pImport) {
     auto emit = [&p](std::initializer_list<unsigned char> bytes) {
-        for (unsigned char byte : bytes)
-            *p++ = byte;
+        for (unsigned char byte : bytes) *p++ = byte;
     };
     auto emitPointer = [&p](auto value) {
         std::memcpy(p, &value, 8);
@@ -76,8 +69,7 @@ unsigned char* EmitThunk(unsigned char* p, Import* pImport)
 // --- What has to be given back
 // ------------------------------------------------------------------------------
 
-enum Kind
-{
+enum Kind {
     SEARCH,
     LOCAL_BLOCK,
     SID_BLOCK,
@@ -86,112 +78,56 @@ enum Kind
 };
 long s_held[KINDS];
 
-// Wrappers around the functions that hand out and take back; each keeps the last error.
-#define REAL(function) (reinterpret_cast<decltype(&function)>(s_real_##function))
-#define COUNTED(function) void* s_real_##function;
-COUNTED(FindFirstFileW)
-COUNTED(FindFirstFileExW)
-COUNTED(FindClose)
-COUNTED(GetNamedSecurityInfoW)
-COUNTED(SetEntriesInAclW)
-COUNTED(LocalFree)
-COUNTED(AllocateAndInitializeSid)
-COUNTED(FreeSid)
-COUNTED(xcsGetQMDetails)
-COUNTED(xcsGetInstallationDetails)
-COUNTED(xcsFreeMemFn)
-
-HANDLE WINAPI CountFindFirst(LPCWSTR psz, LPWIN32_FIND_DATAW p)
-{
-    const HANDLE h = REAL(FindFirstFileW)(psz, p);
-    s_held[SEARCH] += h != INVALID_HANDLE_VALUE;
-    return h;
-}
-HANDLE WINAPI CountFindFirstEx(LPCWSTR psz, FINDEX_INFO_LEVELS e, LPVOID p, FINDEX_SEARCH_OPS op, LPVOID f,
-                               DWORD n)
-{
-    const HANDLE h = REAL(FindFirstFileExW)(psz, e, p, op, f, n);
-    s_held[SEARCH] += h != INVALID_HANDLE_VALUE;
-    return h;
-}
-BOOL WINAPI CountFindClose(HANDLE h)
-{
-    --s_held[SEARCH];
-    return REAL(FindClose)(h);
-}
-DWORD WINAPI CountGetInfo(LPCWSTR psz, SE_OBJECT_TYPE e, SECURITY_INFORMATION n, PSID* p1, PSID* p2, PACL* p3,
-                          PACL* p4, PSECURITY_DESCRIPTOR* p5)
-{
-    const DWORD nResult = REAL(GetNamedSecurityInfoW)(psz, e, n, p1, p2, p3, p4, p5);
-    s_held[LOCAL_BLOCK] += nResult == 0;
-    return nResult;
-}
-DWORD WINAPI CountSetEntries(ULONG n, PEXPLICIT_ACCESSW p, PACL pOld, PACL* ppNew)
-{
-    const DWORD nResult = REAL(SetEntriesInAclW)(n, p, pOld, ppNew);
-    s_held[LOCAL_BLOCK] += nResult == 0;
-    return nResult;
-}
-HLOCAL WINAPI CountLocalFree(HLOCAL h)
-{
-    s_held[LOCAL_BLOCK] -= h != nullptr;
-    return REAL(LocalFree)(h);
-}
-BOOL WINAPI CountAllocateSid(PSID_IDENTIFIER_AUTHORITY p, BYTE n, DWORD n0, DWORD n1, DWORD n2, DWORD n3,
-                             DWORD n4, DWORD n5, DWORD n6, DWORD n7, PSID* pp)
-{
-    const BOOL fDone = REAL(AllocateAndInitializeSid)(p, n, n0, n1, n2, n3, n4, n5, n6, n7, pp);
-    s_held[SID_BLOCK] += fDone;
-    return fDone;
-}
-PVOID WINAPI CountFreeSid(PSID p)
-{
-    --s_held[SID_BLOCK];
-    return REAL(FreeSid)(p);
-}
-int32_t CountDetails(const char* psz, XCS_SCRATCH* p, XCS_QM_DETAILS** pp)
-{
-    const int32_t nResult = REAL(xcsGetQMDetails)(psz, p, pp);
-    s_held[RECORD] += nResult == 0;
-    return nResult;
-}
-int32_t CountInstallation(const char* psz, void* p1, void* p2, int32_t n, void* p3, XCS_SCRATCH* p,
-                          XCS_INSTALLATION_DETAILS** pp)
-{
-    const int32_t nResult = REAL(xcsGetInstallationDetails)(psz, p1, p2, n, p3, p, pp);
-    s_held[RECORD] += nResult == 0;
-    return nResult;
-}
-void CountFreeMem(void* p1, int32_t n, void* p2, void* pRecord)
-{
-    s_held[RECORD] -= pRecord != nullptr;
-    REAL(xcsFreeMemFn)(p1, n, p2, pRecord);
-}
-
-void Count(const char* pszFunction, void** ppReal, void* pCounting)
-{
-    if (void** const ppSlot = FindImportSlot(pszFunction))
-    {
-        *ppReal = *ppSlot;
-        WriteImportSlot(ppSlot, pCounting);
+// Stands before a function that hands out or takes back; change tells from the result by how much.
+template <class Signature, class Tag = decltype([] {})> struct Counted;
+template <class Result, class... Args, class Tag> struct Counted<Result(Args...), Tag> {
+    static inline Result (*s_pReal)(Args...);
+    static inline long (*s_change)(Result);
+    static inline Kind s_kind;
+    static Result Call(Args... args) {
+        const Result result = s_pReal(args...);
+        s_held[s_kind] += s_change(result);
+        return result;
     }
+    Counted(const char* pszFunction, Kind kind, long (*change)(Result)) {
+        void** const ppSlot = FindImportSlot(pszFunction);
+        s_kind = kind;
+        s_change = change;
+        s_pReal = reinterpret_cast<Result (*)(Args...)>(*ppSlot);
+        WriteImportSlot(ppSlot, reinterpret_cast<void*>(&Call));
+    }
+};
+
+void CountWhatIsHeld() {
+    static const auto done = [](DWORD nResult) { return nResult == 0 ? 1L : 0L; };
+    static const auto found = [](HANDLE h) { return h != INVALID_HANDLE_VALUE ? 1L : 0L; };
+    static const auto ok = [](int32_t nResult) { return nResult == 0 ? 1L : 0L; };
+    static const auto back = [](auto) { return -1L; };
+    Counted<decltype(FindFirstFileW)>("FindFirstFileW", SEARCH, found);
+    Counted<decltype(FindFirstFileExW)>("FindFirstFileExW", SEARCH, found);
+    Counted<decltype(FindClose)>("FindClose", SEARCH, back);
+    Counted<decltype(GetNamedSecurityInfoW)>("GetNamedSecurityInfoW", LOCAL_BLOCK, done);
+    Counted<decltype(SetEntriesInAclW)>("SetEntriesInAclW", LOCAL_BLOCK, done);
+    Counted<decltype(LocalFree)>("LocalFree", LOCAL_BLOCK, back);
+    Counted<decltype(AllocateAndInitializeSid)>("AllocateAndInitializeSid", SID_BLOCK, [](BOOL f) { return f ? 1L : 0L; });
+    Counted<decltype(FreeSid)>("FreeSid", SID_BLOCK, back);
+    Counted<decltype(xcsGetQMDetails)>("xcsGetQMDetails", RECORD, ok);
+    Counted<decltype(xcsGetInstallationDetails)>("xcsGetInstallationDetails", RECORD, ok);
+    // (declared with a result that nobody looks at, as a function without one cannot be told from)
+    Counted<int(void*, int32_t, void*, void*)>("xcsFreeMemFn", RECORD, back);
 }
 
 // --- Start and end
 // ------------------------------------------------------------------------------------------
 
-Import* FindImport(const char* pszName)
-{
+Import* FindImport(const char* pszName) {
     for (int i = 0; i < s_nImports; ++i)
-        if (std::strcmp(s_imports[i].pszName, pszName) == 0)
-            return &s_imports[i];
+        if (std::strcmp(s_imports[i].pszName, pszName) == 0) return &s_imports[i];
     return nullptr;
 }
 
-void TakeFaults(char* pszFaults)
-{
-    for (char* psz = std::strtok(pszFaults, ";"); psz != nullptr; psz = std::strtok(nullptr, ";"))
-    {
+void TakeFaults(char* pszFaults) {
+    for (char* psz = std::strtok(pszFaults, ";"); psz != nullptr; psz = std::strtok(nullptr, ";")) {
         char szName[64];
         unsigned long nCall = 0, nError = 0;
         unsigned long long nReturn = 0;
@@ -199,51 +135,28 @@ void TakeFaults(char* pszFaults)
         std::sscanf(psz, "%63[^:]:%lx:%c:%llx:%lx", szName, &nCall, &chMode, &nReturn, &nError);
         if (std::strcmp(szName, "*") == 0)
             s_nKillAt = static_cast<long>(nCall);
-        else if (Import* const pImport = FindImport(szName))
-        {
+        else if (Import* const pImport = FindImport(szName)) {
             pImport->nFailAt = static_cast<long>(nCall);
             pImport->chMode = chMode;
             pImport->nReturn = nReturn;
             pImport->nError = nError;
-        }
-        else
+        } else
             TerminateProcess(GetCurrentProcess(), 99); // a fault in what is not imported would test nothing
     }
 }
 
-void ReplaceImports()
-{
+void ReplaceImports() {
     ForEachImport(GetModuleHandleW(nullptr), [](const char* pszDll, const char* pszName, void**) {
         // What is no function, and what the runtime needs to start and end.
-        if (std::strncmp(pszName, "xih", 3) == 0)
-            return;
-        if (_stricmp(pszDll, "msvcrt.dll") == 0 && std::strcmp(pszName, "malloc") != 0 &&
-            std::strcmp(pszName, "_waccess") != 0)
-            return;
-        if (s_nImports < MAX_IMPORTS && FindImport(pszName) == nullptr)
-            s_imports[s_nImports++].pszName = pszName;
+        if (std::strncmp(pszName, "xih", 3) == 0) return;
+        if (_stricmp(pszDll, "msvcrt.dll") == 0 && std::strcmp(pszName, "malloc") != 0 && std::strcmp(pszName, "_waccess") != 0) return;
+        if (s_nImports < MAX_IMPORTS && FindImport(pszName) == nullptr) s_imports[s_nImports++].pszName = pszName;
     });
-    if (char* const pszFaults = std::getenv("ZN_FAULTS"))
-        TakeFaults(pszFaults);
+    if (char* const pszFaults = std::getenv("ZN_FAULTS")) TakeFaults(pszFaults);
 
-    Count("FindFirstFileW", &s_real_FindFirstFileW, reinterpret_cast<void*>(&CountFindFirst));
-    Count("FindFirstFileExW", &s_real_FindFirstFileExW, reinterpret_cast<void*>(&CountFindFirstEx));
-    Count("FindClose", &s_real_FindClose, reinterpret_cast<void*>(&CountFindClose));
-    Count("GetNamedSecurityInfoW", &s_real_GetNamedSecurityInfoW, reinterpret_cast<void*>(&CountGetInfo));
-    Count("SetEntriesInAclW", &s_real_SetEntriesInAclW, reinterpret_cast<void*>(&CountSetEntries));
-    Count("LocalFree", &s_real_LocalFree, reinterpret_cast<void*>(&CountLocalFree));
-    Count("AllocateAndInitializeSid", &s_real_AllocateAndInitializeSid,
-          reinterpret_cast<void*>(&CountAllocateSid));
-    Count("FreeSid", &s_real_FreeSid, reinterpret_cast<void*>(&CountFreeSid));
-    Count("xcsGetQMDetails", &s_real_xcsGetQMDetails, reinterpret_cast<void*>(&CountDetails));
-    Count("xcsGetInstallationDetails", &s_real_xcsGetInstallationDetails,
-          reinterpret_cast<void*>(&CountInstallation));
-    Count("xcsFreeMemFn", &s_real_xcsFreeMemFn, reinterpret_cast<void*>(&CountFreeMem));
-
-    auto* pCode = static_cast<unsigned char*>(
-        VirtualAlloc(nullptr, MAX_IMPORTS * 128, MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
-    for (int i = 0; i < s_nImports; ++i)
-    {
+    CountWhatIsHeld();
+    auto* pCode = static_cast<unsigned char*>(VirtualAlloc(nullptr, MAX_IMPORTS * 128, MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
+    for (int i = 0; i < s_nImports; ++i) {
         void** const ppSlot = FindImportSlot(s_imports[i].pszName);
         s_imports[i].pReal = *ppSlot;
         unsigned char* const pThunk = pCode + i * 128;
@@ -252,26 +165,21 @@ void ReplaceImports()
     }
 }
 
-void Report()
-{
+void Report() {
     const char* const pszReport = std::getenv("ZN_FAULTS_REPORT");
     FILE* const pFile = pszReport != nullptr ? std::fopen(pszReport, "w") : nullptr;
-    if (pFile == nullptr)
-        return;
+    if (pFile == nullptr) return;
     for (int i = 0; i < s_nImports; ++i)
-        if (s_imports[i].nCalls > 0)
-            std::fprintf(pFile, "%s %ld\n", s_imports[i].pszName, s_imports[i].nCalls);
+        if (s_imports[i].nCalls > 0) std::fprintf(pFile, "%s %ld\n", s_imports[i].pszName, s_imports[i].nCalls);
     const char* const kinds[] = {"search", "local", "sid", "record"};
     for (int i = 0; i < KINDS; ++i)
-        if (s_held[i] != 0)
-            std::fprintf(pFile, "held-%s %ld\n", kinds[i], s_held[i]);
+        if (s_held[i] != 0) std::fprintf(pFile, "held-%s %ld\n", kinds[i], s_held[i]);
     std::fprintf(pFile, "* %ld\n", s_nAllCalls);
     std::fclose(pFile);
 }
 } // namespace
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD nReason, LPVOID)
-{
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD nReason, LPVOID) {
     if (nReason == DLL_PROCESS_ATTACH)
         ReplaceImports();
     else if (nReason == DLL_PROCESS_DETACH)
