@@ -53,7 +53,7 @@ need_packages() {
 }
 
 # The prefix's server, reached where scripts/wine reaches it.
-wineserver() { TMPDIR=$WINEPREFIX /usr/lib/wine/wineserver "$@"; }
+wineserver() { env WINEPREFIX="${WINEPREFIX:?}" TMPDIR="$WINEPREFIX" /usr/lib/wine/wineserver "$@"; }
 
 # start_wine <directory>: makes the Wine prefix there, unless it is there already, and keeps its server until the script
 # ends, so that every later start of a program is cheap.
@@ -63,8 +63,11 @@ start_wine() {
     trap stop_wine EXIT
     # The status tells of a server that is there already: as good.
     wineserver -p </dev/null >build/wineserver.log 2>&1 || true
-    quietly wineboot scripts/wine wineboot -i
+    quietly wineboot first_start
 }
+
+# A new prefix's first start fails once in some dozens: Wine then looks for a library that it is just putting there.
+first_start() { scripts/wine wineboot -i || scripts/wine wineboot -i; }
 
 # Ends every program in the prefix and its server.
 stop_wine() {
