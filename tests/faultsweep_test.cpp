@@ -13,7 +13,8 @@
 namespace {
 // How a function fails: name, then "return:last error" in hexadecimal.
 constexpr char FAILURES[] =
-    "SHFileOperationW 7c:0 DeleteFileW 0:20 RemoveDirectoryW 0:91 FindFirstFileW ffffffffffffffff:5 FindFirstFileExW "
+    "SHFileOperationW 7c:0 CreateFileW ffffffffffffffff:5 GetFileInformationByHandle 0:5 DeleteFileW 0:20 RemoveDirectoryW 0:91 "
+    "FindFirstFileW ffffffffffffffff:5 FindFirstFileExW "
     "ffffffffffffffff:5 FindNextFileW 0:12 FindClose 1:0 GetFileAttributesW ffffffff:5 SetFileAttributesW 0:5 GetCurrentDirectoryW "
     "0:5 SetCurrentDirectoryW 0:3 _waccess ffffffff:2 AllocateAndInitializeSid 0:539 LookupAccountNameW 0:534 SetEntriesInAclW 8:8 "
     "GetNamedSecurityInfoW 5:5 SetNamedSecurityInfoW 5:5 GetAce 0:57 IsValidSid 0:539 EqualSid 0:539 LookupPrivilegeValueW 0:521 "

@@ -1,6 +1,7 @@
 // Whole runs of the shipped program: exit status, both streams, both configuration files and all trees.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "installation.h"
@@ -168,6 +169,41 @@ TEST(Runs, RefusalsChangeNothing) {
         if (*c.pszFileInTheWay != L'\0') EXPECT_EQ(ReadAll(zn.root / c.pszFileInTheWay), "in the way");
         EXPECT_TRUE(zn.IsRestUntouched()) << &c - cases;
     }
+}
+
+TEST(Runs, NewTreesThatOverlapOldOnesAreNotDeletedWithThem) {
+    const std::pair<const char*, const char*> cases[] = {{"OLDDATA", "newlog"}, {"newdata", "OldLog"}, {"newdata", "x\\..\\oldlog"},
+        {"newdata", "oldlog\\QM!1\\in"}, {"olddata\\qmgrs\\QM!1", "newlog"}, {"newdata", "olddata\\qmgrs"}, {"newdata", ".\\\\oldlog"}};
+    for (const auto& [pszData, pszLog] : cases) {
+        Installation zn;
+        EXPECT_EQ(zn.Run(zn.MoveWords(L"QM1", pszData, pszLog)).nStatus, FAILED) << pszData << pszLog;
+        Snapshot all = TakeSnapshot(zn.root);
+        for (const Snapshot* pTree : {&zn.data, &zn.log})
+            for (const auto& [strName, strContent] : *pTree)
+                EXPECT_TRUE(std::any_of(all.begin(), all.end(),
+                    [&](const auto& entry) {
+                        return entry.first.ends_with(strName) && (entry.second == strContent || strName == L"qm.ini");
+                    }))
+                    << pszData << pszLog;
+    }
+}
+
+TEST(Runs, PlacesThatCannotBeNamedOrReachedAreRefused) {
+    const std::wstring strLong(248, L'l');
+    for (const std::wstring strLog : {L"C:newlog", L"newlog", L"\\newlog", L"..", L"C:\\n\x0101", L"C:\\n\xD800", L"C:\\a?b", L"C:\\a|b",
+             (L"C:\\" + strLong).c_str(), L"1:\\x", L"\\"}) {
+        Installation zn;
+        EXPECT_EQ(zn.Run(zn.MoveWords().substr(0, zn.MoveWords().find(L" /ld")) + L" /ld " + strLog).strErr, Message(37) + USAGE);
+        EXPECT_TRUE(zn.State().starts_with("data +")) << zn.State();
+    }
+    for (const std::string strLogPath : {"C:", "C:\\", "..", ".", "relative\\log", "\\\\srv\\share\\", ""}) {
+        Installation zn;
+        WriteAll(zn.oldData / "qm.ini", "Log:\n   LogPath=" + strLogPath);
+        EXPECT_EQ(zn.Run(zn.MoveWords()).strErr, USAGE) << strLogPath;
+    }
+    Installation zn; // a file whose new path the shell would not take
+    WriteAll(zn.oldLog / std::string(240 - zn.newLog.wstring().size() / 2, 'f'), "long");
+    EXPECT_EQ(zn.Run(zn.MoveWords()).strErr, Message(38) + USAGE);
 }
 
 TEST(Runs, EveryFailingStepLeavesWhatTheGuideSays) {

@@ -12,6 +12,7 @@
 #include "tovmsrid.h"
 #include "tovmtrce.h"
 #include "tovxcs2.h"
+#include "znmpaths.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmdirs"));
 
@@ -97,11 +98,13 @@ uint32_t CZNMSCSApp::CreateZNDirectory(const CString& strDir, const CString& str
             trace.Parms("Failed to create directory '%S': %u", strTotal, nCode);
             return trace.Return(nCode);
         }
-        CZNMFileSecurity fileSecurity(nullptr);
-        trace.Parms("Setting security on new directory '%S'", strTotal);
-        if (fileSecurity.SetSecurityOnFiles(strTotal, 0, 0, 0, WORLD_ACCESS_MODE, WORLD_PERMISSIONS,
-                                            WORLD_INHERITANCE) != TRUE)
-            trace.Text("Failed to set security on newly created directory"); // and goes on
+        {
+            CZNMFileSecurity fileSecurity(nullptr);
+            trace.Parms("Setting security on new directory '%S'", strTotal);
+            if (fileSecurity.SetSecurityOnFiles(strTotal, 0, 0, 0, WORLD_ACCESS_MODE, WORLD_PERMISSIONS,
+                                                WORLD_INHERITANCE) != TRUE)
+                trace.Text("Failed to set security on newly created directory"); // and goes on
+        }
         trace.Parms("Successfully created directory '%S'", strTotal);
     }
     else
@@ -143,6 +146,13 @@ int CZNMSCSApp::CopyZNFiles(const CString& strDest, const CString& strSrc)
     request.pFrom = srcList.c_str();
     request.pTo = destList.c_str();
     request.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOCONFIRMMKDIR | FOF_NOERRORUI;
+
+    // The shell takes no longer paths, and not every one says so: some leave out what is too long.
+    if (HasLongerPath(strSrc, MAX_PATH - 2 - strDest.GetLength()))
+    {
+        trace.Parms("Cannot copy directory '%S' to '%S': a path is too long", strSrcSpec, strDest);
+        return trace.Return(0);
+    }
 
     // A longer current directory leaves the buffer empty and is not restored.
     wchar_t szSavedDir[MAX_PATH] = {};
@@ -200,7 +210,8 @@ int CZNMSCSApp::DeleteZNFiles(const CString& strDir)
     // otherwise that entry survives, and with it the directory.
     WIN32_FIND_DATAW firstEntry = {};
     WIN32_FIND_DATAW entry = {};
-    CZNMFindHandle find(FindFirstFileW(strDir + L"\\*", &firstEntry));
+    const CString strPattern = strDir + L"\\*";
+    CZNMFindHandle find(FindFirstFileW(strPattern, &firstEntry));
     if (!find.IsOpen())
         return trace.Return(1); // what cannot be listed counts as deleted
 

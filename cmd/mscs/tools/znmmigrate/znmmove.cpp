@@ -10,6 +10,7 @@
 #include "tovmtrce.h"
 #include "tovmutln.h"
 #include "tovxcs2.h"
+#include "znmpaths.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmmove"));
 
@@ -18,7 +19,9 @@ namespace
 // A configuration file as the common services name it.
 struct ConfigurationFile
 {
-    char szName[XCS_PATH_SIZE] = {};
+    // Of a size that no library exceeds with a path, whatever bytes its code page needs for one.
+    static constexpr size_t MAX_NAME = 4 * XCS_PATH_SIZE;
+    char szName[MAX_NAME] = {};
     uint32_t nType = 0;
 
     // pszQueueManager: null for the product's own file.
@@ -39,7 +42,7 @@ CString WithTrailingBackslash(const CString& strPath)
 bool ReadLogPath(const ConfigurationFile& qmIni, CString& strLogPath)
 {
     constexpr uint32_t MAX_LOG_PATH = 261;
-    char szLogPath[MAX_LOG_PATH + 1]; // a value of the full length comes without its terminator
+    char szLogPath[MAX_LOG_PATH + 1] = {}; // a value of the full length comes without its terminator
     uint32_t nLength = MAX_LOG_PATH;
     if (xcsIniUtilRead("Log", nullptr, nullptr, "LogPath", szLogPath, &nLength, qmIni.szName, qmIni.nType) !=
             0 ||
@@ -47,8 +50,7 @@ bool ReadLogPath(const ConfigurationFile& qmIni, CString& strLogPath)
         return false;
     szLogPath[nLength] = '\0';
     strLogPath = WithoutTrailingBackslash(CString(szLogPath));
-    // With an empty path the root of the current drive would be copied, and deleted.
-    return !strLogPath.IsEmpty();
+    return IsTreePath(strLogPath);
 }
 
 // The last statement of a failing step: what the trace and the user are told, and the result.
@@ -106,7 +108,7 @@ int CZNMSCSApp::MigrateQueueManager()
 
     const CString strDirectory(queueMgr.GetDirectoryName());
     const CString strSrcDataDir(queueMgr.GetDataDirectory());
-    if (strDirectory.IsEmpty() || strSrcDataDir.IsEmpty()) // it was deleted meanwhile; see ReadLogPath
+    if (strDirectory.IsEmpty() || !IsTreePath(strSrcDataDir)) // it was deleted meanwhile
         return Refuse(trace, "Cannot contact Queue Manager '%S'", IDS_QM_NOT_FOUND, m_strQueueManager);
     CString strSrcLogDir;
     if (!ReadLogPath(qmIni, strSrcLogDir))
@@ -124,7 +126,8 @@ int CZNMSCSApp::MigrateQueueManager()
         return Refuse(trace, "Cannot have the same source/destination directories", IDS_SAME_DESTINATION);
 
     // --- A failure leaves the destination directories that were created.
-    if (CheckAndCreateZNDirectory(strDestDataDir) != 1 || CheckAndCreateZNDirectory(strDestLogDir) != 1)
+    if (!CanBeDestination(strDestDataDir) || !CanBeDestination(strDestLogDir) ||
+        CheckAndCreateZNDirectory(strDestDataDir) != 1 || CheckAndCreateZNDirectory(strDestLogDir) != 1)
         return Refuse(trace, "Cannot create/access destination directories", IDS_CREATE_FAILED);
 
     // --- A failure leaves whole or partial copies; sources and configuration are untouched.
@@ -147,8 +150,12 @@ int CZNMSCSApp::MigrateQueueManager()
         0)
         return Refuse(trace, "Cannot update logpath value for queue manager", IDS_UPDATE_FAILED);
 
-    // --- A failure leaves the configuration moved and the old trees wholly or partly deleted.
-    if (DeleteZNFiles(strSrcDataDir) != 1 || DeleteZNFiles(strSrcLogDir) != 1)
+    // --- A failure leaves the configuration moved and the old trees wholly or partly deleted. Where a new
+    // tree
+    // --- turns out to lie in an old one, under another spelling say, nothing is deleted at all.
+    if (IsInsideTree(strDestDataDir, strSrcDataDir) || IsInsideTree(strDestDataDir, strSrcLogDir) ||
+        IsInsideTree(strDestLogDir, strSrcDataDir) || IsInsideTree(strDestLogDir, strSrcLogDir) ||
+        DeleteZNFiles(strSrcDataDir) != 1 || DeleteZNFiles(strSrcLogDir) != 1)
         return Refuse(trace, "Failed to delete old data/log directories", IDS_DELETE_FAILED);
     return trace.Return(1);
 }

@@ -82,14 +82,8 @@ const CZNMFileSecurity::Variant CZNMFileSecurity::Variant::File = {
     FN_CHANGE_FILE_SECURITY,
     NO_INHERITANCE, // a file has nothing to inherit to; only the user's entry says otherwise, as it always
                     // has
-    4,
-    L"Create SID error, file: %s",
-    6,
-    9,
-    L"Error %d merging ACLs on '%s'",
-    10,
-    L"Error %d setting file security on '%s'",
-    "Set file security '%S'"};
+    4, L"Create SID error, file: %s", 6, 9, L"Error %d merging ACLs on '%s'", 10,
+    L"Error %d setting file security on '%s'", "Set file security '%S'"};
 
 const CZNMFileSecurity::Variant CZNMFileSecurity::Variant::Directory = {
     FN_CHANGE_DIR_SECURITY,
@@ -360,7 +354,7 @@ BOOL CZNMFileSecurity::DiskSupportsSecurity(const wchar_t* pszPath)
 
     char szTested[MAX_PATH + 1] = {};
     const CW2A narrowPath(pszPath);
-    if (narrowPath != nullptr) // what does not fit was refused by CanTakePath
+    if (narrowPath != nullptr) // what does not fit, CanBeTested refuses
         std::strncpy(szTested, narrowPath, MAX_PATH);
     if (char* const pAsterisk = std::strchr(szTested, '*'))
     {
@@ -392,12 +386,9 @@ BOOL CZNMFileSecurity::DiskSupportsSecurity(const wchar_t* pszPath)
 // --- Trees
 // ------------------------------------------------------------------------------------------------------
 
-// Whether the walk can work on a path: it fits the limit of the walk, and that of the volume test if it is
-// going to be tested.
-bool CZNMFileSecurity::CanTakePath(const wchar_t* pszPath) const
+// Whether a path fits the limit of the volume test, if it is going to be tested.
+bool CZNMFileSecurity::CanBeTested(const wchar_t* pszPath) const
 {
-    if (std::wcslen(pszPath) >= ZNM_SECURITY_PATH_SIZE)
-        return false;
     const CW2A narrowPath(pszPath);
     return IsVolumeTested(pszPath) || narrowPath == nullptr || std::strlen(narrowPath) <= MAX_PATH;
 }
@@ -409,15 +400,15 @@ BOOL CZNMFileSecurity::SetSecurityOnFiles(const wchar_t* pszPath, const uint32_t
 {
     CZNMTrace trace(FN_SET_SECURITY_ON_FILES);
     trace.Parms("CZNMFileSecurity::SetSecurityOnFiles() (pszPath = %S, ...)", pszPath);
-    if (!CanTakePath(pszPath))
-    {
-        trace.Text("Path is too long");
-        return trace.Return(FALSE);
-    }
-    if (!DiskSupportsSecurity(pszPath))
+    if (CanBeTested(pszPath) && !DiskSupportsSecurity(pszPath))
     {
         trace.Text("File system does not support security");
         return trace.Return(TRUE);
+    }
+    if (!CanBeTested(pszPath) || std::wcslen(pszPath) >= ZNM_SECURITY_PATH_SIZE)
+    {
+        trace.Text("Path is too long");
+        return trace.Return(FALSE);
     }
 
     BOOL fResult = TRUE;
@@ -477,7 +468,8 @@ BOOL CZNMFileSecurity::SetSecurityOnFiles(const wchar_t* pszPath, const uint32_t
     }
     if (fSubdirs != 0)
     {
-        CZNMFindHandle find(FindFirstFileExW(strDirectory + L"\\*", FindExInfoStandard, &entry,
+        const CString strChildPattern = strDirectory + L"\\*";
+        CZNMFindHandle find(FindFirstFileExW(strChildPattern, FindExInfoStandard, &entry,
                                              FindExSearchLimitToDirectories, nullptr, 0));
         const DWORD nError = GetLastError();
         if (!find.IsOpen())

@@ -60,7 +60,7 @@ class CZNMFileSecurity : public CZNMSecurityID
     struct Variant;
     struct World;
 
-    bool CanTakePath(const wchar_t* pszPath) const;
+    bool CanBeTested(const wchar_t* pszPath) const;
     bool IsVolumeTested(const wchar_t* pszPath) const;
     bool CreateSids();
     BOOL ChangeSecurity(class CZNMTrace& trace, const Variant& variant, const wchar_t* pszPath, bool fDiscard,

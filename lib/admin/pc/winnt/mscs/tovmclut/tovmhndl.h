@@ -34,6 +34,26 @@ class CZNMFindHandle
     HANDLE m_hFind;
 };
 
+// A file handle, whose nothing is INVALID_HANDLE_VALUE too.
+class CZNMFileHandle
+{
+  public:
+    explicit CZNMFileHandle(HANDLE hFile) noexcept : m_hFile(hFile) {}
+    ~CZNMFileHandle()
+    {
+        if (IsOpen())
+            CloseHandle(m_hFile); // nothing can be done about a failure
+    }
+    CZNMFileHandle(const CZNMFileHandle&) = delete;
+    CZNMFileHandle& operator=(const CZNMFileHandle&) = delete;
+
+    bool IsOpen() const noexcept { return m_hFile != INVALID_HANDLE_VALUE; }
+    HANDLE Get() const noexcept { return m_hFile; }
+
+  private:
+    HANDLE m_hFile;
+};
+
 // A block that Windows allocated with LocalAlloc: an access list, a security descriptor.
 struct CZNMLocalDeleter
 {
