@@ -23,11 +23,7 @@ using Shell = ImportHook<decltype(SHFileOperationW)>;
 
 TEST_F(Directories, MissingPathsAreCreatedAndExistingOnesChecked) {
     Make("\\file");
-    const struct {
-        const wchar_t* pszPath;
-        int nExpected;
-        const char* pszTrace;
-    } cases[] = {
+    const std::tuple<const wchar_t*, int, const char*> cases[] = {
         {L"\\a\\b\\c", 1, nullptr},
         {L"\\a\\b\\", 1, "- 173 The specified directory/file already exists"},
         {L"\\d\\e\\", 1, nullptr},
@@ -36,11 +32,11 @@ TEST_F(Directories, MissingPathsAreCreatedAndExistingOnesChecked) {
         {L"\\file\\x", 0, "- 171 Specified path is not a directory"},
         {L"\\bad?name\\x", 0, "- 173 Cannot create directory structure"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [pszPath, nExpected, pszTrace] : cases) {
         Capture capture;
-        EXPECT_EQ(theApp.CheckAndCreateZNDirectory(At(c.pszPath)), c.nExpected) << c.pszPath;
-        EXPECT_EQ(fs::is_directory(static_cast<const wchar_t*>(At(c.pszPath))), c.nExpected == 1) << c.pszPath;
-        if (c.pszTrace != nullptr) EXPECT_TRUE(capture.Has(c.pszTrace)) << c.pszPath;
+        EXPECT_EQ(theApp.CheckAndCreateZNDirectory(At(pszPath)), nExpected) << pszPath;
+        EXPECT_EQ(fs::is_directory(root.wstring() + pszPath), nExpected == 1) << pszPath;
+        if (pszTrace != nullptr) EXPECT_TRUE(capture.Has(pszTrace)) << pszPath;
     }
     EXPECT_THAT(Names(), ElementsAre(L"a", L"a\\b", L"a\\b\\c", L"d", L"d\\e", L"f", L"f\\g", L"file"));
 }
@@ -52,10 +48,8 @@ TEST_F(Directories, WalkReturnsTheCodeOfTheLastComponent) {
     EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\file\\x"), CString()), 3u);
     EXPECT_EQ(theApp.CreateZNDirectory(L"y", At(L"\\new")), 0u);
     {
-        ImportHook<decltype(GetFileAttributesW)> hook("GetFileAttributesW", [](auto...) {
-            SetLastError(1117);
-            return INVALID_FILE_ATTRIBUTES;
-        });
+        ImportHook<decltype(GetFileAttributesW)> hook(
+            "GetFileAttributesW", [](auto...) { return SetLastError(1117), INVALID_FILE_ATTRIBUTES; });
         EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\new"), CString()), 1117u);
     }
     std::vector<std::string> created;

@@ -4,12 +4,9 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <memory>
 #include <regex>
 #include <set>
 #include <string>
-#include <type_traits>
-#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -21,37 +18,20 @@ struct Language {
     UINT nCodePage;
 };
 
-const Language k_languages[] = {
-    {0x000A, 850},
-    {0x0404, 950},
-    {0x0405, 852},
-    {0x0407, 850},
-    {k_nEnglish, 437},
-    {0x040C, 850},
-    {0x040E, 852},
-    {0x0410, 850},
-    {0x0411, 932},
-    {0x0412, 949},
-    {0x0415, 852},
-    {0x0416, 850},
-    {0x0419, 866},
-    {0x0804, 936},
-};
+const Language k_languages[] = {{0x000A, 850}, {0x0404, 950}, {0x0405, 852}, {0x0407, 850}, {k_nEnglish, 437}, {0x040C, 850}, {0x040E, 852},
+    {0x0410, 850}, {0x0411, 932}, {0x0412, 949}, {0x0415, 852}, {0x0416, 850}, {0x0419, 866}, {0x0804, 936}};
 
 class Messages : public testing::Test {
   protected:
-    void SetUp() override {
-        // Looked for beside the test program first.
-        m_module.reset(LoadLibraryExW(L"tarvel.exe", nullptr, LOAD_LIBRARY_AS_DATAFILE));
-        ASSERT_NE(m_module, nullptr) << GetLastError();
-    }
+    // Looked for beside the test program first; loaded to the end of the test program.
+    const HMODULE m_hModule = LoadLibraryExW(L"tarvel.exe", nullptr, LOAD_LIBRARY_AS_DATAFILE);
 
     // Empty if the language does not have the message.
     std::wstring Text(LANGID nLanguage, UINT nMessage) const {
-        const HRSRC hBlock = FindResourceExW(Module(), RT_STRING, MAKEINTRESOURCEW(nMessage / 16 + 1), nLanguage);
+        const HRSRC hBlock = FindResourceExW(m_hModule, RT_STRING, MAKEINTRESOURCEW(nMessage / 16 + 1), nLanguage);
         if (hBlock == nullptr) return {};
-        auto* pEntry = static_cast<const wchar_t*>(LockResource(LoadResource(Module(), hBlock)));
-        const wchar_t* pEnd = pEntry + SizeofResource(Module(), hBlock) / sizeof(wchar_t);
+        auto* pEntry = static_cast<const wchar_t*>(LockResource(LoadResource(m_hModule, hBlock)));
+        const wchar_t* pEnd = pEntry + SizeofResource(m_hModule, hBlock) / sizeof(wchar_t);
         for (UINT n = nMessage % 16; n > 0 && pEntry < pEnd; --n) pEntry += 1 + *pEntry;
         return pEntry < pEnd && pEntry + *pEntry < pEnd ? std::wstring(pEntry + 1, *pEntry) : std::wstring();
     }
@@ -64,12 +44,6 @@ class Messages : public testing::Test {
                 check(language, nMessage);
             }
     }
-
-    HMODULE Module() const { return m_module.get(); }
-
-  private:
-    using Unload = decltype([](HMODULE h) { FreeLibrary(h); });
-    std::unique_ptr<std::remove_pointer_t<HMODULE>, Unload> m_module;
 };
 
 // A missing language would not be noticed by looking texts up: Windows may give another language's instead.
@@ -82,7 +56,7 @@ TEST_F(Messages, ExistInExactlyTheseLanguages) {
             reinterpret_cast<std::set<LANGID>*>(pFound)->insert(nLanguage);
             return TRUE;
         };
-        EnumResourceLanguagesW(Module(), RT_STRING, MAKEINTRESOURCEW(nBlock), insert, reinterpret_cast<LONG_PTR>(&found));
+        EnumResourceLanguagesW(m_hModule, RT_STRING, MAKEINTRESOURCEW(nBlock), insert, reinterpret_cast<LONG_PTR>(&found));
         EXPECT_EQ(found, wanted) << "block " << nBlock;
     }
 }
