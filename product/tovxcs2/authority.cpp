@@ -31,10 +31,15 @@ bool IsZnmMember()
 } // namespace
 
 int32_t xcsCheckAuthorization(int32_t)
+try
 {
     // Where the work path's volume keeps no access lists anybody could have written what is read from it.
     std::wstring strRoot;
     if (TestVolumeSecurity(WorkPath(), strRoot) == XCS_RC_NO_VOLUME_SECURITY)
         return XCS_RC_NO_VOLUME_SECURITY;
     return IsAdministrator() || IsZnmMember() ? XCS_RC_OK : XCS_RC_NOT_AUTHORIZED;
+}
+catch (...)
+{
+    return XCS_RC_NO_MEMORY; // nothing else is raised
 }

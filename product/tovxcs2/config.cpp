@@ -128,6 +128,7 @@ std::string ConfigFile::ValueOrEmpty(const IniFile::Stanza& stanza, std::string_
 }
 
 int32_t xcsGetIniFilename(const char* pszQMName, char* pszFileName, uint32_t* pnFileType)
+try
 {
     if (pszFileName == nullptr || pnFileType == nullptr)
         return XCS_RC_PARAMETER;
@@ -152,10 +153,15 @@ int32_t xcsGetIniFilename(const char* pszQMName, char* pszFileName, uint32_t* pn
     *pnFileType = pszQMName == nullptr ? FILE_TYPE_PRODUCT : FILE_TYPE_QUEUE_MANAGER;
     return XCS_RC_OK;
 }
+catch (...)
+{
+    return XCS_RC_NO_MEMORY; // nothing else is raised
+}
 
 int32_t xcsIniUtilRead(const char* pszStanza, const char* pszKeyName, const char* pszKeyValue,
                        const char* pszAttribute, char* pszBuffer, uint32_t* pnLength, const char* pszFileName,
                        uint32_t)
+try
 {
     const auto selector = Selector(pszStanza, pszKeyName, pszKeyValue, pszAttribute);
     if (!selector || pszBuffer == nullptr || pnLength == nullptr || pszFileName == nullptr)
@@ -173,9 +179,14 @@ int32_t xcsIniUtilRead(const char* pszStanza, const char* pszKeyName, const char
     *pnLength = static_cast<uint32_t>(strValue->size());
     return XCS_RC_OK;
 }
+catch (...)
+{
+    return XCS_RC_NO_MEMORY; // nothing else is raised
+}
 
 int32_t xcsIniUtilWrite(const char* pszStanza, const char* pszKeyName, const char* pszKeyValue,
                         const char* pszAttribute, const char* pszValue, const char* pszFileName, uint32_t)
+try
 {
     const auto selector = Selector(pszStanza, pszKeyName, pszKeyValue, pszAttribute);
     if (!selector || pszValue == nullptr || pszFileName == nullptr)
@@ -201,4 +212,8 @@ int32_t xcsIniUtilWrite(const char* pszStanza, const char* pszKeyName, const cha
     if (nError == ERROR_SUCCESS)
         return XCS_RC_OK;
     return nError == ERROR_INVALID_DATA ? nRefused : XCS_RC_SYSTEM;
+}
+catch (...)
+{
+    return XCS_RC_NO_MEMORY; // nothing else is raised
 }

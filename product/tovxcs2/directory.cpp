@@ -6,6 +6,7 @@
 #include "tovxcs2.h"
 
 int32_t xcsCreateDirectory(const char* pszPath, int32_t, void*, void*, int32_t, uint32_t* pnReason)
+try
 {
     if (pnReason == nullptr)
         return XCS_RC_PARAMETER;
@@ -17,4 +18,8 @@ int32_t xcsCreateDirectory(const char* pszPath, int32_t, void*, void*, int32_t, 
     const DWORD nError = GetLastError();
     *pnReason = fCreated ? ERROR_SUCCESS : nError;
     return fCreated ? XCS_RC_OK : XCS_RC_SYSTEM;
+}
+catch (...)
+{
+    return XCS_RC_NO_MEMORY; // nothing else is raised
 }

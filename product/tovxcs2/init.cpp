@@ -21,6 +21,7 @@ int32_t xcsCheckConsistency(const char* pszVersionLevel)
 }
 
 int32_t xcsInitializeEx(int32_t, int32_t, void*, void*, void*, void*, void*, XCS_CONNECTION* pConnection)
+try
 {
     if (pConnection == nullptr)
         return XCS_RC_PARAMETER;
@@ -33,6 +34,10 @@ int32_t xcsInitializeEx(int32_t, int32_t, void*, void*, void*, void*, void*, XCS
         return XCS_RC_NO_MEMORY;
     *pConnection = {CONNECTION_MARK, GetCurrentProcessId()};
     return XCS_RC_OK;
+}
+catch (...)
+{
+    return XCS_RC_NO_MEMORY; // nothing else is raised
 }
 
 int32_t xcsTerminate(XCS_CONNECTION* pConnection, int32_t)

@@ -38,6 +38,7 @@ int32_t Fill(const ConfigFile& file, const IniFile::Stanza& stanza, XCS_INSTALLA
 
 int32_t xcsGetInstallationDetails(const char* pszName, void*, void*, int32_t nSelector, void*, XCS_SCRATCH*,
                                   XCS_INSTALLATION_DETAILS** ppInstallation)
+try
 {
     if (ppInstallation == nullptr)
         return XCS_RC_PARAMETER;
@@ -59,6 +60,10 @@ int32_t xcsGetInstallationDetails(const char* pszName, void*, void*, int32_t nSe
         return XCS_RC_NO_MEMORY;
     *ppInstallation = new (pRecord) XCS_INSTALLATION_DETAILS(details);
     return XCS_RC_OK;
+}
+catch (...)
+{
+    return XCS_RC_NO_MEMORY; // nothing else is raised
 }
 
 int32_t xcsCompareInstallations(const void* pInstallation, const char* pszName)

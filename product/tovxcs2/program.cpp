@@ -43,6 +43,7 @@ bool IsExecutable(const std::wstring& strPath)
 
 int32_t xcsExecProgramHandle(int32_t, const char* pszProgram, int32_t, const char* pszArguments, void*,
                              int32_t, int32_t, void*, void*, void*, int32_t* pnResult, void*)
+try
 {
     if (pszProgram == nullptr || pszArguments == nullptr || pnResult == nullptr)
         return XCS_RC_PARAMETER;
@@ -78,4 +79,8 @@ int32_t xcsExecProgramHandle(int32_t, const char* pszProgram, int32_t, const cha
         return XCS_RC_SYSTEM;
     *pnResult = static_cast<int32_t>(nExitCode);
     return XCS_RC_OK;
+}
+catch (...)
+{
+    return XCS_RC_NO_MEMORY; // nothing else is raised
 }

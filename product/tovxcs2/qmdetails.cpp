@@ -50,6 +50,7 @@ int32_t FindQueueManager(const char* pszName, XCS_QM_DETAILS& details)
 }
 
 int32_t xcsGetQMDetails(const char* pszQMName, XCS_SCRATCH*, XCS_QM_DETAILS** ppDetails)
+try
 {
     if (ppDetails == nullptr)
         return XCS_RC_PARAMETER;
@@ -62,6 +63,10 @@ int32_t xcsGetQMDetails(const char* pszQMName, XCS_SCRATCH*, XCS_QM_DETAILS** pp
         return XCS_RC_NO_MEMORY;
     *ppDetails = new (pRecord) XCS_QM_DETAILS(details);
     return XCS_RC_OK;
+}
+catch (...)
+{
+    return XCS_RC_NO_MEMORY; // nothing else is raised
 }
 
 void xcsFreeMemFn(void*, int32_t, void*, void* pRecord)

@@ -6,6 +6,7 @@
 
 int32_t xcsIsSubpoolActive(const char* pszSubpool, const char* pszDirectory, void*, int32_t,
                            const char* pszInstallationIdentity)
+try
 {
     if (pszSubpool == nullptr || pszDirectory == nullptr || pszInstallationIdentity == nullptr)
         return XCS_RC_PARAMETER;
@@ -18,4 +19,8 @@ int32_t xcsIsSubpoolActive(const char* pszSubpool, const char* pszDirectory, voi
     if (!names) // a queue manager with such names cannot have been started
         return XCS_RC_NOT_ACTIVE;
     return IsRunning(*names) ? XCS_RC_OK : XCS_RC_NOT_ACTIVE;
+}
+catch (...)
+{
+    return XCS_RC_OK; // out of memory
 }

@@ -26,6 +26,7 @@ int32_t TestVolumeSecurity(const std::wstring& strPath, std::wstring& strRoot)
 }
 
 int32_t xcsVolumeSupportsSecurity(const char* pszPath, uint32_t* pnRootLength)
+try
 {
     const auto strPath = pszPath != nullptr ? Widen(pszPath) : std::nullopt;
     if (!strPath)
@@ -39,4 +40,8 @@ int32_t xcsVolumeSupportsSecurity(const char* pszPath, uint32_t* pnRootLength)
                              static_cast<int>(nLength), TRUE) == CSTR_EQUAL)
         *pnRootLength = static_cast<uint32_t>(nLength);
     return nResult;
+}
+catch (...)
+{
+    return XCS_RC_NO_MEMORY; // nothing else is raised
 }
