@@ -17,7 +17,8 @@ inline fs::path ProgramFolder() {
     return fs::path(szPath).parent_path();
 }
 
-// Runs a program to its end and takes what it writes.
+// Runs a program to its end, in the scratch directory, and takes what it writes. A program that went astray would find
+// nothing but its Wine prefix or system drive there.
 inline RunResult RunProgram(const fs::path& program, const std::wstring& strWords, const fs::path& scratch) {
     SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
     const fs::path names[] = {scratch / "stdout", scratch / "stderr"};
@@ -31,7 +32,7 @@ inline RunResult RunProgram(const fs::path& program, const std::wstring& strWord
     PROCESS_INFORMATION process = {};
     std::wstring strCommand = program.stem().wstring() + L" " + strWords;
     RunResult result{0xDEAD, "", ""};
-    if (CreateProcessW(program.c_str(), strCommand.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process)) {
+    if (CreateProcessW(program.c_str(), strCommand.data(), nullptr, nullptr, TRUE, 0, nullptr, scratch.c_str(), &startup, &process)) {
         WaitForSingleObject(process.hProcess, INFINITE);
         GetExitCodeProcess(process.hProcess, &result.nStatus);
         CloseHandle(process.hProcess);

@@ -189,17 +189,19 @@ TEST(Runs, NewTreesThatOverlapOldOnesAreNotDeletedWithThem) {
 }
 
 TEST(Runs, PlacesThatCannotBeNamedOrReachedAreRefused) {
+    const std::string strNoCopy = "SHFileOperationW:1:a:7c:0"; // whole drives are at stake where one is not refused
     const std::wstring strLong(248, L'l');
     for (const std::wstring strLog : {L"C:newlog", L"newlog", L"\\newlog", L"..", L"C:\\n\x0101", L"C:\\n\xD800", L"C:\\a?b", L"C:\\a|b",
              (L"C:\\" + strLong).c_str(), L"1:\\x", L"\\"}) {
         Installation zn;
-        EXPECT_EQ(zn.Run(zn.MoveWords().substr(0, zn.MoveWords().find(L" /ld")) + L" /ld " + strLog).strErr, Message(37) + USAGE);
+        EXPECT_EQ(
+            zn.Run(zn.MoveWords().substr(0, zn.MoveWords().find(L" /ld")) + L" /ld " + strLog, strNoCopy).strErr, Message(37) + USAGE);
         EXPECT_TRUE(zn.State().starts_with("data +")) << zn.State();
     }
     for (const std::string strLogPath : {"C:", "C:\\", "..", ".", "relative\\log", "\\\\srv\\share\\", ""}) {
         Installation zn;
         WriteAll(zn.oldData / "qm.ini", "Log:\n   LogPath=" + strLogPath);
-        EXPECT_EQ(zn.Run(zn.MoveWords()).strErr, USAGE) << strLogPath;
+        EXPECT_EQ(zn.Run(zn.MoveWords(), strNoCopy).strErr, USAGE) << strLogPath;
     }
     Installation zn; // a file whose new path the shell would not take
     WriteAll(zn.oldLog / std::string(240 - zn.newLog.wstring().size() / 2, 'f'), "long");
