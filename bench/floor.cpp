@@ -194,7 +194,7 @@ extern "C" int wmain(int argc, wchar_t* argv[])
     Need(argc >= 8, "seven words");
     const wchar_t* const* const pszOld = argv + 1;
     const wchar_t* const* const pszNew = argv + 3;
-    s_fListings = argc > 8;
+    s_fListings = argc > 8 && argv[8][0] != 0;
     double anMoments[5] = {Now()};
     for (int i = 0; i < 2; ++i)
         CreatePath(pszNew[i]);

@@ -31,8 +31,8 @@ inline void Enter(XTR_THREAD_AREA* pArea)
     if (pArea == nullptr)
         return;
     const uint32_t nEntry = IDENTIFIER | XTR_ENTRY_MARK;
-    pArea->aHistory[pArea->nHistory++ & (XTR_HISTORY_SIZE - 1)] = nEntry;
     pArea->aCallStack[pArea->nDepth++] = nEntry;
+    pArea->aHistory[pArea->nHistory++ & (XTR_HISTORY_SIZE - 1)] = nEntry;
     if (pArea->fTraceActive)
         xtr_FNC_entry(pArea, ZNM_COMPONENT, FUNCTION);
 }
