@@ -2,6 +2,8 @@
 // path: the files hold what users typed, and the writer may have more rights than who laid a trap for it.
 #include "recordfile.h"
 
+#include <aclapi.h>
+
 #include "text.h"
 #include "workpath.h"
 
@@ -13,17 +15,44 @@ std::wstring DirectoryPath(const wchar_t* pszDirectory)
     return strWorkPath.empty() ? L"" : strWorkPath + L"\\" + pszDirectory;
 }
 
-// Holds the directory, so that nobody can put another in its place meanwhile. Null when it is none, or a
-// reparse point.
+// Whoever owns a directory can give himself every right to it. Only an administrator can make somebody else
+// its owner, or a group.
+bool IsTrustedOwner(HANDLE hDirectory)
+{
+    PSID pOwner = nullptr, pWorkPathOwner = nullptr;
+    PSECURITY_DESCRIPTOR pDescriptor = nullptr;
+    if (GetSecurityInfo(hDirectory, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &pOwner, nullptr, nullptr,
+                        nullptr, &pDescriptor) != ERROR_SUCCESS)
+        return false;
+    const LocalBlock owner(pDescriptor);
+    if (pOwner == nullptr) // as on a volume that keeps none
+        return false;
+    BOOL fOwn = FALSE;
+    if (IsWellKnownSid(pOwner, WinBuiltinAdministratorsSid) || IsWellKnownSid(pOwner, WinLocalSystemSid) ||
+        (CheckTokenMembership(nullptr, pOwner, &fOwn) && fOwn))
+        return true;
+    // The work path's owner is trusted in any case: what is run and deleted stands in the files there.
+    PSECURITY_DESCRIPTOR pWorkPathDescriptor = nullptr;
+    if (GetNamedSecurityInfoW(WorkPath().c_str(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &pWorkPathOwner,
+                              nullptr, nullptr, nullptr, &pWorkPathDescriptor) != ERROR_SUCCESS)
+        return false;
+    const LocalBlock workPathOwner(pWorkPathDescriptor);
+    return pWorkPathOwner != nullptr && EqualSid(pOwner, pWorkPathOwner);
+}
+
+// Holds the directory, so that nobody can put another in its place meanwhile: only a handle that could list
+// it keeps it from being renamed. Null when it is none, a reparse point, or made by somebody who is not
+// trusted.
 FileHandle OpenDirectory(const std::wstring& strPath)
 {
-    FileHandle directory(CreateFileW(strPath.c_str(), FILE_READ_ATTRIBUTES,
+    FileHandle directory(CreateFileW(strPath.c_str(),
+                                     FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES | READ_CONTROL,
                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
                                      FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
     BY_HANDLE_FILE_INFORMATION information = {};
     if (!directory || !GetFileInformationByHandle(directory.Get(), &information) ||
         !(information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) ||
-        (information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT))
+        (information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) || !IsTrustedOwner(directory.Get()))
         return FileHandle();
     return directory;
 }
@@ -45,8 +74,9 @@ FileHandle CreateRecordFile(const wchar_t* pszDirectory, const wchar_t* pszExten
     {
         const std::wstring strFile = strPath + L"\\ZN" + std::to_wstring(GetCurrentProcessId()) + L"." +
                                      std::to_wstring(s_nNext) + pszExtension;
+        // A link of that name is in the way, too: followed, it would be made where it leads.
         FileHandle file(CreateFileW(strFile.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
-                                    FILE_ATTRIBUTE_NORMAL, nullptr));
+                                    FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
         const DWORD nError = GetLastError();
         if (file)
         {

@@ -6,8 +6,8 @@
 #include "owner.h"
 
 // Creates the next file ZN<process>.<n><extension> in a directory of the work path, and the directory itself
-// where it is missing. It never opens a file that exists, and never follows a directory that leads elsewhere.
-// Null when that fails.
+// where it is missing. It never opens a file that exists, and never follows a directory that leads elsewhere
+// or belongs to somebody who does not administer the product. Null when that fails.
 FileHandle CreateRecordFile(const wchar_t* pszDirectory, const wchar_t* pszExtension);
 
 // Makes room for one more file of an extension in such a directory: the oldest goes when there are nMaximum.
