@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "owner.h"
+#include "runobjects.h"
 #include "text.h"
 
 namespace
@@ -26,8 +27,10 @@ DWORD Failure()
 class WriterLock
 {
   public:
-    WriterLock() : m_mutex(CreateMutexW(nullptr, FALSE, L"Global\\ZN.Configuration"))
+    WriterLock()
     {
+        RunObjectSecurity security; // by default one administrator's lock would refuse the next one
+        m_mutex = KernelHandle(CreateMutexW(security.Get(), FALSE, L"Global\\ZN.Configuration"));
         const DWORD nError = Failure();
         if (!m_mutex)
         {

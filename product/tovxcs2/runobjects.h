@@ -22,7 +22,7 @@ struct RunObjectNames
     std::wstring strRefused; // event: it will not
 };
 
-// Access for Administrators, the system and the product's group, to what the queue manager creates.
+// Access for Administrators, the system and the product's group, to named objects that they share.
 class RunObjectSecurity
 {
   public:
