@@ -31,7 +31,7 @@ quietly() {
     fi
 }
 
-tool_packages=(wine64 g++-mingw-w64-x86-64-posix cmake ninja-build googletest)
+tool_packages=(wine64 g++-mingw-w64-x86-64-posix g++ cmake ninja-build googletest)
 
 # shellcheck disable=SC2120 # without an argument: just these
 # need_packages [<package>...]: installs what is missing of these and of what builds and runs the programs.
