@@ -149,6 +149,7 @@ TEST(Runs, RefusalsChangeNothing) {
         {"Name=Inst1", "Name=Inst2", L"", L"QM1", L"newdata", L"newlog", 32},
         {"", "", L"", L"QM1", L"olddata", L"newlog", 42},
         {"", "", L"", L"QM1", L"newdata\\", L"oldlog", 42},
+        {"", "", L"", L"QM1", L"newlog", L"NewLog\\qmgrs", 42},
         {"", "", L"newdata", L"QM1", L"newdata", L"newlog", 37},
         {"", "", L"newdata\\qmgrs\\QM!1", L"QM1", L"newdata", L"newlog", 37},
         {"", "", L"newlog", L"QM1", L"newdata", L"newlog", 37},

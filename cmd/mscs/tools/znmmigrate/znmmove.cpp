@@ -125,6 +125,10 @@ int CZNMSCSApp::MigrateQueueManager()
     if (strDestDataDir == strSrcDataDir || strDestLogDir == strSrcLogDir)
         return Refuse(trace, "Cannot have the same source/destination directories", IDS_SAME_DESTINATION);
 
+    // One directory for both would let files of the second copy take the place of the first one's.
+    if (_wcsicmp(strDestDataDir, strDestLogDir) == 0)
+        return Refuse(trace, "Cannot have one destination directory for data and log", IDS_SAME_DESTINATION);
+
     // --- A failure leaves the destination directories that were created.
     if (!CanBeDestination(strDestDataDir) || !CanBeDestination(strDestLogDir) ||
         CheckAndCreateZNDirectory(strDestDataDir) != 1 || CheckAndCreateZNDirectory(strDestLogDir) != 1)
