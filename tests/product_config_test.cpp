@@ -136,7 +136,9 @@ TEST(QueueManagers, DetailsAreExactOrRefused) {
         {stanza("QM1", "C:\\data", "QM1"), "qm1", ""}, {stanza("QM1", "C:\\data", "QM1"), "", ""},
         {stanza(strName48 + "N", "C:", "QM1"), strName48 + "N", ""}, {stanza("QM1", "C:", strDir66 + "d"), "QM1", ""},
         {stanza("QM1", "C:", "QM1", strInstallation16 + "I"), "QM1", ""}, {"QueueManager:\n Name=QM1\n Directory=QM1\n", "QM1", ""},
-        {"QueueManager:\n Name=QM1\n Prefix=C:\n", "QM1", ""}};
+        {"QueueManager:\n Name=QM1\n Prefix=C:\n", "QM1", ""}, {"", "QM1", ""},
+        {stanza("QM1", std::string("C:\\a\0b", 6), "QM1"), "QM1", ""},
+        {"\xEF\xBB\xBF" + stanza("QM1", "C:", "a") + stanza("QM1", "D:", "b") + "cut of", "QM1", "C:\\qmgrs\\a"}};
     for (const char* psz : {"", "data", "\\data", "C:data", "C", "\\\\", "\\\\\\x", "C:\\a?", "C:\\a:b", "1:\\a"})
         cases.emplace_back(stanza("QM1", psz, "QM1"), "QM1", "");
     for (const char* psz : {"", ".", "..", "a\\b", "a/b", "\\", "a.", "*", "a:b", "a\x01"})
