@@ -66,7 +66,7 @@ start_wine() {
     quietly wineboot first_start
 }
 
-# A new prefix's first start fails once in some dozens: Wine then looks for a library that it is just putting there.
+# A new prefix's first start has been seen to fail once; a second try costs nothing.
 first_start() { scripts/wine wineboot -i || scripts/wine wineboot -i; }
 
 # Ends every program in the prefix and its server.
