@@ -20,6 +20,11 @@ add_custom_target(faulty_programs ALL
 tarvel_test(runs_test SOURCES runs_test.cpp)
 add_dependencies(runs_test faulty_programs)
 
+add_executable(stackguard_probe stackguard_probe.cpp)
+target_link_libraries(stackguard_probe PRIVATE stackguard tarvel_options)
+tarvel_test(stackguard_test SOURCES stackguard_test.cpp)
+add_dependencies(stackguard_test stackguard_probe)
+
 add_executable(languages_test languages_test.cpp)
 target_include_directories(languages_test PRIVATE ${PROJECT_SOURCE_DIR}/resources)
 target_link_libraries(languages_test PRIVATE GTest::gtest_main tarvel_options test_options)

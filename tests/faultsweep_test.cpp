@@ -20,7 +20,8 @@ constexpr char FAILURES[] =
     "GetNamedSecurityInfoW 5:5 SetNamedSecurityInfoW 5:5 GetAce 0:57 IsValidSid 0:539 EqualSid 0:539 LookupPrivilegeValueW 0:521 "
     "OpenProcessToken 0:5 AdjustTokenPrivileges 0:6 WideCharToMultiByte 0:7a MultiByteToWideChar 0:7a LoadStringW 0:716 FindResourceW "
     "0:716 LoadResource 0:714 LockResource 0:0 SizeofResource 0:714 GetModuleHandleW 0:7e GetCommandLineW 0:8 TlsGetValue 0:57 malloc "
-    "0:8 xcsCheckConsistency 20006110:0 xcsInitializeEx 20006110:0 xcsCheckAuthorization 40806177:0 xcsGetIniFilename 1:0 "
+    "0:8 SystemFunction036 0:0 xcsCheckConsistency 20006110:0 xcsInitializeEx 20006110:0 xcsCheckAuthorization 40806177:0 "
+    "xcsGetIniFilename 1:0 "
     "xcsIniUtilRead 1:0 xcsIniUtilWrite 1:0 xcsGetQMDetails 1:0 xcsGetInstallationDetails 1:0 xcsCompareInstallations 1:0 "
     "xcsIsSubpoolActive 1:0 xcsExecProgramHandle 1:0 xcsCreateDirectory 1:0 xcsVolumeSupportsSecurity 40806178:0 "
     "xtrEstablishTraceStatus 1:0 ";
@@ -30,7 +31,7 @@ constexpr char SPARED[] =
     "xtr_FNC_entry xtr_FNC_retcode xtr_FNC_text xtr_parms zutDisplayCSPError zutMapRCTo8bit ";
 // What the language's runtime imports for itself.
 constexpr char RUNTIME[] =
-    "AddVectoredExceptionHandler CloseHandle CreateEventA CreateSemaphoreA CryptAcquireContextA CryptGenRandom CryptReleaseContext "
+    "AddVectoredExceptionHandler CloseHandle CreateEventA CreateSemaphoreA "
     "DeleteCriticalSection DuplicateHandle EnterCriticalSection GetCurrentProcess GetCurrentProcessId GetCurrentThread "
     "GetCurrentThreadId GetHandleInformation GetLastError GetProcAddress GetProcessAffinityMask GetStartupInfoW "
     "GetSystemTimeAsFileTime GetThreadContext GetThreadPriority GetTickCount64 InitializeCriticalSection IsDBCSLeadByteEx "

@@ -105,6 +105,12 @@ std::optional<ConfigFile> ConfigFile::OpenProduct()
     return strWorkPath.empty() ? std::nullopt : Open(strWorkPath + L"\\zns.ini");
 }
 
+const IniFile::Stanza* ConfigFile::Find(const IniSelector& selector) const
+{
+    const RecodedNames names(selector, "", CP_THREAD_ACP, CodePageOf(*m_pIni));
+    return names ? m_pIni->Find(names.Selector()) : nullptr;
+}
+
 std::optional<std::string> ConfigFile::Read(const IniSelector& selector, std::string_view strAttribute) const
 {
     const RecodedNames names(selector, strAttribute, CP_THREAD_ACP, CodePageOf(*m_pIni));

@@ -19,7 +19,11 @@ class ConfigFile
 
     const IniFile& Ini() const { return *m_pIni; }
 
-    // Nothing when there is no such value, or one that no narrow text can hold.
+    // The selected stanza, or null.
+    const IniFile::Stanza* Find(const IniSelector& selector) const;
+
+    // Nothing when there is no such value, or one that no narrow text can hold. Value takes an attribute of
+    // plain ASCII.
     std::optional<std::string> Read(const IniSelector& selector, std::string_view strAttribute) const;
     std::optional<std::string> Value(const IniFile::Stanza& stanza, std::string_view strAttribute) const;
 

@@ -28,23 +28,23 @@ int32_t FindQueueManager(const char* pszName, XCS_QM_DETAILS& details)
     const auto file = ConfigFile::OpenProduct();
     if (!file)
         return XCS_RC_SYSTEM;
-    const IniSelector selector = {"QueueManager", "Name", pszName};
-    std::optional<std::string> strPrefix = file->Read(selector, "Prefix");
-    const auto strDirectory = file->Read(selector, "Directory");
-    if (!file->Read(selector, "Name"))
+    const IniFile::Stanza* const pStanza = file->Find({"QueueManager", "Name", pszName});
+    if (pStanza == nullptr)
         return XCS_RC_NOT_FOUND;
+    std::optional<std::string> strPrefix = file->Value(*pStanza, "Prefix");
+    const auto strDirectory = file->Value(*pStanza, "Directory");
     if (!strPrefix || !strDirectory || !IsAbsolutePath(*strPrefix) || !IsDirectoryName(*strDirectory))
         return XCS_RC_BAD_CONFIGURATION;
     if (strPrefix->back() == '\\') // "E:\" and "E:" are the same prefix
         strPrefix->pop_back();
 
     details = {};
-    if (file->Read(selector, "MultiInstance") == "Yes")
+    if (file->Value(*pStanza, "MultiInstance") == "Yes")
         details.fFlags |= XCS_QM_MULTI_INSTANCE;
     const bool fFits =
         CopyToField(details.szName, pszName) && CopyToField(details.szDirectory, *strDirectory) &&
         CopyToField(details.szDataDirectory, *strPrefix + "\\qmgrs\\" + *strDirectory) &&
-        CopyToField(details.szInstallationName, file->Read(selector, "InstallationName").value_or("")) &&
+        CopyToField(details.szInstallationName, file->ValueOrEmpty(*pStanza, "InstallationName")) &&
         CopyToField(details.szSubpool, pszName);
     return fFits ? XCS_RC_OK : XCS_RC_BAD_CONFIGURATION;
 }

@@ -66,8 +66,7 @@ unsigned char* EmitThunk(unsigned char* p, Import* pImport) {
     return p;
 }
 
-// --- What has to be given back
-// ------------------------------------------------------------------------------
+// --- What has to be given back -------------------------------------------------------------------
 
 enum Kind {
     SEARCH,
@@ -117,8 +116,7 @@ void CountWhatIsHeld() {
     Counted<int(void*, int32_t, void*, void*)>("xcsFreeMemFn", RECORD, back);
 }
 
-// --- Start and end
-// ------------------------------------------------------------------------------------------
+// --- Start and end -------------------------------------------------------------------------------
 
 Import* FindImport(const char* pszName) {
     for (int i = 0; i < s_nImports; ++i)

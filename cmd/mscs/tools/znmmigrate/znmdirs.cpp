@@ -43,8 +43,7 @@ std::wstring ShellList(const wchar_t* pszName)
 }
 } // namespace
 
-// --- Creation
-// ---------------------------------------------------------------------------------------------------
+// --- Creation ------------------------------------------------------------------------------------
 
 int CZNMSCSApp::CheckAndCreateZNDirectory(const CString& strDir)
 {
@@ -128,8 +127,7 @@ uint32_t CZNMSCSApp::CreateZNDirectory(const CString& strDir, const CString& str
     return trace.Return(strRemainder.IsEmpty() ? nCode : CreateZNDirectory(strRemainder, strTotal));
 }
 
-// --- Copy
-// -------------------------------------------------------------------------------------------------------
+// --- Copy ----------------------------------------------------------------------------------------
 
 int CZNMSCSApp::CopyZNFiles(const CString& strDest, const CString& strSrc)
 {
@@ -198,8 +196,7 @@ int CZNMSCSApp::CopyZNFiles(const CString& strDest, const CString& strSrc)
     return trace.Return(nResult);
 }
 
-// --- Deletion
-// ---------------------------------------------------------------------------------------------------
+// --- Deletion ------------------------------------------------------------------------------------
 
 int CZNMSCSApp::DeleteZNFiles(const CString& strDir)
 {

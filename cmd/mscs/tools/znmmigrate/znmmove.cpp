@@ -82,8 +82,7 @@ int CZNMSCSApp::MigrateQueueManager()
         return trace.Return(0);
 
     // --- The queue manager: known, single-instance, stopped. After a failure from here to the creation of
-    // the
-    // --- destinations nothing has changed, but for a queue manager that was stopped and stays so.
+    // the destinations nothing has changed, but for a queue manager that was stopped and stays so.
     CZNMQueueMgr queueMgr(m_strQueueManager);
     if (queueMgr.Refresh() != 1)
         return Refuse(trace, "Cannot contact Queue Manager '%S'", IDS_QM_NOT_FOUND, m_strQueueManager);
@@ -145,7 +144,7 @@ int CZNMSCSApp::MigrateQueueManager()
         return Refuse(trace, "Cannot update prefix value for queue manager", IDS_UPDATE_FAILED);
 
     // --- A failure leaves both copies; zns.ini names the new data directory, the qm.ini in it the old log
-    // --- directory. The name is asked for again because it now leads to that copy.
+    // directory. The name is asked for again because it now leads to that copy.
     ConfigurationFile newQmIni;
     if (!newQmIni.Find(narrowName))
         return RefuseSilently(trace, "Unable to get new qm.ini filename");
@@ -155,11 +154,10 @@ int CZNMSCSApp::MigrateQueueManager()
         return Refuse(trace, "Cannot update logpath value for queue manager", IDS_UPDATE_FAILED);
 
     // --- A failure leaves the configuration moved and the old trees wholly or partly deleted. Where a new
-    // tree
-    // --- turns out to lie in an old one, under another spelling say, nothing is deleted at all.
-    if (IsInsideTree(strDestDataDir, strSrcDataDir) || IsInsideTree(strDestDataDir, strSrcLogDir) ||
-        IsInsideTree(strDestLogDir, strSrcDataDir) || IsInsideTree(strDestLogDir, strSrcLogDir) ||
-        DeleteZNFiles(strSrcDataDir) != 1 || DeleteZNFiles(strSrcLogDir) != 1)
+    // tree turns out to lie in an old one, under another spelling say, nothing is deleted at all.
+    if (IsInsideTree(strDestDataDir, {strSrcDataDir, strSrcLogDir}) ||
+        IsInsideTree(strDestLogDir, {strSrcDataDir, strSrcLogDir}) || DeleteZNFiles(strSrcDataDir) != 1 ||
+        DeleteZNFiles(strSrcLogDir) != 1)
         return Refuse(trace, "Failed to delete old data/log directories", IDS_DELETE_FAILED);
     return trace.Return(1);
 }

@@ -5,6 +5,7 @@
 #include <cwchar>
 #include <cwctype>
 #include <optional>
+#include <vector>
 
 #include "tovmhndl.h"
 #include "tovmsrid.h"
@@ -58,14 +59,16 @@ bool CanBeDestination(const CString& strPath)
            CString(static_cast<const char*>(CW2A(strPath))) == strPath;
 }
 
-bool IsInsideTree(const CString& strDir, const CString& strTree)
+bool IsInsideTree(const CString& strDir, std::initializer_list<CString> trees)
 {
-    const auto tree = Identify(strTree);
-    if (!tree)
-        return false;
+    std::vector<DirectoryIdentity> identities;
+    for (const CString& strTree : trees)
+        if (const auto identity = Identify(strTree))
+            identities.push_back(*identity);
     for (CString strAncestor = strDir; !strAncestor.IsEmpty();)
     {
-        if (Identify(strAncestor) == tree)
+        const auto identity = Identify(strAncestor);
+        if (identity && std::find(identities.begin(), identities.end(), *identity) != identities.end())
             return true;
         strAncestor = strAncestor.Left(std::max(strAncestor.ReverseFind(L'\\'), 0));
     }

@@ -2,6 +2,8 @@
 // names, or that is deleted as part of an old tree.
 #pragma once
 
+#include <initializer_list>
+
 #include "afxwin.h"
 
 // Whether a path from the product's configuration can be an old tree: absolute, and below the root of its
@@ -12,8 +14,9 @@ bool IsTreePath(const CString& strPath);
 // create it, and without a character that the thread's code page, in which the configuration names it, lacks.
 bool CanBeDestination(const CString& strPath);
 
-// Whether strDir is strTree or lies in it, however the two are spelled. False also if that cannot be told.
-bool IsInsideTree(const CString& strDir, const CString& strTree);
+// Whether strDir is one of the trees or lies in one, however they are spelled. False also if that cannot be
+// told.
+bool IsInsideTree(const CString& strDir, std::initializer_list<CString> trees);
 
 // Whether a path below strDir, counted from there, has more than nLongest characters.
 bool HasLongerPath(const CString& strDir, int nLongest);

@@ -116,8 +116,7 @@ CZNMFileSecurity::~CZNMFileSecurity()
     const CZNMTrace trace(FN_FILE_SECURITY_DTOR);
 }
 
-// --- One object
-// -------------------------------------------------------------------------------------------------
+// --- One object ----------------------------------------------------------------------------------
 
 DWORD CZNMFileSecurity::GetFileSecurityInfo(const wchar_t* lpszObjectName, SE_OBJECT_TYPE ObjectType,
                                             SECURITY_INFORMATION SecurityInfo, PSID* ppOwner, PSID* ppGroup,
@@ -336,8 +335,7 @@ DWORD CZNMFileSecurity::BuildEntries(const CZNMTrace& trace, const Variant& vari
     return nEntries;
 }
 
-// --- Volumes
-// ----------------------------------------------------------------------------------------------------
+// --- Volumes -------------------------------------------------------------------------------------
 
 // Only the first character tells whether a path lies on the volume tested last.
 bool CZNMFileSecurity::IsVolumeTested(const wchar_t* pszPath) const
@@ -383,8 +381,7 @@ BOOL CZNMFileSecurity::DiskSupportsSecurity(const wchar_t* pszPath)
     return trace.Return(s_fDiskSupportsSecurity);
 }
 
-// --- Trees
-// ------------------------------------------------------------------------------------------------------
+// --- Trees ---------------------------------------------------------------------------------------
 
 // Whether a path fits the limit of the volume test, if it is going to be tested.
 bool CZNMFileSecurity::CanBeTested(const wchar_t* pszPath) const

@@ -8,6 +8,10 @@
 // The entry is recorded when the object is made, the exit when it is destroyed. With no trace area on the
 // thread nothing is touched: the application object, say, is made before the area exists and destroyed after
 // it is gone.
+//
+// While tracing is off a traced function must cost no more than the bookkeeping itself: a read of the
+// thread's slot, two stores and two increments. That is why everything up to the call of the facility stands
+// in this header, where the compiler can lay it into the function, and why nothing is formatted here.
 #pragma once
 
 #include <windows.h>
@@ -122,7 +126,14 @@ class CZNMTrace
     static void RecordExit(ZNM_FUNCTION nFunction, int nReturnCode) noexcept;
 
   private:
+    static XTR_THREAD_AREA* ThreadArea() noexcept;
     static XTR_THREAD_AREA* AreaIfWanted(uint32_t nOptions) noexcept;
+    static void AddToHistory(XTR_THREAD_AREA& area, uint32_t nEntry) noexcept;
+
+    static constexpr uint32_t Identifier(ZNM_FUNCTION nFunction)
+    {
+        return (uint32_t{ZNM_COMPONENT} << XTR_COMPONENT_SHIFT) | static_cast<uint32_t>(nFunction);
+    }
 
     // What a variable argument list can carry.
     template <class Arg>
@@ -137,3 +148,70 @@ class CZNMTrace
     int m_nReturnCode = 0;
     bool m_fLeft = false;
 };
+
+inline CZNMTrace::CZNMTrace(ZNM_FUNCTION nFunction) noexcept : m_nFunction(nFunction)
+{
+    XTR_THREAD_AREA* const pArea = ThreadArea();
+    if (pArea == nullptr)
+        return;
+    const uint32_t nEntry = Identifier(nFunction) | XTR_ENTRY_MARK;
+    // A tree may be deeper than the array; its depth is counted all the same.
+    if (pArea->nDepth < XTR_CALL_STACK_SIZE)
+        pArea->aCallStack[pArea->nDepth] = nEntry;
+    ++pArea->nDepth;
+    AddToHistory(*pArea, nEntry);
+    if (pArea->fTraceActive)
+        xtr_FNC_entry(pArea, ZNM_COMPONENT, nFunction);
+}
+
+inline CZNMTrace::~CZNMTrace()
+{
+    if (!m_fLeft)
+        RecordExit(m_nFunction, m_nReturnCode);
+}
+
+inline void CZNMTrace::Leave(int nReturnCode) noexcept
+{
+    RecordExit(m_nFunction, nReturnCode);
+    m_fLeft = true;
+}
+
+inline void CZNMTrace::Text(const char* pszText) const
+{
+    if (XTR_THREAD_AREA* const pArea = AreaIfWanted(XTR_OPTIONS_TEXT))
+        xtr_FNC_text(ZNM_COMPONENT, m_nFunction, pArea, 0, pszText);
+}
+
+inline void CZNMTrace::RecordExit(ZNM_FUNCTION nFunction, int nReturnCode) noexcept
+{
+    XTR_THREAD_AREA* const pArea = ThreadArea(); // not the entry's: it may have come or gone since
+    if (pArea == nullptr)
+        return;
+    // The one exit without an entry, after a failed authority check, finds the depth at zero.
+    if (pArea->nDepth > 0)
+        --pArea->nDepth;
+    AddToHistory(*pArea, (static_cast<uint32_t>(nReturnCode) << 16) + Identifier(nFunction));
+    if (pArea->fTraceActive)
+        xtr_FNC_retcode(pArea, ZNM_COMPONENT, nFunction, nReturnCode);
+}
+
+inline XTR_THREAD_AREA* CZNMTrace::ThreadArea() noexcept
+{
+    return static_cast<XTR_THREAD_AREA*>(TlsGetValue(xihTLSIndex));
+}
+
+inline XTR_THREAD_AREA* CZNMTrace::AreaIfWanted(uint32_t nOptions) noexcept
+{
+    const bool fEverything = xihProcess.fTraceEverything != 0;
+    if (xihProcess.fTraceEnabled == 0 || (xihProcess.nConsumers <= 0 && !fEverything))
+        return nullptr;
+    XTR_THREAD_AREA* const pArea = ThreadArea();
+    if (pArea == nullptr)
+        return nullptr;
+    return fEverything || (pArea->fDetailed != 0 && (pArea->nOptions & nOptions) != 0) ? pArea : nullptr;
+}
+
+inline void CZNMTrace::AddToHistory(XTR_THREAD_AREA& area, uint32_t nEntry) noexcept
+{
+    area.aHistory[area.nHistory++ & (XTR_HISTORY_SIZE - 1)] = nEntry;
+}
