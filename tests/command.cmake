@@ -33,5 +33,5 @@ foreach(locale es_ES es_MX zh_TW cs_CZ de_DE en_US fr_FR hu_HU it_IT ja_JP ko_KR
   add_test(NAME Languages.${locale} COMMAND languages_test)
   set_tests_properties(Languages.${locale} PROPERTIES ENVIRONMENT LC_ALL=${locale}.UTF-8 SKIP_REGULAR_EXPRESSION "SKIPPED")
 endforeach()
-tarvel_test(faultsweep_test SOURCES faultsweep_test.cpp)
+tarvel_test(faultsweep_test SOURCES faultsweep_test.cpp COST 60)
 add_dependencies(faultsweep_test faulty_programs)

@@ -18,17 +18,21 @@ inline fs::path ProgramFolder() {
 }
 
 // Runs a program to its end, in the scratch directory, and takes what it writes. A program that went astray would find
-// nothing but its Wine prefix or system drive there.
+// nothing but its Wine prefix or system drive there. What it wrote is taken from pipes: something of its console may live
+// on for a moment and hold them.
 inline RunResult RunProgram(const fs::path& program, const std::wstring& strWords, const fs::path& scratch) {
+    constexpr DWORD PIPE_SIZE = 1 << 20; // all that it may write
     SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-    const fs::path names[] = {scratch / "stdout", scratch / "stderr"};
-    HANDLE files[2];
-    for (int i : {0, 1}) files[i] = CreateFileW(names[i].c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit, CREATE_ALWAYS, 0, nullptr);
+    HANDLE ahRead[2], ahWrite[2];
+    for (int i : {0, 1}) {
+        CreatePipe(&ahRead[i], &ahWrite[i], &inherit, PIPE_SIZE);
+        SetHandleInformation(ahRead[i], HANDLE_FLAG_INHERIT, 0);
+    }
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = files[0];
-    startup.hStdError = files[1];
+    startup.hStdOutput = ahWrite[0];
+    startup.hStdError = ahWrite[1];
     PROCESS_INFORMATION process = {};
     std::wstring strCommand = program.stem().wstring() + L" " + strWords;
     RunResult result{0xDEAD, "", ""};
@@ -38,12 +42,48 @@ inline RunResult RunProgram(const fs::path& program, const std::wstring& strWord
         CloseHandle(process.hProcess);
         CloseHandle(process.hThread);
     }
-    for (HANDLE hFile : files) CloseHandle(hFile);
-    result.strOut = ReadAll(names[0]);
-    result.strErr = ReadAll(names[1]);
-    for (const fs::path& name : names) fs::remove(name);
+    std::string* const astr[] = {&result.strOut, &result.strErr};
+    for (int i : {0, 1}) {
+        DWORD nLength = 0;
+        PeekNamedPipe(ahRead[i], nullptr, 0, nullptr, &nLength, nullptr);
+        astr[i]->resize(nLength);
+        if (nLength > 0) ReadFile(ahRead[i], astr[i]->data(), nLength, &nLength, nullptr);
+        CloseHandle(ahRead[i]);
+        CloseHandle(ahWrite[i]);
+    }
     return result;
 }
+
+// A queue manager that runs and refuses to end. It is killed with the object at the latest: it would outlive the test,
+// and hold what ctest waits for.
+class RefusingQueueManager {
+  public:
+    explicit RefusingQueueManager(const std::wstring& strName) {
+        const std::wstring strReady = L"Local\\ZN.Test." + std::to_wstring(GetCurrentProcessId());
+        std::wstring strRun = L"sampleqm run " + strName + L" /refuse /ready " + strReady;
+        const HANDLE hReady = CreateEventW(nullptr, TRUE, FALSE, strReady.c_str());
+        STARTUPINFOW startup = {};
+        PROCESS_INFORMATION info = {};
+        CreateProcessW(
+            (ProgramFolder() / "sampleqm.exe").c_str(), strRun.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info);
+        hProcess = info.hProcess;
+        const HANDLE ah[] = {hReady, hProcess};
+        fRuns = WaitForMultipleObjects(2, ah, FALSE, INFINITE) == WAIT_OBJECT_0;
+        for (const HANDLE h : {hReady, info.hThread}) CloseHandle(h);
+    }
+    ~RefusingQueueManager() {
+        Kill();
+        CloseHandle(hProcess);
+    }
+    void Kill() {
+        TerminateProcess(hProcess, 9);
+        WaitForSingleObject(hProcess, INFINITE);
+    }
+    bool fRuns = false;
+
+  private:
+    HANDLE hProcess = nullptr;
+};
 
 class Installation : public TempDir {
   public:

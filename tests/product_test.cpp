@@ -93,20 +93,11 @@ TEST_F(SampleQueueManager, LivesEndsAndMissesItsFiles) {
 }
 
 TEST_F(SampleQueueManager, RefusesToEndWhenToldTo) {
-    const std::wstring strReady = L"Local\\ZN.Test." + sandbox.root.filename().wstring();
-    const KernelHandle ready(CreateEventW(nullptr, TRUE, FALSE, strReady.c_str()));
-    std::wstring strRun = L"sampleqm run QM.1 /refuse /ready " + strReady;
-    STARTUPINFOW startup = {};
-    PROCESS_INFORMATION info = {};
-    ASSERT_TRUE(CreateProcessW(
-        (ProgramFolder() / "sampleqm.exe").c_str(), strRun.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info));
-    const KernelHandle process(info.hProcess), thread(info.hThread);
-    const HANDLE ah[] = {ready.Get(), process.Get()};
-    ASSERT_EQ(WaitForMultipleObjects(2, ah, FALSE, INFINITE), WAIT_OBJECT_0);
+    RefusingQueueManager refusing(L"QM.1");
+    ASSERT_TRUE(refusing.fRuns);
     for (const char* pszOption : {"-w ", "-i ", "-p ", "-rp ", "-ri ", ""}) EXPECT_EQ(EndZnm(pszOption + "QM.1"s), 4) << pszOption;
     EXPECT_TRUE(IsActive());
-    TerminateProcess(process.Get(), 9);
-    WaitForSingleObject(process.Get(), INFINITE);
+    refusing.Kill();
     EXPECT_FALSE(IsActive());
     EXPECT_EQ(EndZnm("QM.1"), 3);
     const std::string strWhole = sandbox.Read(strActivity);

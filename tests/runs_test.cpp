@@ -70,20 +70,11 @@ TEST(Runs, RunningQueueManagerIsStoppedUnlessItRefuses) {
     EXPECT_EQ(sample(L"start QM2"), 0u);
     EXPECT_EQ(end(), 0u);
 
-    const std::wstring strReady = L"Local\\ZN.Test." + zn.root.filename().wstring();
-    const HANDLE hReady = CreateEventW(nullptr, TRUE, FALSE, strReady.c_str());
-    std::wstring strRun = L"sampleqm run QM2 /refuse /ready " + strReady;
-    STARTUPINFOW startup = {};
-    PROCESS_INFORMATION process = {};
-    ASSERT_TRUE(CreateProcessW(
-        (ProgramFolder() / "sampleqm.exe").c_str(), strRun.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
-    const HANDLE handles[] = {hReady, process.hProcess};
-    ASSERT_EQ(WaitForMultipleObjects(2, handles, FALSE, INFINITE), WAIT_OBJECT_0);
+    const RefusingQueueManager refusing(L"QM2");
+    ASSERT_TRUE(refusing.fRuns);
     const Snapshot before = TakeSnapshot(zn.root / "d");
     EXPECT_EQ(zn.Run(zn.MoveWords(L"QM2", "d", "l")).strErr, Message(33) + USAGE);
     EXPECT_EQ(TakeSnapshot(zn.root / "d"), before);
-    TerminateProcess(process.hProcess, 9);
-    for (const HANDLE h : {hReady, process.hProcess, process.hThread}) CloseHandle(h);
 }
 
 TEST(Runs, StartUpFailuresEndTheRunBeforeAnythingIsAsked) {
