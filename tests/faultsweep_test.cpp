@@ -83,10 +83,28 @@ std::string Judge(const Installation& zn, const RunResult& result, bool fMemory)
     return "";
 }
 
+// The same command again, with nothing failing: it completes the move, or changes nothing. Says which, or what is wrong.
+std::string Again(Installation& zn, const std::wstring& strWords, bool fKnown = true) {
+    const std::string strState = zn.State();
+    const bool fMoved = zn.Run(strWords).nStatus == 0;
+    const bool fRight = zn.State() == (fMoved ? "data -+ log -+ zns new qm new" : strState) && zn.IsRestUntouched();
+    const bool fExpected = fMoved == (fKnown && strState.find("zns old") != std::string::npos);
+    return strState + (fRight && fExpected ? fMoved ? ", again: moved" : ", again: refused" : ", again: wrong, " + zn.State());
+}
+
+void Print(const std::map<std::string, int>& outcomes) {
+    for (const auto& [strOutcome, nCount] : outcomes) {
+        std::printf("%5d %s\n", nCount, strOutcome.c_str());
+        EXPECT_EQ(strOutcome.find("wrong"), std::string::npos) << strOutcome;
+    }
+}
+
 // Fails calls of every function in chMode ('o': one call, 'a': that and all later ones): a few of each,
-// spread over the run, or with ZN_SWEEP_ALL in the environment each and every one.
+// spread over the run, or with ZN_SWEEP_ALL in the environment each and every one, followed by the same command
+// with nothing failing.
 int Sweep(char chMode, size_t nPart, size_t nParts) {
     int nPoints = 0;
+    std::map<std::string, int> outcomes;
     const bool fFull = std::getenv("ZN_SWEEP_ALL") != nullptr;
     for (const Scenario& scenario : SCENARIOS) {
         Installation whole;
@@ -106,9 +124,11 @@ int Sweep(char chMode, size_t nPart, size_t nParts) {
                 EXPECT_EQ(Judge(zn, result, strFunction == "malloc"), "") << fault.str() << "\n" << result.strErr;
                 if (result.nStatus != 3 && result.nStatus != EXCEPTION_ACCESS_VIOLATION && strFunction != "FindClose")
                     EXPECT_EQ(zn.strReport.find("held"), std::string::npos) << fault.str() << "\n" << zn.strReport;
+                if (fFull) ++outcomes[Again(zn, zn.MoveWords(scenario.pszQueueManager), scenario.pszQueueManager[2] == L'1')];
             }
         }
     }
+    Print(outcomes);
     return nPoints;
 }
 } // namespace
@@ -152,13 +172,8 @@ TEST(KillSweep, LosesNothingAndTheSameCommandCompletesOrRefuses) {
         const std::string strState = zn.State();
         EXPECT_TRUE(IsSafe(strState)) << fault.str() << " " << strState;
         EXPECT_TRUE(zn.IsRestUntouched());
-
-        const RunResult again = zn.Run(zn.MoveWords());
-        const bool fMoved = again.nStatus == 0;
-        EXPECT_EQ(zn.State(), fMoved ? "data -+ log -+ zns new qm new" : strState) << fault.str();
-        EXPECT_EQ(fMoved, strState.find("zns old") != std::string::npos) << strState << again.strErr;
-        ++outcomes[strState + (fMoved ? ", again: moved" : ", again: refused")];
+        ++outcomes[Again(zn, zn.MoveWords())];
     }
-    for (const auto& [strOutcome, nCount] : outcomes) std::printf("%4d %s\n", nCount, strOutcome.c_str());
+    Print(outcomes);
     EXPECT_GE(outcomes.size(), 5u);
 }
