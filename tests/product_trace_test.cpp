@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
 
 #include "hook.h"
@@ -14,15 +16,22 @@
 #include "tovxcs2.h"
 
 namespace {
+using namespace std::chrono_literals;
+using testing::AllOf;
+using testing::Contains;
+using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::SizeIs;
+using testing::StartsWith;
 
 XTR_THREAD_AREA* Area() { return static_cast<XTR_THREAD_AREA*>(TlsGetValue(xihTLSIndex)); }
 
 // What a traced program does by itself on the way in and out.
 void Enter(int nFunction) {
-    Area()->aHistory[Area()->nHistory++ & (XTR_HISTORY_SIZE - 1)] = XTR_ENTRY_MARK | 42 << 10 | nFunction;
+    const uint32_t nEntry = XTR_ENTRY_MARK | 42 << 10 | nFunction;
+    Area()->aHistory[Area()->nHistory++ & (XTR_HISTORY_SIZE - 1)] = nEntry;
+    if (Area()->nDepth < XTR_CALL_STACK_SIZE) Area()->aCallStack[Area()->nDepth] = nEntry;
     ++Area()->nDepth;
     xtr_FNC_entry(Area(), 42, nFunction);
 }
@@ -69,12 +78,15 @@ TEST(Trace, TellsACallTreeAndSurvivesDamagedCounters) {
     Enter(179);
     Enter(168);
     Leave(168, -1);
-    Enter(99);
-    Leave(99, 0);
+    for (const int nFunction : {29, 99}) { // the one has no result
+        Enter(nFunction);
+        Leave(nFunction, 0);
+    }
     // What has been written is there while the program still runs, or is killed.
     EXPECT_THAT(Records(sandbox),
         ElementsAre("> _tmain", "|  > CZNMSCSApp::MigrateQueueManager", "|  < CZNMSCSApp::MigrateQueueManager = -1",
-            "|  > component 42 function 99", "|  < component 42 function 99 = 0"));
+            "|  > CZNMFileSecurity::CZNMFileSecurity", "|  < CZNMFileSecurity::CZNMFileSecurity", "|  > component 42 function 99",
+            "|  < component 42 function 99 = 0"));
     EXPECT_THAT(TheFile(sandbox, "trace"), HasSubstr(" ms)"));
     for (const uint32_t nDepth : {128u, 129u, 5000u, 0xFFFFFFFFu}) {
         Area()->nDepth = nDepth;
@@ -83,7 +95,36 @@ TEST(Trace, TellsACallTreeAndSurvivesDamagedCounters) {
         xtr_FNC_entry(nullptr, 42, 31);
     }
     Area()->nDepth = 0;
-    EXPECT_THAT(Records(sandbox), SizeIs(5 + 4 * 2));
+    EXPECT_THAT(Records(sandbox), SizeIs(7 + 4 * 2));
+}
+
+TEST(Trace, TellsTheLibrarysOperationsAtTheirCallersDepth) {
+    const Sandbox sandbox("QueueManager:\r\n   Name=QM1\r\n   Prefix=D:\r\n");
+    const Services services(L"detail");
+    Enter(168);
+    const XTR_THREAD_AREA before = *Area();
+    const std::string strIni = sandbox.Path("zns.ini");
+    char szFile[XCS_PATH_SIZE];
+    uint32_t nType = 0, nReason = 0;
+    xcsIniUtilWrite("QueueManager", "Name", "QM1", "Prefix", "E:", strIni.c_str(), 1);
+    xcsGetIniFilename("QM2", szFile, &nType);
+    xcsCreateDirectory(strIni.c_str(), 0, nullptr, nullptr, 0, &nReason);
+    SetLastError(1234);
+    xcsCompareInstallations(nullptr, "I");
+    EXPECT_EQ(GetLastError(), 1234u);
+    EXPECT_EQ(std::memcmp(&before, Area(), sizeof before), 0); // these are the program's
+    EXPECT_THAT(Records(sandbox),
+        ElementsAre("> CZNMSCSApp::MigrateQueueManager", "|  > xcsIniUtilWrite",
+            "|  |  . xcsIniUtilWrite() (pszStanza = QueueManager, pszKeyName = Name, pszKeyValue = QM1, pszAttribute = Prefix, pszValue = "
+            "'E:', "
+            "pszFileName = " +
+                strIni + ")",
+            "|  < xcsIniUtilWrite = 0", "|  > xcsGetIniFilename", "|  |  . xcsGetIniFilename() (pszQMName = QM2)",
+            "|  < xcsGetIniFilename = 0x10006162 (not found)", "|  > xcsCreateDirectory",
+            "|  |  . xcsCreateDirectory() (pszPath = " + strIni + ")",
+            StartsWith("|  < xcsCreateDirectory = 0x20006118 (the system refused), error 183: "), "|  > xcsCompareInstallations",
+            "|  |  . xcsCompareInstallations() (pInstallation = (null), pszName = I)",
+            "|  < xcsCompareInstallations = 0x10006109 (argument not allowed)"));
 }
 
 TEST(Trace, FormatsParametersWithoutLoss) {
@@ -125,48 +166,42 @@ TEST(Trace, IsOffOrImpossibleWithoutFailingAnybody) {
     EXPECT_EQ(GetLastError(), 1234u);
 }
 
-void Report(const char* pszText) {
+void Report(const char* pszText, int nProbe) {
     XCS_INSERTS inserts = {};
     std::memcpy(inserts.achEyeCatcher, "XMSA", 4);
     inserts.apszText[0] = pszText;
-    xcsVORTFn(42, 33, 10, XCS_RC_PROGRAM_FAILURE, &inserts, nullptr, nullptr, nullptr);
+    xcsVORTFn(42, 33, nProbe, XCS_RC_PROGRAM_FAILURE, &inserts, nullptr, nullptr, nullptr);
 }
 
 TEST(FailureRecord, TellsWhatHappenedAndWhatLedToIt) {
     const Sandbox sandbox;
-    const Services services(nullptr);
-    for (int n = 0; n < 300; ++n) Enter(29); // the history wraps
+    const Services services(L"flow");
+    for (int n = 0; n < 300; ++n) Enter(29); // the history wraps, the call stack is full
     Enter(33);
     Leave(33, -1);
     xcsSaveFileContextSccsId("@(#) source", 140);
-    Report("Error 5 setting file security on 'E:\\\xE4'");
+    Report("Error 5 setting file security on 'E:\\\xE4'", 10);
     Area()->nDepth = 0;
     const std::string strRecord = TheFile(sandbox, "errors");
     for (const char* pszPart : {"ZNMFileSecurity::ChangeFileSecurity (33)\r\n", "Probe        10\r\n", "0x40006119", "XMSA\r\n",
              "Error 5 setting file security on 'E:\\\xC3\xA4'\r\n", "System       error 5: Access", "@(#) source, line 140\r\n",
-             "product_test"})
+             "product_test", "  CZNMFileSecurity::CZNMFileSecurity, 128 times\r\n  and 172 within these\r\n"})
         EXPECT_THAT(strRecord, HasSubstr(pszPart));
     EXPECT_TRUE(strRecord.ends_with("  > CZNMFileSecurity::ChangeFileSecurity\r\n  < CZNMFileSecurity::ChangeFileSecurity = -1\r\n"))
         << strRecord;
-}
-
-TEST(FailureRecord, KeepsAHundredAndOverwritesNone) {
-    const Sandbox sandbox;
-    sandbox.Write("errors/notes.txt", "mine");
-    for (int n = 0; n < 105; ++n) Report(std::to_string(n).c_str());
-    EXPECT_THAT(sandbox.Names("errors"), SizeIs(101));
-    EXPECT_EQ(sandbox.Read("errors/notes.txt"), "mine");
+    EXPECT_THAT(TheFile(sandbox, "trace"), HasSubstr(".txt: Error 5 setting file security on 'E:\\\xC3\xA4'"));
 }
 
 // A directory that leads elsewhere, or that somebody else may change: no record.
 TEST(FailureRecord, IsGivenUpWhereItMustNotBeWritten) {
     const Sandbox sandbox;
+    const Services services(L"flow");
     {
         ImportHook<decltype(GetFileInformationByHandle)> hook("GetFileInformationByHandle", [](HANDLE, BY_HANDLE_FILE_INFORMATION* p) {
             p->dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
             return TRUE;
         });
-        Report("text");
+        Report("text", 1);
     }
     for (const wchar_t* pszOwner : {L"O:S-1-5-21-1-2-3-1001", L"D:"}) { // a stranger's, nobody's
         ImportHook<decltype(GetSecurityInfo)> hook("GetSecurityInfo", [&](auto, auto, auto, PSID* pp, auto, auto, auto, auto* ppsd) {
@@ -174,8 +209,33 @@ TEST(FailureRecord, IsGivenUpWhereItMustNotBeWritten) {
             ConvertStringSecurityDescriptorToSecurityDescriptorW(pszOwner, 1, ppsd, nullptr);
             return GetSecurityDescriptorOwner(*ppsd, pp, &fDefaulted) ? 0 : GetLastError();
         });
-        Report("text");
+        Report("text", 1);
     }
     EXPECT_THAT(sandbox.Names("errors"), SizeIs(0));
+    EXPECT_THAT(Records(sandbox), AllOf(SizeIs(3), Each("! no failure record, its file could not be created: text")));
+}
+
+// The last test: what a process has written counts until it ends.
+TEST(FailureRecord, KeepsTheFirstOfAKindAndAHundredOfAll) {
+    const Sandbox sandbox;
+    const Services services(L"flow");
+    sandbox.Write("errors/notes.txt", "mine");
+    for (int n = 0; n < 104; ++n) { // newer than ours, as when the clock was set back
+        const std::string strName = "errors/ZN1." + std::to_string(n) + ".txt";
+        sandbox.Write(strName, "");
+        fs::last_write_time(sandbox.root / strName, fs::file_time_type::clock::now() + 1h);
+    }
+    for (int n = 0; n < 7; ++n) Report("first", 20);
+    for (int n = 0; n < 60; ++n) Report("other", 100 + n);
+    const auto records = Records(sandbox);
+    const auto nKept = std::ranges::count_if(records, [](const auto& str) { return str.starts_with("! failure record errors\\ZN"); });
+    EXPECT_THAT(std::vector(records.begin() + 4, records.begin() + 7),
+        ElementsAre(HasSubstr(".txt: first"), "! no failure record, 5 of this function and probe are kept: first",
+            "! no failure record, 5 of this function and probe are kept: first"));
+    EXPECT_EQ(records.back(), "! no failure record, 50 of this process are kept: other");
+    const auto names = sandbox.Names("errors");
+    EXPECT_THAT(names, AllOf(SizeIs(101), Contains(L"notes.txt")));
+    EXPECT_EQ(std::ranges::count_if(names, [](const auto& str) { return str.starts_with(L"ZN") && !str.starts_with(L"ZN1."); }), nKept);
+    EXPECT_LE(nKept, 50);
 }
 } // namespace

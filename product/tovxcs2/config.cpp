@@ -11,6 +11,7 @@
 #include "returncodes.h"
 #include "text.h"
 #include "tovxcs2.h"
+#include "trace.h"
 #include "workpath.h"
 
 namespace
@@ -94,8 +95,11 @@ ConfigFile::ConfigFile(std::string strText) : m_pIni(std::make_unique<IniFile>(s
 std::optional<ConfigFile> ConfigFile::Open(const std::wstring& strPath)
 {
     std::string strText;
-    if (ReadWholeFile(strPath, strText) != ERROR_SUCCESS)
+    if (const DWORD nError = ReadWholeFile(strPath, strText))
+    {
+        SetLastError(nError);
         return std::nullopt;
+    }
     return ConfigFile(std::move(strText));
 }
 
@@ -136,28 +140,33 @@ std::string ConfigFile::ValueOrEmpty(const IniFile::Stanza& stanza, std::string_
 int32_t xcsGetIniFilename(const char* pszQMName, char* pszFileName, uint32_t* pnFileType)
 try
 {
+    OperationTrace trace("xcsGetIniFilename");
+    trace.Parms("(pszQMName = %s)", pszQMName);
     if (pszFileName == nullptr || pnFileType == nullptr)
-        return XCS_RC_PARAMETER;
+        return trace.Return(XCS_RC_PARAMETER);
     std::optional<std::string> strPath;
     if (pszQMName == nullptr)
     {
         const std::wstring strWorkPath = WorkPath();
         if (strWorkPath.empty())
-            return XCS_RC_BAD_CONFIGURATION;
+            return trace.Return(XCS_RC_BAD_CONFIGURATION);
         strPath = Narrow(strWorkPath + L"\\zns.ini");
     }
     else
     {
         XCS_QM_DETAILS details = {};
-        if (const int32_t nResult = FindQueueManager(pszQMName, details))
-            return nResult;
+        const int32_t nResult = FindQueueManager(pszQMName, details);
+        const DWORD nError = GetLastError();
+        if (nResult != XCS_RC_OK)
+            return trace.Return(nResult, nError);
         strPath = std::string(details.szDataDirectory) + "\\qm.ini";
     }
     if (!strPath || strPath->size() >= XCS_PATH_SIZE)
-        return XCS_RC_TRUNCATED;
+        return trace.Return(XCS_RC_TRUNCATED);
     pszFileName[strPath->copy(pszFileName, XCS_PATH_SIZE - 1)] = '\0';
     *pnFileType = pszQMName == nullptr ? FILE_TYPE_PRODUCT : FILE_TYPE_QUEUE_MANAGER;
-    return XCS_RC_OK;
+    trace.Parms("pszFileName = %s", pszFileName);
+    return trace.Return(XCS_RC_OK);
 }
 catch (...)
 {
@@ -169,21 +178,26 @@ int32_t xcsIniUtilRead(const char* pszStanza, const char* pszKeyName, const char
                        uint32_t)
 try
 {
+    OperationTrace trace("xcsIniUtilRead");
+    trace.Parms("(pszStanza = %s, pszKeyName = %s, pszKeyValue = %s, pszAttribute = %s, pszFileName = %s)",
+                pszStanza, pszKeyName, pszKeyValue, pszAttribute, pszFileName);
     const auto selector = Selector(pszStanza, pszKeyName, pszKeyValue, pszAttribute);
     if (!selector || pszBuffer == nullptr || pnLength == nullptr || pszFileName == nullptr)
-        return XCS_RC_PARAMETER;
+        return trace.Return(XCS_RC_PARAMETER);
     const auto strPath = Widen(pszFileName);
     const auto file = strPath ? ConfigFile::Open(*strPath) : std::nullopt;
+    const DWORD nError = GetLastError();
     if (!file)
-        return XCS_RC_SYSTEM;
+        return trace.Return(XCS_RC_SYSTEM, nError);
     const auto strValue = file->Read(*selector, pszAttribute);
     if (!strValue)
-        return XCS_RC_NOT_FOUND;
+        return trace.Return(XCS_RC_NOT_FOUND);
     if (strValue->size() > *pnLength)
-        return XCS_RC_TRUNCATED;
+        return trace.Return(XCS_RC_TRUNCATED);
     std::memcpy(pszBuffer, strValue->c_str(), std::min<size_t>(strValue->size() + 1, *pnLength));
     *pnLength = static_cast<uint32_t>(strValue->size());
-    return XCS_RC_OK;
+    trace.Parms("%s = '%s'", pszAttribute, strValue->c_str());
+    return trace.Return(XCS_RC_OK);
 }
 catch (...)
 {
@@ -194,16 +208,20 @@ int32_t xcsIniUtilWrite(const char* pszStanza, const char* pszKeyName, const cha
                         const char* pszAttribute, const char* pszValue, const char* pszFileName, uint32_t)
 try
 {
+    OperationTrace trace("xcsIniUtilWrite");
+    trace.Parms("(pszStanza = %s, pszKeyName = %s, pszKeyValue = %s, pszAttribute = %s, pszValue = '%s', "
+                "pszFileName = %s)",
+                pszStanza, pszKeyName, pszKeyValue, pszAttribute, pszValue, pszFileName);
     const auto selector = Selector(pszStanza, pszKeyName, pszKeyValue, pszAttribute);
     if (!selector || pszValue == nullptr || pszFileName == nullptr)
-        return XCS_RC_PARAMETER;
+        return trace.Return(XCS_RC_PARAMETER);
     const std::string_view strAttribute = pszAttribute;
     if ((strAttribute == "Prefix" || strAttribute == "LogPath") &&
         std::string_view(pszValue).find_first_of(NO_PATH_CHARACTERS) != std::string_view::npos)
-        return XCS_RC_BAD_VALUE;
+        return trace.Return(XCS_RC_BAD_VALUE);
     const auto strPath = Widen(pszFileName);
     if (!strPath)
-        return XCS_RC_PARAMETER;
+        return trace.Return(XCS_RC_PARAMETER);
 
     int32_t nRefused = XCS_RC_SYSTEM;
     const DWORD nError = ReplaceFileContent(*strPath, [&](std::string strText) -> std::optional<std::string> {
@@ -216,8 +234,8 @@ try
         return fFound && strValue ? ini.Write(names.Selector(), names.Attribute(), *strValue) : std::nullopt;
     });
     if (nError == ERROR_SUCCESS)
-        return XCS_RC_OK;
-    return nError == ERROR_INVALID_DATA ? nRefused : XCS_RC_SYSTEM;
+        return trace.Return(XCS_RC_OK);
+    return trace.Return(nError == ERROR_INVALID_DATA ? nRefused : XCS_RC_SYSTEM, nError);
 }
 catch (...)
 {

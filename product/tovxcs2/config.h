@@ -13,7 +13,7 @@
 class ConfigFile
 {
   public:
-    // zns.ini, or nothing when it cannot be read.
+    // zns.ini, or another file. Nothing when it cannot be read; the last error then tells why.
     static std::optional<ConfigFile> OpenProduct();
     static std::optional<ConfigFile> Open(const std::wstring& strPath);
 

@@ -6,6 +6,7 @@
 #include "config.h"
 #include "returncodes.h"
 #include "tovxcs2.h"
+#include "trace.h"
 
 namespace
 {
@@ -40,26 +41,31 @@ int32_t xcsGetInstallationDetails(const char* pszName, void*, void*, int32_t nSe
                                   XCS_INSTALLATION_DETAILS** ppInstallation)
 try
 {
+    OperationTrace trace("xcsGetInstallationDetails");
+    trace.Parms("(pszName = %s, nSelector = %d)", pszName, nSelector);
     if (ppInstallation == nullptr)
-        return XCS_RC_PARAMETER;
+        return trace.Return(XCS_RC_PARAMETER);
     *ppInstallation = nullptr;
     const bool fByName = nSelector == XCS_INSTALLATION_BY_NAME && pszName != nullptr;
     if (!fByName && nSelector != XCS_INSTALLATION_PRIMARY)
-        return XCS_RC_PARAMETER;
+        return trace.Return(XCS_RC_PARAMETER);
     const auto file = ConfigFile::OpenProduct();
+    const DWORD nError = GetLastError();
     if (!file)
-        return XCS_RC_SYSTEM;
+        return trace.Return(XCS_RC_SYSTEM, nError);
     const IniFile::Stanza* const pStanza = fByName ? FindByName(*file, pszName) : FindPrimary(*file);
     if (pStanza == nullptr)
-        return XCS_RC_UNKNOWN_INSTALLATION;
+        return trace.Return(XCS_RC_UNKNOWN_INSTALLATION);
     XCS_INSTALLATION_DETAILS details = {};
     if (const int32_t nResult = Fill(*file, *pStanza, details))
-        return nResult;
+        return trace.Return(nResult);
     void* const pRecord = ::operator new(sizeof details, std::nothrow);
     if (pRecord == nullptr)
-        return XCS_RC_NO_MEMORY;
+        return trace.Return(XCS_RC_NO_MEMORY);
     *ppInstallation = new (pRecord) XCS_INSTALLATION_DETAILS(details);
-    return XCS_RC_OK;
+    trace.Parms("szName = %s, szPath = %s, szIdentity = %s", details.szName, details.szPath,
+                details.szIdentity);
+    return trace.Return(XCS_RC_OK);
 }
 catch (...)
 {
@@ -68,7 +74,10 @@ catch (...)
 
 int32_t xcsCompareInstallations(const void* pInstallation, const char* pszName)
 {
-    if (pInstallation == nullptr || pszName == nullptr)
-        return XCS_RC_PARAMETER;
-    return std::strcmp(static_cast<const char*>(pInstallation), pszName) == 0 ? XCS_RC_OK : XCS_RC_DIFFERENT;
+    OperationTrace trace("xcsCompareInstallations");
+    const auto* const pszInstallation = static_cast<const char*>(pInstallation);
+    trace.Parms("(pInstallation = %s, pszName = %s)", pszInstallation, pszName);
+    if (pszInstallation == nullptr || pszName == nullptr)
+        return trace.Return(XCS_RC_PARAMETER);
+    return trace.Return(std::strcmp(pszInstallation, pszName) == 0 ? XCS_RC_OK : XCS_RC_DIFFERENT);
 }

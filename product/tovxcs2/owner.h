@@ -67,3 +67,16 @@ struct LocalDeleter
     void operator()(void* pBlock) const noexcept { LocalFree(pBlock); }
 };
 using LocalBlock = std::unique_ptr<void, LocalDeleter>;
+
+// A lock that is held as long as this object lives.
+class Lock
+{
+  public:
+    explicit Lock(SRWLOCK& lock) noexcept : m_lock(lock) { AcquireSRWLockExclusive(&m_lock); }
+    ~Lock() { ReleaseSRWLockExclusive(&m_lock); }
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+
+  private:
+    SRWLOCK& m_lock;
+};

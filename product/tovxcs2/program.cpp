@@ -8,6 +8,7 @@
 #include "returncodes.h"
 #include "text.h"
 #include "tovxcs2.h"
+#include "trace.h"
 
 namespace
 {
@@ -45,22 +46,26 @@ int32_t xcsExecProgramHandle(int32_t, const char* pszProgram, int32_t, const cha
                              int32_t, int32_t, void*, void*, void*, int32_t* pnResult, void*)
 try
 {
+    OperationTrace trace("xcsExecProgramHandle");
+    trace.Parms("(pszProgram = %s)", pszProgram);
     if (pszProgram == nullptr || pszArguments == nullptr || pnResult == nullptr)
-        return XCS_RC_PARAMETER;
+        return trace.Return(XCS_RC_PARAMETER);
     const auto strProgram = Widen(pszProgram);
     if (!strProgram || !IsAbsolutePath(*strProgram) || !IsExecutable(*strProgram))
-        return XCS_RC_PARAMETER;
+        return trace.Return(XCS_RC_PARAMETER);
     std::wstring strCommandLine;
     for (const char* pszWord = pszArguments; *pszWord != '\0';
          pszWord += std::char_traits<char>::length(pszWord) + 1)
     {
         const auto strWord = Widen(pszWord);
         if (!strWord)
-            return XCS_RC_PARAMETER;
+            return trace.Return(XCS_RC_PARAMETER);
         AppendQuoted(strCommandLine, *strWord);
         if (strCommandLine.size() >= MAX_COMMAND_LINE)
-            return XCS_RC_PARAMETER;
+            return trace.Return(XCS_RC_PARAMETER);
     }
+
+    trace.Parms("command line %S", strCommandLine.c_str());
 
     // Neither the caller's handles nor its console: what the program prints is not the caller's to show. It
     // stands in its own directory, so that the caller's is not in its way.
@@ -70,15 +75,19 @@ try
     const std::wstring strDirectory = strProgram->substr(0, strProgram->find_last_of(L'\\') + 1);
     if (!CreateProcessW(strProgram->c_str(), strCommandLine.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW,
                         nullptr, strDirectory.c_str(), &startup, &information))
-        return XCS_RC_SYSTEM;
+    {
+        const DWORD nError = GetLastError();
+        return trace.Return(XCS_RC_SYSTEM, nError);
+    }
     const KernelHandle process(information.hProcess);
     const KernelHandle thread(information.hThread);
     DWORD nExitCode = 0;
     if (WaitForSingleObject(process.Get(), INFINITE) != WAIT_OBJECT_0 ||
         !GetExitCodeProcess(process.Get(), &nExitCode))
-        return XCS_RC_SYSTEM;
+        return trace.Return(XCS_RC_SYSTEM);
     *pnResult = static_cast<int32_t>(nExitCode);
-    return XCS_RC_OK;
+    trace.Parms("exit code %d", *pnResult);
+    return trace.Return(XCS_RC_OK);
 }
 catch (...)
 {

@@ -1,11 +1,14 @@
 // Looks queue managers up. Must not report a directory that is not exactly the queue manager's own.
 #include "qmdetails.h"
 
+#include <windows.h>
+
 #include <new>
 #include <string_view>
 
 #include "config.h"
 #include "returncodes.h"
+#include "trace.h"
 
 namespace
 {
@@ -52,17 +55,23 @@ int32_t FindQueueManager(const char* pszName, XCS_QM_DETAILS& details)
 int32_t xcsGetQMDetails(const char* pszQMName, XCS_SCRATCH*, XCS_QM_DETAILS** ppDetails)
 try
 {
+    OperationTrace trace("xcsGetQMDetails");
+    trace.Parms("(pszQMName = %s)", pszQMName);
     if (ppDetails == nullptr)
-        return XCS_RC_PARAMETER;
+        return trace.Return(XCS_RC_PARAMETER);
     *ppDetails = nullptr;
     XCS_QM_DETAILS details = {};
-    if (const int32_t nResult = FindQueueManager(pszQMName, details))
-        return nResult;
+    const int32_t nResult = FindQueueManager(pszQMName, details);
+    const DWORD nError = GetLastError();
+    if (nResult != XCS_RC_OK)
+        return trace.Return(nResult, nError);
     void* const pRecord = ::operator new(sizeof details, std::nothrow);
     if (pRecord == nullptr)
-        return XCS_RC_NO_MEMORY;
+        return trace.Return(XCS_RC_NO_MEMORY);
     *ppDetails = new (pRecord) XCS_QM_DETAILS(details);
-    return XCS_RC_OK;
+    trace.Parms("szDataDirectory = %s, szInstallationName = %s, fFlags = %d", details.szDataDirectory,
+                details.szInstallationName, details.fFlags);
+    return trace.Return(XCS_RC_OK);
 }
 catch (...)
 {

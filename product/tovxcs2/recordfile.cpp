@@ -4,6 +4,8 @@
 
 #include <aclapi.h>
 
+#include <algorithm>
+
 #include "text.h"
 #include "workpath.h"
 
@@ -58,38 +60,40 @@ FileHandle OpenDirectory(const std::wstring& strPath)
 }
 } // namespace
 
-FileHandle CreateRecordFile(const wchar_t* pszDirectory, const wchar_t* pszExtension)
+RecordFile CreateRecordFile(const wchar_t* pszDirectory, const wchar_t* pszExtension)
 {
     const std::wstring strPath = DirectoryPath(pszDirectory);
     if (strPath.empty())
-        return FileHandle();
+        return {};
     CreateDirectoryW(strPath.c_str(), nullptr); // it exists nearly always; the next step finds out
     const FileHandle directory = OpenDirectory(strPath);
     if (!directory)
-        return FileHandle();
+        return {};
     // A process number comes again: its earlier bearer's files are passed over.
     constexpr int MAX_FILES_OF_PROCESS = 10'000;
     static int s_nNext = 0;
     for (; s_nNext < MAX_FILES_OF_PROCESS; ++s_nNext)
     {
-        const std::wstring strFile = strPath + L"\\ZN" + std::to_wstring(GetCurrentProcessId()) + L"." +
-                                     std::to_wstring(s_nNext) + pszExtension;
+        std::wstring strName =
+            L"ZN" + std::to_wstring(GetCurrentProcessId()) + L"." + std::to_wstring(s_nNext) + pszExtension;
         // A link of that name is in the way, too: followed, it would be made where it leads.
-        FileHandle file(CreateFileW(strFile.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
+        FileHandle file(CreateFileW(std::wstring(strPath).append(L"\\").append(strName).c_str(),
+                                    GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
                                     FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
         const DWORD nError = GetLastError();
         if (file)
         {
             ++s_nNext;
-            return file;
+            return {std::move(file), std::move(strName)};
         }
         if (nError != ERROR_FILE_EXISTS)
-            return FileHandle();
+            return {};
     }
-    return FileHandle();
+    return {};
 }
 
-void RemoveOldestRecord(const wchar_t* pszDirectory, const wchar_t* pszExtension, unsigned nMaximum)
+void RemoveOldestRecords(const wchar_t* pszDirectory, const wchar_t* pszExtension, size_t nMaximum,
+                         const std::vector<std::wstring>& protectedNames)
 {
     const std::wstring strPath = DirectoryPath(pszDirectory);
     const FileHandle directory = OpenDirectory(strPath);
@@ -99,28 +103,28 @@ void RemoveOldestRecord(const wchar_t* pszDirectory, const wchar_t* pszExtension
     const FindHandle find(FindFirstFileW((strPath + L"\\ZN*" + pszExtension).c_str(), &data));
     if (!find)
         return;
-    unsigned nFiles = 0;
-    FILETIME oldest = {};
-    std::wstring strOldest;
+    size_t nFiles = 0;
+    std::vector<std::pair<uint64_t, std::wstring>> candidates; // time of the last change, name
     do
     {
         if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
             continue;
         ++nFiles;
-        if (strOldest.empty() || CompareFileTime(&data.ftLastWriteTime, &oldest) < 0)
-        {
-            oldest = data.ftLastWriteTime;
-            strOldest = data.cFileName;
-        }
+        const FILETIME& time = data.ftLastWriteTime;
+        if (std::ranges::find(protectedNames, data.cFileName) == protectedNames.end())
+            candidates.emplace_back(uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime, data.cFileName);
     } while (FindNextFileW(find.Get(), &data));
-    if (nFiles >= nMaximum)
-        DeleteFileW((strPath + L"\\" + strOldest).c_str()); // if it stays, there is one too many, no more
+    std::ranges::sort(candidates);
+    candidates.resize(std::min(candidates.size(), nFiles - std::min(nFiles, nMaximum)));
+    for (const auto& candidate : candidates)
+        DeleteFileW((strPath + L"\\" + candidate.second).c_str()); // what stays is tried again next time
 }
 
-void WriteRecord(const FileHandle& file, const std::string& strText)
+bool WriteRecord(const FileHandle& file, const std::string& strText)
 {
     DWORD nWritten = 0;
-    WriteFile(file.Get(), strText.data(), static_cast<DWORD>(strText.size()), &nWritten, nullptr);
+    return WriteFile(file.Get(), strText.data(), static_cast<DWORD>(strText.size()), &nWritten, nullptr) &&
+           nWritten == strText.size();
 }
 
 std::string UtcNow()

@@ -32,15 +32,6 @@ struct TraceFile
 };
 TraceFile s_trace;
 
-class TraceLock
-{
-  public:
-    TraceLock() { AcquireSRWLockExclusive(&s_trace.lock); }
-    ~TraceLock() { ReleaseSRWLockExclusive(&s_trace.lock); }
-    TraceLock(const TraceLock&) = delete;
-    TraceLock& operator=(const TraceLock&) = delete;
-};
-
 int64_t Now()
 {
     LARGE_INTEGER n = {};
@@ -53,33 +44,9 @@ double Seconds(int64_t nCounts)
     return static_cast<double>(nCounts) / static_cast<double>(s_trace.nFrequency);
 }
 
-// The record's line: time since the start, indentation, text.
-void WriteLine(uint32_t nDepth, const std::string& strText)
+std::string Spent(int64_t nEntered)
 {
-    const TraceLock lock;
-    if (!s_trace.file)
-        return;
-    std::string strLine = Format("%12.6f  ", Seconds(Now() - s_trace.nStart));
-    for (uint32_t i = 0; i < nDepth && i < MAX_INDENT; ++i)
-        strLine += "|  ";
-    if (nDepth > MAX_INDENT)
-        strLine += Format("(depth %u) ", nDepth);
-    WriteRecord(s_trace.file, strLine + strText + "\r\n");
-}
-
-// Where the trace must not fail its caller it may lose a record: only memory can be short here.
-template <class Body>
-void WithoutFailing(Body body) noexcept
-{
-    try
-    {
-        const DWORD nError = GetLastError();
-        body();
-        SetLastError(nError); // of the traced program, which has yet to read it
-    }
-    catch (...)
-    {
-    }
+    return Format("  (%.3f ms)", Seconds(Now() - nEntered) * 1000);
 }
 
 bool WantsTrace(bool& fDetail)
@@ -120,9 +87,67 @@ void DestroyThreadState()
 
 void CloseTrace()
 {
-    const TraceLock lock;
+    const Lock lock(s_trace.lock);
     xihProcess = {};
     s_trace.file.Close();
+}
+
+bool IsTraced()
+{
+    const ThreadState* const pState = CurrentThreadState();
+    return xihProcess.fTraceEnabled != 0 && pState != nullptr && pState->area.fTraceActive != 0;
+}
+
+uint32_t TraceDepth()
+{
+    const ThreadState* const pState = CurrentThreadState();
+    return pState != nullptr ? pState->area.nDepth : 0;
+}
+
+void WriteTraceLine(uint32_t nDepth, const std::string& strText)
+{
+    const Lock lock(s_trace.lock);
+    if (!s_trace.file)
+        return;
+    std::string strLine = Format("%12.6f  ", Seconds(Now() - s_trace.nStart));
+    for (uint32_t i = 0; i < nDepth && i < MAX_INDENT; ++i)
+        strLine += "|  ";
+    if (nDepth > MAX_INDENT)
+        strLine += Format("(depth %u) ", nDepth);
+    WriteRecord(s_trace.file, strLine + strText + "\r\n"); // what cannot be written is lost
+}
+
+void OperationTrace::Enter() noexcept
+{
+    WithoutFailing([&] {
+        m_fTraced = IsTraced();
+        m_nEntered = Now();
+        if (m_fTraced)
+            WriteTraceLine(TraceDepth(), std::string("> ") + m_pszName);
+    });
+}
+
+void OperationTrace::Leave() const noexcept
+{
+    WithoutFailing([&] {
+        std::string strLine = std::string("< ") + m_pszName + " = " + ReturnCodeText(m_nResult);
+        if (m_nSystemError != 0)
+            strLine += ", " + ToUtf8Line(ErrorText(m_nSystemError));
+        WriteTraceLine(TraceDepth(), strLine + Spent(m_nEntered));
+    });
+}
+
+void OperationTrace::Write(const char* pszFormat, ...) const noexcept
+{
+    va_list args;
+    va_start(args, pszFormat);
+    WithoutFailing([&] {
+        const ThreadState* const pState = CurrentThreadState();
+        if (pState != nullptr && pState->area.fDetailed != 0)
+            WriteTraceLine(pState->area.nDepth + 1,
+                           std::string(". ") + m_pszName + "() " + ToUtf8Line(FormatTrace(pszFormat, args)));
+    });
+    va_end(args);
 }
 
 int32_t xtrEstablishTraceStatus()
@@ -135,9 +160,9 @@ int32_t xtrEstablishTraceStatus()
         return XCS_RC_OK;
     int32_t nResult = XCS_RC_SYSTEM;
     WithoutFailing([&] {
-        const TraceLock lock;
+        const Lock lock(s_trace.lock);
         if (!s_trace.file)
-            s_trace.file = CreateRecordFile(L"trace", L".trc");
+            s_trace.file = CreateRecordFile(L"trace", L".trc").file;
         if (!s_trace.file)
             return;
         LARGE_INTEGER nFrequency = {};
@@ -166,7 +191,7 @@ void xtr_FNC_entry(XTR_THREAD_AREA* pArea, int32_t nComponent, int32_t nFunction
         const uint32_t nDepth = pArea->nDepth > 0 ? pArea->nDepth - 1 : 0; // the entry is counted already
         if (nDepth < XTR_CALL_STACK_SIZE)
             pState->anEntered[nDepth] = Now();
-        WriteLine(nDepth, "> " + FunctionName(nComponent, nFunction));
+        WriteTraceLine(nDepth, "> " + FunctionName(nComponent, nFunction));
     });
 }
 
@@ -176,14 +201,16 @@ void xtr_FNC_retcode(XTR_THREAD_AREA* pArea, int32_t nComponent, int32_t nFuncti
         ThreadState* const pState = CurrentThreadState();
         if (pState == nullptr || pArea != &pState->area)
             return;
-        std::string strLine = "< " + FunctionName(nComponent, nFunction) + Format(" = %d", nReturnCode);
+        std::string strLine = "< " + FunctionName(nComponent, nFunction);
+        if (nReturnCode != 0 || HasResult(nComponent, nFunction))
+            strLine += Format(" = %d", nReturnCode);
         const uint32_t nDepth = pArea->nDepth;
         if (nDepth < XTR_CALL_STACK_SIZE && pState->anEntered[nDepth] != 0)
         {
-            strLine += Format("  (%.3f ms)", Seconds(Now() - pState->anEntered[nDepth]) * 1000);
+            strLine += Spent(pState->anEntered[nDepth]);
             pState->anEntered[nDepth] = 0;
         }
-        WriteLine(nDepth, strLine);
+        WriteTraceLine(nDepth, strLine);
     });
 }
 
@@ -193,7 +220,7 @@ void xtr_parms(const char* pszFormat, ...)
     va_start(args, pszFormat);
     WithoutFailing([&] {
         if (const ThreadState* const pState = CurrentThreadState())
-            WriteLine(pState->area.nDepth, ". " + ToUtf8Line(FormatTrace(pszFormat, args)));
+            WriteTraceLine(pState->area.nDepth, ". " + ToUtf8Line(FormatTrace(pszFormat, args)));
     });
     va_end(args);
 }
@@ -202,6 +229,6 @@ void xtr_FNC_text(int32_t, int32_t, XTR_THREAD_AREA* pArea, int32_t, const char*
 {
     WithoutFailing([&] {
         if (pArea != nullptr && pszText != nullptr)
-            WriteLine(pArea->nDepth, "- " + ToUtf8Line(WidenForDisplay(pszText)));
+            WriteTraceLine(pArea->nDepth, "- " + ToUtf8Line(WidenForDisplay(pszText)));
     });
 }

@@ -1,8 +1,12 @@
 // The library's side of the function trace.
 #pragma once
 
-#include <cstdint>
+#include <windows.h>
 
+#include <cstdint>
+#include <string>
+
+#include "returncodes.h"
 #include "tovxtrc.h"
 
 // A thread's trace area and what the library keeps with it. The area comes first: programs see nothing else.
@@ -23,3 +27,79 @@ void DestroyThreadState();
 
 // Ends the trace of this process.
 void CloseTrace();
+
+// Whether the calling thread's records are wanted, and how deep it is.
+bool IsTraced();
+uint32_t TraceDepth();
+
+// Writes a line into the trace, if there is one: time since the start, a bar for each level, the text.
+void WriteTraceLine(uint32_t nDepth, const std::string& strText);
+
+// Runs what must neither fail its caller nor change the last error, which the traced program has yet to read.
+// False when memory was short: nothing else can fail.
+template <class Body>
+bool WithoutFailing(Body body) noexcept
+{
+    const DWORD nError = GetLastError();
+    bool fDone = false;
+    try
+    {
+        body();
+        fDone = true;
+    }
+    catch (...)
+    {
+    }
+    SetLastError(nError);
+    return fDone;
+}
+
+// One of the library's own operations in the trace, at the depth of the function that calls it. Made by the
+// first statement of an exported operation: what these call within the library leaves no lines. The area's
+// history, call stack and depth are the program's and stay as they are.
+class OperationTrace
+{
+  public:
+    // nOutOfMemory is the result if the operation is left without Return, by an exception.
+    explicit OperationTrace(const char* pszName, int32_t nOutOfMemory = XCS_RC_NO_MEMORY) noexcept
+        : m_pszName(pszName), m_nResult(nOutOfMemory), m_fTraced(xihProcess.fTraceEnabled != 0)
+    {
+        if (m_fTraced)
+            Enter();
+    }
+    ~OperationTrace()
+    {
+        if (m_fTraced)
+            Leave();
+    }
+    OperationTrace(const OperationTrace&) = delete;
+    OperationTrace& operator=(const OperationTrace&) = delete;
+
+    // A line made from a format as xtr_parms takes it, behind the operation's name.
+    template <class... Args>
+    void Parms(const char* pszFormat, Args... args) const noexcept
+    {
+        if (m_fTraced)
+            Write(pszFormat, args...);
+    }
+
+    // Makes nResult the result and hands it back. The system's reason is told if it was the system that
+    // refused.
+    int32_t Return(int32_t nResult, uint32_t nSystemError = 0) noexcept
+    {
+        m_nResult = nResult;
+        m_nSystemError = nResult == XCS_RC_SYSTEM ? nSystemError : 0;
+        return nResult;
+    }
+
+  private:
+    void Enter() noexcept;
+    void Leave() const noexcept;
+    void Write(const char* pszFormat, ...) const noexcept;
+
+    const char* m_pszName;
+    int32_t m_nResult;
+    uint32_t m_nSystemError = 0;
+    bool m_fTraced;
+    int64_t m_nEntered = 0;
+};

@@ -8,6 +8,7 @@
 #include "returncodes.h"
 #include "text.h"
 #include "tovxcs2.h"
+#include "trace.h"
 
 int32_t TestVolumeSecurity(const std::wstring& strPath, std::wstring& strRoot)
 {
@@ -28,18 +29,21 @@ int32_t TestVolumeSecurity(const std::wstring& strPath, std::wstring& strRoot)
 int32_t xcsVolumeSupportsSecurity(const char* pszPath, uint32_t* pnRootLength)
 try
 {
+    OperationTrace trace("xcsVolumeSupportsSecurity");
+    trace.Parms("(pszPath = %s)", pszPath);
     const auto strPath = pszPath != nullptr ? Widen(pszPath) : std::nullopt;
     if (!strPath)
-        return XCS_RC_PARAMETER;
+        return trace.Return(XCS_RC_PARAMETER);
     std::wstring strRoot;
     const int32_t nResult = TestVolumeSecurity(*strPath, strRoot);
+    const DWORD nError = GetLastError();
     // "E:" lies on the root "E:\", of which it has only two characters.
     const size_t nLength = std::min(strRoot.size(), strPath->size());
     if (pnRootLength != nullptr && nLength > 0 &&
         CompareStringOrdinal(strRoot.c_str(), static_cast<int>(nLength), strPath->c_str(),
                              static_cast<int>(nLength), TRUE) == CSTR_EQUAL)
         *pnRootLength = static_cast<uint32_t>(nLength);
-    return nResult;
+    return trace.Return(nResult, nError);
 }
 catch (...)
 {

@@ -1,11 +1,13 @@
-// Writes failure records, one small text file each. Must not fail its caller, and must not fill the disk: at
-// most 100 are kept, the oldest makes room.
+// Writes failure records, one small text file each. Must not fail its caller, and must not fill the disk: one
+// cause can meet every file, and the first records tell most of it. So a process keeps the first few of each
+// kind, and all processes together the newest 100.
 #include <windows.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <vector>
 
 #include "funcnames.h"
 #include "recordfile.h"
@@ -15,9 +17,29 @@
 
 namespace
 {
-constexpr unsigned MAX_RECORDS = 100;
+constexpr size_t MAX_RECORDS = 100;           // of all processes
+constexpr size_t MAX_RECORDS_OF_PROCESS = 50; // it can never push out its own
+constexpr size_t MAX_RECORDS_OF_KIND = 5;
 constexpr uint32_t SHOWN_HISTORY = 32;
 constexpr size_t MAX_INSERT = 16'384;
+
+// Records of one function and probe tell of the same kind of failure.
+struct Kind
+{
+    int32_t nComponent;
+    int32_t nFunction;
+    int32_t nProbe;
+    bool operator==(const Kind&) const = default;
+};
+
+// What this process has written.
+struct Written
+{
+    SRWLOCK lock = SRWLOCK_INIT;
+    std::vector<Kind> kinds; // one of each record
+    std::vector<std::wstring> names;
+};
+Written s_written;
 
 // The number behind "error " or "Error " in a text that tells of a refused system call.
 std::optional<unsigned long> SystemErrorIn(const std::wstring& strText)
@@ -34,6 +56,11 @@ std::optional<unsigned long> SystemErrorIn(const std::wstring& strText)
     return std::nullopt;
 }
 
+std::wstring InsertText(const char* pszText)
+{
+    return WidenForDisplay({pszText, strnlen(pszText, MAX_INSERT)});
+}
+
 void AppendField(std::string& strRecord, const char* pszName, const std::string& strValue)
 {
     strRecord += Format("%-13s", pszName) + strValue + "\r\n";
@@ -48,58 +75,135 @@ void AppendInserts(std::string& strRecord, const XCS_INSERTS& inserts)
     {
         if (pszText == nullptr)
             continue;
-        const std::wstring strText = WidenForDisplay({pszText, strnlen(pszText, MAX_INSERT)});
+        const std::wstring strText = InsertText(pszText);
         AppendField(strRecord, "Text", ToUtf8Line(strText));
         if (const auto nError = SystemErrorIn(strText))
             AppendField(strRecord, "System", ToUtf8Line(ErrorText(*nError)));
     }
 }
 
-// The newest comes last. An area that was damaged can only give wrong names: indices are bounded by masks.
+constexpr uint32_t IDENTIFIER_MASK = 0xFFFF;
+
+int32_t ComponentOf(uint32_t nEntry)
+{
+    return static_cast<int32_t>((nEntry & IDENTIFIER_MASK) >> XTR_COMPONENT_SHIFT);
+}
+
+int32_t FunctionOf(uint32_t nEntry)
+{
+    return static_cast<int32_t>(nEntry & ((1u << XTR_COMPONENT_SHIFT) - 1));
+}
+
+std::string NameOf(uint32_t nEntry)
+{
+    return FunctionName(ComponentOf(nEntry), FunctionOf(nEntry));
+}
+
+// An area that was damaged can only give wrong names: indices are bounded by the arrays' sizes. A function
+// that calls itself for each directory level is one line.
+void AppendCallStack(std::string& strRecord, const XTR_THREAD_AREA& area)
+{
+    strRecord += "\r\nFunctions entered and not left, the outermost first:\r\n";
+    const uint32_t nShown = std::min(area.nDepth, XTR_CALL_STACK_SIZE);
+    for (uint32_t n = 0; n < nShown;)
+    {
+        const uint32_t nFirst = n;
+        while (n < nShown && area.aCallStack[n] == area.aCallStack[nFirst])
+            ++n;
+        strRecord += "  " + NameOf(area.aCallStack[nFirst]);
+        strRecord += n - nFirst > 1 ? Format(", %u times\r\n", n - nFirst) : "\r\n";
+    }
+    if (area.nDepth > nShown)
+        strRecord += Format("  and %u within these\r\n", area.nDepth - nShown);
+}
+
+// The newest comes last.
 void AppendHistory(std::string& strRecord, const XTR_THREAD_AREA& area)
 {
     strRecord += "\r\nLast functions entered (>) and left (<), with return codes:\r\n";
-    constexpr uint32_t EXIT_MASK = 0xFFFF;
     const uint32_t nShown = std::min(area.nHistory, SHOWN_HISTORY);
     for (uint32_t n = area.nHistory - nShown; n != area.nHistory; ++n)
     {
         const uint32_t nEntry = area.aHistory[n & (XTR_HISTORY_SIZE - 1)];
-        const auto nComponent = static_cast<int32_t>((nEntry & EXIT_MASK) >> XTR_COMPONENT_SHIFT);
-        const auto nFunction = static_cast<int32_t>(nEntry & ((1u << XTR_COMPONENT_SHIFT) - 1));
-        const bool fEntered = (nEntry & ~EXIT_MASK) == XTR_ENTRY_MARK;
-        strRecord += std::string(fEntered ? "  > " : "  < ") + FunctionName(nComponent, nFunction);
-        if (!fEntered) // only the code's lower half is kept
-            strRecord += Format(" = %d", static_cast<int16_t>(nEntry >> 16));
+        const bool fEntered = (nEntry & ~IDENTIFIER_MASK) == XTR_ENTRY_MARK;
+        const auto nCode = static_cast<int16_t>(nEntry >> 16); // only the code's lower half is kept
+        strRecord += std::string(fEntered ? "  > " : "  < ") + NameOf(nEntry);
+        if (!fEntered && (nCode != 0 || HasResult(ComponentOf(nEntry), FunctionOf(nEntry))))
+            strRecord += Format(" = %d", nCode);
         strRecord += "\r\n";
     }
 }
 
-void WriteFailureRecord(int32_t nComponent, int32_t nFunction, int32_t nProbe, int32_t nErrorCode,
-                        const XCS_INSERTS* pInserts)
+// What the record says of records that will not follow.
+std::string LastNote(size_t nOfKind, size_t nOfProcess)
+{
+    if (nOfKind == MAX_RECORDS_OF_KIND)
+        return Format("not kept: %zu of this function and probe are enough; a trace tells of each", nOfKind);
+    return nOfProcess == MAX_RECORDS_OF_PROCESS
+               ? Format("not kept: %zu of this process are enough; a trace tells of each", nOfProcess)
+               : "";
+}
+
+std::string Compose(const Kind& kind, int32_t nErrorCode, const XCS_INSERTS* pInserts,
+                    const std::string& strSource, const std::string& strNote)
 {
     std::string strRecord = "Vantor ZN failure record\r\n\r\n";
     AppendField(strRecord, "Time", UtcNow());
     AppendField(strRecord, "Process", Format("%lu", GetCurrentProcessId()));
     AppendField(strRecord, "Command", ToUtf8Line(GetCommandLineW()));
-    AppendField(strRecord, "Component", Format("%d", nComponent));
-    AppendField(strRecord, "Function", FunctionName(nComponent, nFunction) + Format(" (%d)", nFunction));
-    AppendField(strRecord, "Probe", Format("%d", nProbe));
+    AppendField(strRecord, "Component", Format("%d", kind.nComponent));
+    AppendField(strRecord, "Function",
+                FunctionName(kind.nComponent, kind.nFunction) + Format(" (%d)", kind.nFunction));
+    AppendField(strRecord, "Probe", Format("%d", kind.nProbe));
     AppendField(
         strRecord, "Error code",
         Format("0x%08X", static_cast<unsigned>(nErrorCode)) +
             (nErrorCode == XCS_RC_PROGRAM_FAILURE ? " (the program reports a failure of its own)" : ""));
     if (pInserts != nullptr)
         AppendInserts(strRecord, *pInserts);
-    if (ThreadState* const pState = CurrentThreadState())
+    if (!strSource.empty())
+        AppendField(strRecord, "Source", strSource);
+    if (!strNote.empty())
+        AppendField(strRecord, "More", strNote);
+    if (const ThreadState* const pState = CurrentThreadState())
     {
-        if (pState->pszSourceId != nullptr)
-            AppendField(strRecord, "Source",
-                        ToUtf8Line(WidenForDisplay(std::exchange(pState->pszSourceId, nullptr))) +
-                            Format(", line %d", pState->nSourceLine));
+        AppendCallStack(strRecord, pState->area);
         AppendHistory(strRecord, pState->area);
     }
-    RemoveOldestRecord(L"errors", L".txt", MAX_RECORDS);
-    WriteRecord(CreateRecordFile(L"errors", L".txt"), strRecord);
+    return strRecord;
+}
+
+// What was saved for this record; the next one has its own.
+std::string TakeSource()
+{
+    ThreadState* const pState = CurrentThreadState();
+    const char* const psz = pState != nullptr ? std::exchange(pState->pszSourceId, nullptr) : nullptr;
+    return psz != nullptr ? ToUtf8Line(WidenForDisplay(psz)) + Format(", line %d", pState->nSourceLine) : "";
+}
+
+// Writes the record unless there are enough, and says what became of it. A file that was created counts
+// whatever became of its content: on a full disk each failure would make another one.
+std::string Record(const Kind& kind, int32_t nErrorCode, const XCS_INSERTS* pInserts)
+{
+    const std::string strSource = TakeSource();
+    const Lock lock(s_written.lock);
+    const auto nOfKind = static_cast<size_t>(std::ranges::count(s_written.kinds, kind));
+    if (nOfKind == MAX_RECORDS_OF_KIND)
+        return Format("no failure record, %zu of this function and probe are kept", nOfKind);
+    if (s_written.kinds.size() == MAX_RECORDS_OF_PROCESS)
+        return Format("no failure record, %zu of this process are kept", s_written.kinds.size());
+    const std::string strRecord =
+        Compose(kind, nErrorCode, pInserts, strSource, LastNote(nOfKind + 1, s_written.kinds.size() + 1));
+    s_written.kinds.reserve(MAX_RECORDS_OF_PROCESS); // nothing may be short between here and the counting
+    s_written.names.reserve(MAX_RECORDS_OF_PROCESS);
+    RecordFile created = CreateRecordFile(L"errors", L".txt");
+    if (!created.file)
+        return "no failure record, its file could not be created";
+    const std::wstring& strName = s_written.names.emplace_back(std::move(created.strName));
+    s_written.kinds.push_back(kind);
+    RemoveOldestRecords(L"errors", L".txt", MAX_RECORDS, s_written.names);
+    const bool fWhole = WriteRecord(created.file, strRecord);
+    return "failure record errors\\" + ToUtf8Line(strName) + (fWhole ? "" : ", which could not be written");
 }
 } // namespace
 
@@ -115,14 +219,14 @@ void xcsSaveFileContextSccsId(const char* pszSourceId, int32_t nLine)
 void xcsVORTFn(int32_t nComponent, int32_t nFunction, int32_t nProbe, int32_t nErrorCode,
                const XCS_INSERTS* pInserts, void*, void*, void*)
 {
-    try
-    {
-        const DWORD nError = GetLastError();
-        WriteFailureRecord(nComponent, nFunction, nProbe, nErrorCode, pInserts);
-        SetLastError(nError);
-    }
-    catch (...)
-    {
-        // Out of memory: the failure that was to be recorded is the one that the caller goes on to report.
-    }
+    const bool fDone = WithoutFailing([&] {
+        std::string strLine = "! " + Record({nComponent, nFunction, nProbe}, nErrorCode, pInserts);
+        if (!IsTraced())
+            return;
+        if (pInserts != nullptr && pInserts->apszText[0] != nullptr)
+            strLine += ": " + ToUtf8Line(InsertText(pInserts->apszText[0]));
+        WriteTraceLine(TraceDepth(), strLine);
+    });
+    if (!fDone)
+        WithoutFailing([] { WriteTraceLine(TraceDepth(), "! no failure record, out of memory"); });
 }
