@@ -5,6 +5,7 @@
 #include <string>
 
 #include "qmclient.h"
+#include "text.h"
 #include "tovxcs2.h"
 #include "tovxzu.h"
 
@@ -76,11 +77,17 @@ int WaitForEnd(const QueueManager& queueManager, const KernelHandle& running, co
         PrintLine(stdout, L"Queue manager '" + queueManager.strName + L"' ended.");
         return EXIT_ENDED;
     case WAIT_OBJECT_0 + 1:
-        return Fail(EXIT_REFUSED, L"Queue manager '" + queueManager.strName + L"' refused to end.");
+        return Fail(EXIT_REFUSED, L"Queue manager '" + queueManager.strName +
+                                      L"' refused to end and still runs.\n"
+                                      L"Disconnect its applications and try again, if need be with -i.");
     case WAIT_TIMEOUT:
-        return Fail(EXIT_TIMED_OUT, L"Queue manager '" + queueManager.strName + L"' is still ending.");
+        return Fail(EXIT_TIMED_OUT, L"Queue manager '" + queueManager.strName +
+                                        L"' did not end within 60 seconds and is still ending.\n"
+                                        L"Disconnect its applications and try again.");
     default:
-        return Fail(EXIT_SYSTEM, L"The system failed while the queue manager was ending.");
+        return Fail(EXIT_SYSTEM, L"Whether queue manager '" + queueManager.strName +
+                                     L"' ended could not be found out: " + ErrorText(GetLastError()) +
+                                     L"\nTry again.");
     }
 }
 
@@ -89,11 +96,17 @@ int End(const QueueManager& queueManager)
     const RunObjectNames& names = queueManager.runObjects;
     if (!IsRunning(names))
         return Fail(EXIT_NOT_RUNNING, L"Queue manager '" + queueManager.strName + L"' does not run.");
+    // Each only if the one before succeeded: the last error is that of the first failure.
     const KernelHandle running(OpenMutexW(SYNCHRONIZE | MUTEX_MODIFY_STATE, FALSE, names.strRunning.c_str()));
-    const KernelHandle end(OpenEventW(EVENT_MODIFY_STATE, FALSE, names.strEnd.c_str()));
-    const KernelHandle refused(OpenEventW(SYNCHRONIZE, FALSE, names.strRefused.c_str()));
-    if (!running || !end || !refused || !SetEvent(end.Get()))
-        return Fail(EXIT_SYSTEM, L"Queue manager '" + queueManager.strName + L"' cannot be reached.");
+    const KernelHandle end(running ? OpenEventW(EVENT_MODIFY_STATE, FALSE, names.strEnd.c_str()) : nullptr);
+    const KernelHandle refused(end ? OpenEventW(SYNCHRONIZE, FALSE, names.strRefused.c_str()) : nullptr);
+    const bool fAsked = refused && SetEvent(end.Get());
+    const DWORD nError = GetLastError();
+    if (!fAsked)
+        return Fail(EXIT_SYSTEM,
+                    L"Queue manager '" + queueManager.strName + L"' cannot be asked to end: " +
+                        ErrorText(nError) +
+                        L"\nOnly elevated administrators and members of the group 'znm' can end it.");
     return WaitForEnd(queueManager, running, refused);
 }
 } // namespace
@@ -106,11 +119,16 @@ extern "C" int wmain(int argc, wchar_t** argv)
     const std::wstring strName = argv[argc - 1];
     const CommonServices services;
     if (services.Result() != 0)
-        return Fail(EXIT_SYSTEM, L"The common services could not be started: is there a zns.ini?");
+    {
+        services.ReportFailure();
+        return EXIT_SYSTEM;
+    }
     if (const int nStatus = CheckAuthority(services))
         return nStatus;
     const auto queueManager = FindQueueManager(strName);
     if (!queueManager)
-        return Fail(EXIT_NOT_FOUND, L"There is no queue manager '" + strName + L"'.");
+        return Fail(EXIT_NOT_FOUND, L"There is no queue manager '" + strName +
+                                        L"', or its stanza in zns.ini cannot be used.\n"
+                                        L"Check the name, letter case too, and the stanza.");
     return End(*queueManager);
 }

@@ -51,6 +51,20 @@ CommonServices::~CommonServices()
         xcsTerminate(&m_connection, 0); // at the program's end there is nobody to tell
 }
 
+void CommonServices::ReportFailure() const
+{
+    const bool fOtherLevel = xcsCheckConsistency(XCS_VERSION_LEVEL) != 0;
+    fprintf(stderr,
+            fOtherLevel ? "The Vantor ZN common services are not of level " XCS_VERSION_LEVEL
+                          ", for which this program was made (code 0x%08X).\n"
+                          "Use the programs and libraries of one installation.\n"
+                        : "The Vantor ZN common services could not be started (code 0x%08X).\n"
+                          "Check that this user can read zns.ini in the work path, which ZN_WORK_PATH or the "
+                          "registry names.\n",
+            static_cast<unsigned>(m_nResult));
+    fflush(stderr);
+}
+
 std::optional<QueueManager> FindQueueManager(const std::wstring& strName)
 {
     const auto strNarrow = Narrow(strName);

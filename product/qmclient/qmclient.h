@@ -22,6 +22,9 @@ class CommonServices
 
     // 0, or the code with which the common services did not come up.
     int32_t Result() const { return m_nResult; }
+
+    // Tells the user, on standard error, why they did not, and what to do about it.
+    void ReportFailure() const;
     const XCS_CONNECTION* Connection() const { return &m_connection; }
 
   private:

@@ -69,9 +69,12 @@ RunResult Run(const QueueManager& queueManager, const QueueManagerFiles& files, 
     RunObjectSecurity security;
     // The events are there before the mutex is owned: whoever finds it running can ask it to end.
     const KernelHandle end(CreateEventW(security.Get(), FALSE, FALSE, names.strEnd.c_str()));
-    const KernelHandle refused(CreateEventW(security.Get(), FALSE, FALSE, names.strRefused.c_str()));
-    if (!end || !refused)
-        return Refuse(RUN_SYSTEM, strWho + L"cannot create its events.");
+    const KernelHandle refused(end ? CreateEventW(security.Get(), FALSE, FALSE, names.strRefused.c_str())
+                                   : nullptr);
+    const DWORD nError = GetLastError();
+    if (!refused)
+        return Refuse(RUN_SYSTEM, strWho + L"cannot create its events: " + ErrorText(nError) +
+                                      L"\nRun it as the user who ran it before, or elevated.");
     const RunningMutex running(names.strRunning, security.Get());
     if (!running.IsHeld())
         return Refuse(RUN_ALREADY_RUNNING, strWho + L"runs already.");
@@ -80,15 +83,18 @@ RunResult Run(const QueueManager& queueManager, const QueueManagerFiles& files, 
     const Verdict verdict =
         VerifyFiles(files, [](const std::wstring& strLine) { PrintLine(stderr, strLine); });
     if (verdict.nDamaged > 0)
-        return Refuse(RUN_FILES_DAMAGED, strWho + L"does not start: files missing or damaged: " +
-                                             std::to_wstring(verdict.nDamaged));
+        return Refuse(RUN_FILES_DAMAGED,
+                      strWho + L"does not start: files missing or damaged, to be restored from a backup: " +
+                          std::to_wstring(verdict.nDamaged));
     RecordAppender activity(files.ActivityPath());
     RecordAppender journal(files.JournalPath());
     auto record = [&](const char* pszText) {
         return activity.Append(Stamp(pszText)) && journal.Append(Stamp(pszText));
     };
     if (!activity || !journal || !record("started") || !SignalReady(options.strReadyEvent))
-        return Refuse(RUN_SYSTEM, strWho + L"cannot write to its files.");
+        return Refuse(RUN_SYSTEM, strWho + L"cannot write to " + files.ActivityPath() + L" and " +
+                                      files.JournalPath() +
+                                      L": give this user the right to, and close what has them open.");
 
     for (;;)
     {

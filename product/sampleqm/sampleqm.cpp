@@ -140,7 +140,8 @@ int Create(Words words)
     if (words.strDataPrefix.empty() || words.strLogParent.empty())
         return Fail(EXIT_USAGE, USAGE);
     if (FindQueueManager(words.strName))
-        return Fail(EXIT_CONFIGURATION, L"There is a queue manager '" + words.strName + L"' already.");
+        return Fail(EXIT_CONFIGURATION,
+                    L"There is a queue manager '" + words.strName + L"' already: choose another name.");
     RemoveTrailingBackslash(words.strDataPrefix);
     RemoveTrailingBackslash(words.strLogParent);
     const std::wstring strDirectory = DirectoryNameOf(words.strName);
@@ -157,7 +158,8 @@ int Create(Words words)
     const auto strNarrowDirectory = Narrow(strDirectory);
     const auto strPrefix = Narrow(words.strDataPrefix);
     if (!strName || !strNarrowDirectory || !strPrefix || xcsGetIniFilename(nullptr, szIni, &nFileType) != 0)
-        return Fail(EXIT_CONFIGURATION, L"zns.ini cannot hold these names.");
+        return Fail(EXIT_CONFIGURATION,
+                    L"zns.ini cannot hold these names: use characters of the system's code page.");
     const std::string strInstallation = PrimaryInstallationName();
     const DWORD nError = ReplaceFileContent(WidenForDisplay(szIni), [&](std::string strText) {
         IniFile::Attributes attributes = {{"Name", *strName},
@@ -201,7 +203,8 @@ int Start(const QueueManager& queueManager, const QueueManagerFiles& files, bool
     }
     // The background process has no console to tell the reason on.
     const int nResult = Verify(queueManager, files);
-    return Fail(nResult == EXIT_DAMAGED ? EXIT_DAMAGED : EXIT_NOT_STARTED, strWho + L"did not start.");
+    return Fail(nResult == EXIT_DAMAGED ? EXIT_DAMAGED : EXIT_NOT_STARTED,
+                strWho + L"did not start; 'sampleqm run " + queueManager.strName + L"' tells why.");
 }
 } // namespace
 
@@ -213,7 +216,10 @@ extern "C" int wmain(int argc, wchar_t** argv)
         return Fail(EXIT_USAGE, USAGE);
     const CommonServices services;
     if (services.Result() != 0)
-        return Fail(EXIT_CONFIGURATION, L"The common services could not be started: is there a zns.ini?");
+    {
+        services.ReportFailure();
+        return EXIT_CONFIGURATION;
+    }
     if (words.strVerb == L"create")
         return Create(words);
     if (words.strVerb != L"start" && words.strVerb != L"run" && words.strVerb != L"verify")
@@ -222,7 +228,9 @@ extern "C" int wmain(int argc, wchar_t** argv)
     const auto files = queueManager ? FilesOf(*queueManager) : std::nullopt;
     if (!files)
         return Fail(EXIT_CONFIGURATION,
-                    L"There is no queue manager '" + words.strName + L"', or its qm.ini names no log path.");
+                    L"There is no queue manager '" + words.strName +
+                        L"', or its stanza in zns.ini or the LogPath in its qm.ini cannot be used.\n"
+                        L"Check the name, letter case too, and both files.");
     if (words.strVerb == L"verify")
         return Verify(*queueManager, *files);
     if (words.strVerb == L"start")

@@ -38,13 +38,12 @@ void zutDisplayCSPError(const XCS_CONNECTION*, int32_t nStatus, int32_t nReturnC
 {
     const auto nCode = static_cast<unsigned>(nReturnCode);
     if (nReturnCode == XCS_RC_NO_VOLUME_SECURITY)
-        fprintf(
-            stderr,
-            "The Vantor ZN work path lies on a volume that keeps no access lists, so that nobody's authority "
-            "to administer queue managers can be checked (code 0x%08X, status %d).\n"
-            "Move the work path to a volume that keeps access lists (NTFS or ReFS), then run the command "
-            "again.\n",
-            nCode, nStatus);
+        fprintf(stderr,
+                "User '%s' may not administer Vantor ZN queue managers, nor may anybody else: the work path "
+                "lies on a volume that keeps no access lists (code 0x%08X, status %d).\n"
+                "Move the work path, which ZN_WORK_PATH or the registry names, to a volume that keeps them "
+                "(NTFS or ReFS), then run the command again.\n",
+                UserName().sz, nCode, nStatus);
     else
         fprintf(
             stderr,
