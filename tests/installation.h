@@ -41,7 +41,8 @@ inline RunResult RunProgram(const fs::path& program, const std::wstring& strWord
         GetExitCodeProcess(process.hProcess, &result.nStatus);
         CloseHandle(process.hProcess);
         CloseHandle(process.hThread);
-    }
+    } else
+        result.nStatus += GetLastError() << 16;
     std::string* const astr[] = {&result.strOut, &result.strErr};
     for (int i : {0, 1}) {
         DWORD nLength = 0;
