@@ -7,7 +7,8 @@
 
 namespace
 {
-constexpr auto CRC_TABLE = [] {
+constexpr std::array<uint32_t, 256> MakeCrcTable()
+{
     std::array<uint32_t, 256> table = {};
     for (uint32_t n = 0; n < table.size(); ++n)
     {
@@ -16,7 +17,9 @@ constexpr auto CRC_TABLE = [] {
             table[n] = (table[n] >> 1) ^ ((table[n] & 1) != 0 ? 0xEDB88320 : 0);
     }
     return table;
-}();
+}
+
+constexpr auto CRC_TABLE = MakeCrcTable();
 
 uint32_t Crc32(std::string_view content)
 {
