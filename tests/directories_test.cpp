@@ -42,28 +42,26 @@ TEST_F(Directories, MissingPathsAreCreatedAndExistingOnesChecked) {
 }
 
 TEST_F(Directories, WalkReturnsTheCodeOfTheLastComponent) {
+    const auto create = [](const CString& strDir, const CString& strLast = {}) { return theApp.CreateZNDirectory(strDir, strLast); };
     Make("\\file");
-    EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\new\\x"), CString()), 0u);
-    EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\new\\x"), CString()) & 0x10, 0x10u); // exists: its attributes
-    EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\file\\x"), CString()), 3u);
-    EXPECT_EQ(theApp.CreateZNDirectory(L"y", At(L"\\new")), 0u);
-    {
-        ImportHook<decltype(GetFileAttributesW)> hook(
-            "GetFileAttributesW", [](auto...) { return SetLastError(1117), INVALID_FILE_ATTRIBUTES; });
-        EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\new"), CString()), 1117u);
-    }
+    EXPECT_EQ(create(At(L"\\new\\x")), 0u);
+    EXPECT_EQ(create(At(L"\\new\\x")) & 0x10, 0x10u); // exists: its attributes
+    EXPECT_EQ(create(At(L"\\file\\x")), 3u);
+    EXPECT_EQ(create(L"y", At(L"\\new")), 0u);
     std::vector<std::string> created;
-    ImportHook<decltype(xcsCreateDirectory)> create(
+    ImportHook<decltype(xcsCreateDirectory)> refuse(
         "xcsCreateDirectory", [&](const char* psz, int n1, void* p1, void* p2, int n2, uint32_t* pnReason) {
             EXPECT_TRUE(n1 == 1 && n2 == 1 && p1 == nullptr && p2 == nullptr);
             created.push_back(psz);
             *pnReason = 1816;
             return 9;
         });
-    EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\new\\z\\z"), CString()), 1816u);
-    // A path that begins with a backslash has an empty first component, which is tried as it is.
-    EXPECT_EQ(theApp.CreateZNDirectory(L"\\\\srv\\share\\x", CString()), 1816u);
+    EXPECT_EQ(create(At(L"\\new\\z\\z")), 1816u);
+    EXPECT_EQ(create(L"\\\\srv\\share\\x"), 1816u); // its empty first component is tried as it is
     EXPECT_THAT(created, ElementsAre(Narrow("\\new\\z"), ""));
+    ImportHook<decltype(GetFileAttributesW)> unreadable(
+        "GetFileAttributesW", [](auto...) { return SetLastError(1117), INVALID_FILE_ATTRIBUTES; });
+    EXPECT_EQ(create(At(L"\\new")), 1117u);
 }
 
 TEST_F(Directories, NewDirectoryIsSecuredAndAFailureOfThatIsNone) {
@@ -82,21 +80,19 @@ TEST_F(Directories, NewDirectoryIsSecuredAndAFailureOfThatIsNone) {
 }
 
 TEST_F(Directories, CopyTakesEverythingAndRestoresTheCurrentDirectory) {
-    Make("\\from\\a");
     Make("\\from\\s\\t\\u\\hidden", FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY);
+    Make("\\from\\a");
     WriteAll(Path("\\to\\a"), "old content");
     const fs::path before = fs::current_path();
     Capture capture;
     // Access lists are looked at elsewhere; where they are kept as permission bits they hide the attributes.
     ImportHook<decltype(SetNamedSecurityInfoW)> set("SetNamedSecurityInfoW", [](auto...) { return DWORD{0}; });
     EXPECT_EQ(theApp.CopyZNFiles(At(L"\\to"), At(L"\\from")), 1);
-    EXPECT_EQ(Names("to"), Names("from"));
-    EXPECT_EQ(ReadAll(Path("\\to\\a")), "\\from\\a");
+    EXPECT_EQ(TakeSnapshot(Path("\\to")), TakeSnapshot(Path("\\from")));
     EXPECT_EQ(GetFileAttributesW(At(L"\\to\\s\\t\\u\\hidden")) & 3, 3u);
     EXPECT_EQ(fs::current_path(), before);
     EXPECT_TRUE(capture.Has("# 174 Current Dir = " + before.string() + ", Changing to = " + Narrow("\\from")));
-    EXPECT_EQ(capture.Count("- 31 Discarding previous security settings"),
-        8); // four levels, files and directories
+    EXPECT_EQ(capture.Count("- 31 Discarding previous security settings"), 8); // four levels, files and directories
 }
 
 TEST_F(Directories, CopyHandsTheShellWholeListsOfAnyLength) {
@@ -123,38 +119,30 @@ TEST_F(Directories, CopyGoesOnWithoutItsCurrentDirectoryAndSecuresBothParts) {
     Make("\\from\\a");
     fs::create_directory(Path("\\to"));
     const fs::path before = fs::current_path();
+    const std::string strFiles = "- 174 Failed to set security on destination files",
+                      strDirectory = "- 174 Failed to set security on destination directory",
+                      strRestore = "- 174 Failed to restore original working directory!";
     const struct {
-        DWORD nSaved;              // result of GetCurrentDirectoryW, which leaves the buffer alone
-        const wchar_t* pszRefused; // what may not be secured
-        int nExpected;
+        bool fSaved, fSet;      // whether the current directory can be asked for (the buffer is left alone), and be set
+        std::wstring strUnsafe; // what cannot be secured
         std::vector<std::string> texts;
-    } cases[] = {
-        {0, L"", 1, {}},
-        {300, L"", 1, {}},
-        {0, L"\\a", 0, {"- 174 Failed to set security on destination files"}},
-        {0, L"\\to", 0, {"- 174 Failed to set security on destination directory"}},
-        {0, L"t", 0, {"- 174 Failed to set security on destination files", "- 174 Failed to set security on destination directory"}},
-    };
+    } cases[] = {{false, true, L"-", {}}, {true, false, L"-", {strRestore}}, {true, true, L"\\a", {strFiles}},
+        {true, true, L"\\to", {strDirectory}}, {true, true, L"", {strFiles, strDirectory}}};
     for (const auto& c : cases) {
         Capture capture;
-        ImportHook<decltype(GetCurrentDirectoryW)> current("GetCurrentDirectoryW", [&](auto...) { return c.nSaved; });
-        ImportHook<decltype(SetNamedSecurityInfoW)> set("SetNamedSecurityInfoW", [&](LPWSTR psz, auto...) {
-            const std::wstring strPath = psz, strRefused = c.pszRefused;
-            const bool fRefused = strRefused == L"t" || (!strRefused.empty() && strPath.ends_with(strRefused));
-            return DWORD{fRefused ? 5u : 0u};
-        });
-        EXPECT_EQ(theApp.CopyZNFiles(At(L"\\to"), At(L"\\from")), c.nExpected) << &c - cases;
+        ImportHook<decltype(GetCurrentDirectoryW)> current(
+            "GetCurrentDirectoryW", [&](DWORD n, LPWSTR psz) { return c.fSaved ? current.Real(n, psz) : 300; });
+        ImportHook<decltype(SetCurrentDirectoryW)> change("SetCurrentDirectoryW", [&](LPCWSTR psz) { return c.fSet && change.Real(psz); });
+        ImportHook<decltype(SetNamedSecurityInfoW)> set(
+            "SetNamedSecurityInfoW", [&](LPWSTR psz, auto...) -> DWORD { return std::wstring_view(psz).ends_with(c.strUnsafe) ? 5 : 0; });
+        EXPECT_EQ(theApp.CopyZNFiles(At(L"\\to"), At(L"\\from")), c.strUnsafe == L"-") << &c - cases;
         std::vector<std::string> texts = capture.Only("-");
         std::erase_if(texts, [](const std::string& str) { return !str.starts_with("- 174"); });
         EXPECT_EQ(texts, c.texts) << &c - cases;
-        EXPECT_EQ(fs::current_path(), fs::path(c.nSaved == 0 ? before.wstring() : At(L"\\from").operator const wchar_t*()));
+        EXPECT_EQ(capture.Has("# 174 Failed to change current directory to '" + Narrow("\\from") + "'"), !c.fSet);
+        EXPECT_EQ(fs::current_path(), c.fSaved ? before : Path("\\from"));
         fs::current_path(before);
     }
-    Capture capture;
-    ImportHook<decltype(SetCurrentDirectoryW)> refuse("SetCurrentDirectoryW", [](auto...) { return FALSE; });
-    EXPECT_EQ(theApp.CopyZNFiles(At(L"\\to"), At(L"\\from")), 1);
-    EXPECT_TRUE(capture.Has("# 174 Failed to change current directory to '" + Narrow("\\from") + "'"));
-    EXPECT_TRUE(capture.Has("- 174 Failed to restore original working directory!"));
 }
 
 TEST_F(Directories, DeletionTakesTheWholeTreeDepthFirst) {
@@ -182,31 +170,20 @@ TEST_F(Directories, DeletionTakesTheWholeTreeDepthFirst) {
 }
 
 TEST_F(Directories, DeletionStopsAtTheFirstFailureWithItsOwnError) {
-    Make("\\x\\a");
-    Make("\\x\\s\\locked");
-    Make("\\x\\z");
-    int nOpen = 0;
-    ImportHook<decltype(FindFirstFileW)> first("FindFirstFileW", [&](auto... args) { return ++nOpen, first.Real(args...); });
-    ImportHook<decltype(FindClose)> close("FindClose", [&](HANDLE h) {
-        SetLastError(6);
-        return --nOpen, close.Real(h);
-    });
+    for (const char* psz : {"\\x\\a", "\\x\\s\\locked", "\\x\\z"}) Make(psz);
+    ImportHook<decltype(FindClose)> close("FindClose", [&](HANDLE h) { return SetLastError(6), close.Real(h); });
+    Capture capture;
     {
-        Capture capture;
         ImportHook<decltype(DeleteFileW)> remove(
             "DeleteFileW", [&](LPCWSTR psz) { return wcsstr(psz, L"locked") == nullptr ? remove.Real(psz) : (SetLastError(32), FALSE); });
         EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), 0);
         EXPECT_TRUE(capture.Has("# 176 Unable to delete file '" + Narrow("\\x\\s\\locked") + "', error '32'"));
         EXPECT_THAT(Names("x"), ElementsAre(L"s", L"s\\locked", L"z"));
     }
-    {
-        Capture capture;
-        ImportHook<decltype(RemoveDirectoryW)> remove("RemoveDirectoryW", [](auto...) { return SetLastError(145), FALSE; });
-        EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), 0);
-        EXPECT_TRUE(capture.Has("# 176 Unable to delete directory '" + Narrow("\\x\\s") + "', error '145'"));
-        EXPECT_THAT(Names("x"), ElementsAre(L"s", L"z"));
-    }
-    EXPECT_EQ(nOpen, 0);
+    ImportHook<decltype(RemoveDirectoryW)> remove("RemoveDirectoryW", [](auto...) { return SetLastError(145), FALSE; });
+    EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), 0);
+    EXPECT_TRUE(capture.Has("# 176 Unable to delete directory '" + Narrow("\\x\\s") + "', error '145'"));
+    EXPECT_THAT(Names("x"), ElementsAre(L"s", L"z"));
 }
 
 TEST_F(Directories, FirstEntryOfAListingIsNeverExamined) {

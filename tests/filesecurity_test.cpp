@@ -132,16 +132,19 @@ TEST(FileSecurity, FailuresBeforeTheWriteAreRecordedAndWriteNothing) {
     for (const bool fDirectory : {false, true}) {
         Capture capture;
         AccessLists lists;
-        for (const wchar_t* pszRefused : {L"znm", L"u"}) {
-            ImportHook<decltype(LookupAccountNameW)> refuse("LookupAccountNameW", [&](LPCWSTR p, LPCWSTR psz, auto... args) -> BOOL {
-                return wcscmp(psz, pszRefused) == 0 ? (SetLastError(1332), FALSE) : refuse.Real(p, psz, args...);
-            });
-            EXPECT_EQ(Change(fDirectory, false, L"u"), FALSE);
-        }
+        const wchar_t* pszRefused = L"znm";
+        DWORD nMergeResult = 0;
+        ImportHook<decltype(LookupAccountNameW)> refuse("LookupAccountNameW", [&](LPCWSTR p, LPCWSTR psz, auto... args) -> BOOL {
+            return wcscmp(psz, pszRefused) == 0 ? (SetLastError(1332), FALSE) : refuse.Real(p, psz, args...);
+        });
+        ImportHook<decltype(SetEntriesInAclW)> merge("SetEntriesInAclW", [&](auto...) { return nMergeResult; });
+        EXPECT_EQ(Change(fDirectory, false, L"u"), FALSE);
+        pszRefused = L"u";
+        EXPECT_EQ(Change(fDirectory, false, L"u"), FALSE);
         lists.nReadResult = 5;
         EXPECT_EQ(Change(fDirectory, false), FALSE);
         lists.nReadResult = 0;
-        ImportHook<decltype(SetEntriesInAclW)> merge("SetEntriesInAclW", [](auto...) -> DWORD { return 1336; });
+        nMergeResult = 1336;
         EXPECT_EQ(Change(fDirectory, false), FALSE);
         EXPECT_TRUE(lists.written.empty());
         EXPECT_EQ(capture.Count(fDirectory ? "! 34/11 Create SID error, directory: C:\\x" : "! 33/4 Create SID error, file: C:\\x"), 2);
@@ -153,127 +156,111 @@ TEST(FileSecurity, FailuresBeforeTheWriteAreRecordedAndWriteNothing) {
 TEST(FileSecurity, ScanThatStopsKeepsItsBitsAndMerges) {
     // What the third entry becomes: none, of an unknown type, with a bad SID. The first two are Administrators' and Local System's.
     const char* const texts[] = {"Unable to retrieve ACE in ACL!", "Incorrect ACE type specified!", "Invalid SID specified in ACE!"};
-    for (const int nCase : {0, 1, 2})
-        for (const bool fDirectory : {false, true}) {
-            Capture capture;
-            AccessLists lists;
-            lists.lists["C:\\x"] = "D:(A;;GR;;;BA)(A;;GR;;;SY)(A;;GR;;;WD)(A;;GR;;;ED)";
-            ImportHook<decltype(GetAce)> getAce("GetAce", [&](PACL pAcl, DWORD i, LPVOID* ppAce) -> BOOL {
-                if (i == 2 && nCase == 0) return FALSE;
-                getAce.Real(pAcl, i, ppAce);
-                if (i == 2 && nCase == 1) static_cast<ACE_HEADER*>(*ppAce)->AceType = ACCESS_ALLOWED_OBJECT_ACE_TYPE;
-                return TRUE;
-            });
-            int nSids = 0;
-            ImportHook<decltype(IsValidSid)> isValid("IsValidSid", [&](PSID) -> BOOL { return nCase != 2 || ++nSids <= 2; });
-            // Nothing that follows may fail because of the entry that was spoiled.
-            ImportHook<decltype(SetEntriesInAclW)> merge("SetEntriesInAclW", [&](ULONG n, PEXPLICIT_ACCESSW p, PACL pOld, PACL* ppNew) {
-                EXPECT_TRUE(pOld != nullptr && n == 3); // Everyone's entry came with the end of the scan
-                return merge.Real(n, p, nullptr, ppNew);
-            });
-            EXPECT_EQ(Change(fDirectory, false), TRUE);
-            const std::string f = fDirectory ? "34" : "33";
-            EXPECT_THAT(
-                capture.Only("!"), ElementsAre("! " + f + "/" + std::to_string((fDirectory ? 12 : 6) + nCase) + " " + texts[nCase]));
-            EXPECT_TRUE(capture.Has("# " + f + " Current SID Flags = 0003"));
-            EXPECT_EQ(lists.written.size(), 1u);
-        }
+    for (const int nCase : {0, 1, 2, 3, 4, 5}) {
+        Capture capture;
+        AccessLists lists;
+        lists.lists["C:\\x"] = "D:(A;;GR;;;BA)(A;;GR;;;SY)(A;;GR;;;WD)(A;;GR;;;ED)";
+        ImportHook<decltype(GetAce)> getAce("GetAce", [&](PACL pAcl, DWORD i, LPVOID* ppAce) -> BOOL {
+            getAce.Real(pAcl, i, ppAce);
+            if (i == 2 && nCase % 3 == 1) static_cast<ACE_HEADER*>(*ppAce)->AceType = ACCESS_ALLOWED_OBJECT_ACE_TYPE;
+            return i != 2 || nCase % 3 != 0;
+        });
+        int nSids = 0;
+        ImportHook<decltype(IsValidSid)> isValid("IsValidSid", [&](PSID) -> BOOL { return nCase % 3 != 2 || ++nSids <= 2; });
+        // Nothing that follows may fail because of the entry that was spoiled.
+        ImportHook<decltype(SetEntriesInAclW)> merge("SetEntriesInAclW", [&](ULONG n, PEXPLICIT_ACCESSW p, PACL pOld, PACL* ppNew) {
+            EXPECT_TRUE(pOld != nullptr && n == 3); // Everyone's entry came with the end of the scan
+            return merge.Real(n, p, nullptr, ppNew);
+        });
+        EXPECT_EQ(Change(nCase >= 3, false), TRUE);
+        const std::string f = nCase >= 3 ? "34" : "33", strProbe = std::to_string((nCase >= 3 ? 9 : 6) + nCase);
+        EXPECT_THAT(capture.Only("!"), ElementsAre("! " + f + "/" + strProbe + " " + texts[nCase % 3]));
+        EXPECT_TRUE(capture.Has("# " + f + " Current SID Flags = 0003"));
+        EXPECT_EQ(lists.written.size(), 1u);
+    }
 }
 
 TEST(FileSecurity, VolumeIsTestedOnceForEachFirstCharacter) {
     std::vector<std::string> tested;
     int nResult = 0;
-    uint32_t nRootLength = 3;
+    uint32_t nRootLength = 0;
     ImportHook<decltype(xcsVolumeSupportsSecurity)> volume("xcsVolumeSupportsSecurity", [&](const char* psz, uint32_t* pn) {
         tested.push_back(psz);
-        EXPECT_EQ(*pn, 0u);
-        *pn = nRootLength;
+        EXPECT_EQ(std::exchange(*pn, nRootLength), 0u);
         return nResult;
     });
-    CZNMFileSecurity security(nullptr), other(nullptr);
-    EXPECT_EQ(security.DiskSupportsSecurity(L"E:\\a\\b*c\\*"), TRUE);
-    nResult = 0x40806178;
-    EXPECT_EQ(security.DiskSupportsSecurity(L"e:\\other"), TRUE);
-    EXPECT_EQ(security.DiskSupportsSecurity(L"F:\\x"), FALSE);
-    EXPECT_EQ(security.DiskSupportsSecurity(L"F:\\y"), FALSE);
-    nResult = 0;
-    EXPECT_EQ(other.DiskSupportsSecurity(L"\\\\srv\\s"),
-        TRUE); // the answer is shared, the root is each object's
-    EXPECT_EQ(security.DiskSupportsSecurity(L"F:\\y"), TRUE);
-    EXPECT_EQ(other.DiskSupportsSecurity(L"\\\\else\\s"), TRUE);
-    nResult = 7;
-    nRootLength = 0; // not found: nothing is remembered
-    for (const wchar_t* psz : {L"G:\\", L"G:\\", L"*"}) EXPECT_EQ(security.DiskSupportsSecurity(psz), FALSE);
+    CZNMFileSecurity first(nullptr), second(nullptr);
+    const auto supports = [&](CZNMFileSecurity& object, const std::wstring& strPath, int nAnswer, uint32_t nLength = 3) {
+        nResult = nAnswer;
+        nRootLength = nLength;
+        return object.DiskSupportsSecurity(strPath.c_str()) == TRUE;
+    };
+    EXPECT_TRUE(supports(first, L"E:\\a\\b*c\\*", 0) && supports(first, L"e:\\other", 1));
+    EXPECT_FALSE(supports(first, L"F:\\x", 0x40806178) || supports(first, L"F:\\y", 0));
+    // The answer is shared, the root is each object's.
+    EXPECT_TRUE(supports(second, L"\\\\srv\\s", 0) && supports(first, L"F:\\y", 1) && supports(second, L"\\\\else\\s", 1));
+    for (const wchar_t* psz : {L"G:\\", L"G:\\", L"*"}) EXPECT_FALSE(supports(first, psz, 7, 0)); // nothing is remembered
     EXPECT_THAT(tested, ElementsAre("E:\\a", "F:\\x", "\\\\srv\\s", "G:\\", "G:\\", ""));
-    nRootLength = 0xFFFFFFFF; // a library that reports nonsense
-    nResult = 0;
-    EXPECT_EQ(security.DiskSupportsSecurity((L"H:\\" + std::wstring(3000, L'x')).c_str()), TRUE);
+    EXPECT_TRUE(supports(first, L"H:\\" + std::wstring(3000, L'x'), 0, 0xFFFFFFFF)); // a library that reports nonsense
 }
 
 TEST(FileSecurity, WalksFilesThenSubdirectoriesThenTheDirectory) {
     const Tree tree({"b", "a", "s\\t\\u\\deep", "s\\f", "z\\"});
-    auto walk = [&](const char* psz, const uint32_t& fFiles, const uint32_t& fSubdirs) {
+    const std::tuple<const char*, uint32_t, uint32_t, std::string> cases[] = {{"\\*", 1, 1, "\\a \\b \\s\\f \\s\\t\\u\\deep "},
+        {"\\*", 1, 0, "\\a \\b "}, {"\\d*", 1, 1, "\\s\\t\\u\\deep "}, {"", 0, 1, "\\s\\t\\u \\s\\t \\s \\z  "}, {"", 0, 0, " "},
+        {"\\z\\*", 1, 1, ""}};
+    for (const auto& [pszPath, fFiles, fSubdirs, strExpected] : cases) {
         AccessLists lists;
         CZNMFileSecurity security(nullptr);
-        EXPECT_EQ(security.SetSecurityOnFiles(CString((tree.root.string() + psz).c_str()), fFiles, fSubdirs, 1, 2, 0, 3), TRUE);
+        EXPECT_EQ(security.SetSecurityOnFiles(CString((tree.root.string() + pszPath).c_str()), fFiles, fSubdirs, 1, 2, 0, 3), TRUE);
         std::string strResult;
         for (const std::string& strPath : lists.written) strResult += strPath.substr(tree.root.string().size()) + " ";
-        return strResult;
-    };
-    EXPECT_EQ(walk("\\*", 1, 1), "\\a \\b \\s\\f \\s\\t\\u\\deep ");
-    EXPECT_EQ(walk("\\*", 1, 0), "\\a \\b ");
-    EXPECT_EQ(walk("\\d*", 1, 1), "\\s\\t\\u\\deep ");
-    EXPECT_EQ(walk("", 0, 1), "\\s\\t\\u \\s\\t \\s \\z  ");
-    EXPECT_EQ(walk("", 0, 0), " ");
-    EXPECT_EQ(walk("\\z\\*", 1, 1), "");
+        EXPECT_EQ(strResult, strExpected);
+    }
 }
 
 TEST(FileSecurity, FailuresDoNotStopTheWalk) {
     const Tree tree({"a", "b", "s\\c"});
-    const std::wstring strPattern = tree.root.wstring() + L"\\*";
+    const CString strPattern((tree.root.string() + "\\*").c_str());
     for (const auto& [nError, fSuccess] : {std::pair{0, FALSE}, {2, TRUE}, {3, TRUE}, {123, TRUE}, {5, FALSE}, {18, FALSE}}) {
         Capture capture;
         AccessLists lists;
         if (nError == 0) lists.writeResults = {5, 5}; // here it is the first file that is refused
-        int nOpen = 0;
         ImportHook<decltype(FindFirstFileExW)> find(
-            "FindFirstFileExW", [&](LPCWSTR psz, auto eLevel, auto p, auto eOp, auto pFilter, DWORD nFlags) {
-                EXPECT_TRUE(eLevel == FindExInfoStandard && pFilter == nullptr && nFlags == 0);
+            "FindFirstFileExW", [&](LPCWSTR psz, auto eLevel, auto p, auto eOp, auto, DWORD nFlags) {
+                EXPECT_TRUE(eLevel == FindExInfoStandard && nFlags == 0);
                 const bool fFails = nError != 0 && wcsstr(psz, L"\\s\\") != nullptr;
-                nOpen += !fFails;
-                if (!fFails) return find.Real(psz, eLevel, p, eOp, pFilter, nFlags);
-                SetLastError(nError);
-                return INVALID_HANDLE_VALUE;
+                const HANDLE hFind = fFails ? INVALID_HANDLE_VALUE : find.Real(psz, eLevel, p, eOp, nullptr, nFlags);
+                if (fFails) SetLastError(nError);
+                return hFind;
             });
-        ImportHook<decltype(FindClose)> close("FindClose", [&](HANDLE h) { return --nOpen, close.Real(h); });
         CZNMFileSecurity security(nullptr);
-        EXPECT_EQ(security.SetSecurityOnFiles(strPattern.c_str(), 1, 1, 1, 2, 0, 0), fSuccess);
+        EXPECT_EQ(security.SetSecurityOnFiles(strPattern, 1, 1, 1, 2, 0, 0), fSuccess);
         const std::string strText = ") error " + std::to_string(nError) + ", path '" + tree.root.string() + "\\s\\*'";
         for (const std::string strSearch : {"1", "2"})
             EXPECT_EQ(capture.Has("! 31/" + strSearch + " FindFirstFileEx(" + strSearch + strText), fSuccess == FALSE && nError != 0);
         EXPECT_EQ(lists.written.size(), nError == 0 ? 5u : 2u); // refused: twice and the owner, then the other two files
-        EXPECT_EQ(nOpen, 0);
     }
 }
 
 TEST(FileSecurity, PathsThatCannotBeTakenAreFailures) {
-    const uint32_t on = 1, off = 0;
-    auto walk = [&](const std::wstring& str, const uint32_t& fFiles) {
-        CZNMFileSecurity security(nullptr);
-        return security.SetSecurityOnFiles(str.c_str(), fFiles, off, on, on, off, off);
-    };
     AccessLists lists;
-    EXPECT_EQ(walk(L"pattern", on), FALSE); // no backslash
-    for (const auto& [nLength, fSuccess] : {std::pair<size_t, BOOL>{260, TRUE}, {261, FALSE}, {1023, FALSE}, {1024, FALSE}})
-        EXPECT_EQ(walk(L"C:\\" + std::wstring(nLength - 3, L'x'), off), fSuccess) << nLength;
-
-    CZNMFileSecurity tested(nullptr); // once its volume is known, a path need not be tested
-    tested.DiskSupportsSecurity(L"C:\\");
-    for (const auto& [nLength, fSuccess] : {std::pair<size_t, BOOL>{1023, TRUE}, {1024, FALSE}, {32767, FALSE}})
-        EXPECT_EQ(tested.SetSecurityOnFiles((L"C:\\" + std::wstring(nLength - 3, L'x')).c_str(), off, off, on, on, off, off), fSuccess)
-            << nLength;
-
+    CZNMFileSecurity fresh(nullptr);
+    const auto walk = [](CZNMFileSecurity& security, const std::wstring& str, uint32_t fFiles = 0) {
+        return security.SetSecurityOnFiles(str.c_str(), fFiles, 0, 1, 1, 0, 0);
+    };
+    EXPECT_EQ(walk(fresh, L"pattern", 1), FALSE); // no backslash
+    // The limit is the test's of the volume, and once that is known, the walk's own.
+    for (const auto& [nLength, fUntested, fTested] : {std::tuple<size_t, BOOL, BOOL>{260, TRUE, TRUE}, {261, FALSE, TRUE},
+             {1023, FALSE, TRUE}, {1024, FALSE, FALSE}, {32767, FALSE, FALSE}}) {
+        const std::wstring strPath = L"C:\\" + std::wstring(nLength - 3, L'x');
+        CZNMFileSecurity tested(nullptr), untested(nullptr);
+        tested.DiskSupportsSecurity(L"C:\\");
+        lists.written.clear();
+        EXPECT_EQ(walk(untested, strPath), fUntested) << nLength;
+        EXPECT_EQ(walk(tested, strPath), fTested) << nLength;
+        EXPECT_EQ(static_cast<int>(lists.written.size()), fUntested + fTested);
+    }
     ImportHook<decltype(xcsVolumeSupportsSecurity)> none("xcsVolumeSupportsSecurity", [](auto...) { return 1; });
-    EXPECT_EQ(walk(L"Q:\\x", off), TRUE); // nothing to do is no failure
-    EXPECT_EQ(lists.written.size(), 2u);
+    EXPECT_EQ(walk(fresh, L"Q:\\x"), TRUE); // nothing to do is no failure
 }

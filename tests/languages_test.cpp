@@ -11,25 +11,11 @@ struct Language {
     UINT nCodePage; // the console's
 };
 
-// What LC_ALL must give; the third column of languages without a table is English.
-const std::map<std::string, Language> LANGUAGES = {
-    {"es_ES", {0x000A, 850}},
-    {"es_MX", {0x000A, 850}},
-    {"zh_TW", {0x0404, 950}},
-    {"cs_CZ", {0x0405, 852}},
-    {"de_DE", {0x0407, 850}},
-    {"en_US", {0x0409, 437}},
-    {"fr_FR", {0x040C, 850}},
-    {"hu_HU", {0x040E, 852}},
-    {"it_IT", {0x0410, 850}},
-    {"ja_JP", {0x0411, 932}},
-    {"ko_KR", {0x0412, 949}},
-    {"pl_PL", {0x0415, 852}},
-    {"pt_BR", {0x0416, 850}},
-    {"ru_RU", {0x0419, 866}},
-    {"zh_CN", {0x0804, 936}},
-    {"sv_SE", {0x0409, 850}},
-};
+// What LC_ALL must give; a language without a table is served in English.
+const std::map<std::string, Language> LANGUAGES = {{"es_ES", {0x000A, 850}}, {"es_MX", {0x000A, 850}}, {"zh_TW", {0x0404, 950}},
+    {"cs_CZ", {0x0405, 852}}, {"de_DE", {0x0407, 850}}, {"en_US", {0x0409, 437}}, {"fr_FR", {0x040C, 850}}, {"hu_HU", {0x040E, 852}},
+    {"it_IT", {0x0410, 850}}, {"ja_JP", {0x0411, 932}}, {"ko_KR", {0x0412, 949}}, {"pl_PL", {0x0415, 852}}, {"pt_BR", {0x0416, 850}},
+    {"ru_RU", {0x0419, 866}}, {"zh_CN", {0x0804, 936}}, {"sv_SE", {0x0409, 850}}};
 
 // The text as its resource has it, in the console's bytes.
 std::string Expected(unsigned nID, const Language& language) {

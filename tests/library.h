@@ -26,47 +26,48 @@ struct Library {
     static std::string Text(const char* psz) { return psz != nullptr ? psz : "null"; }
     static void AreNull(std::initializer_list<void*> reserved) { EXPECT_THAT(reserved, testing::Each(nullptr)); }
 
-    ImportHook<decltype(xcsGetQMDetails), struct A> details{"xcsGetQMDetails", [this](const char* pszName, auto, XCS_QM_DETAILS** pp) {
-                                                                Call("details", pszName);
-                                                                if (nDetailsLeft-- <= 0) return 1;
-                                                                ++nHeld;
-                                                                *pp = new XCS_QM_DETAILS{};
-                                                                std::strcpy((*pp)->szName, pszName);
-                                                                std::strcpy((*pp)->szDirectory, "QM1");
-                                                                std::strcpy((*pp)->szDataDirectory, strDataDirectory.c_str());
-                                                                std::strcpy((*pp)->szInstallationName, strInstallationOfQM.c_str());
-                                                                std::strcpy((*pp)->szSubpool, "sub");
-                                                                (*pp)->fFlags = fFlags;
-                                                                return 0;
-                                                            }};
-    ImportHook<decltype(xcsGetInstallationDetails), struct B> installation{"xcsGetInstallationDetails",
+    template <class Record> Record* Hold(Record** ppRecord) { return ++nHeld, *ppRecord = new Record{}; }
+
+    template <class Signature> using Hook = ImportHook<Signature, Library>; // each signature stands once
+    Hook<decltype(xcsGetQMDetails)> details{"xcsGetQMDetails", [this](const char* pszName, auto, XCS_QM_DETAILS** pp) {
+                                                Call("details", pszName);
+                                                if (nDetailsLeft-- <= 0) return 1;
+                                                XCS_QM_DETAILS* const p = Hold(pp);
+                                                std::strcpy(p->szName, pszName);
+                                                std::strcpy(p->szDirectory, "QM1");
+                                                std::strcpy(p->szDataDirectory, strDataDirectory.c_str());
+                                                std::strcpy(p->szInstallationName, strInstallationOfQM.c_str());
+                                                std::strcpy(p->szSubpool, "sub");
+                                                p->fFlags = fFlags;
+                                                return 0;
+                                            }};
+    Hook<decltype(xcsGetInstallationDetails)> installation{"xcsGetInstallationDetails",
         [this](const char* pszName, void* p1, void* p2, int nSelector, void* p3, auto, XCS_INSTALLATION_DETAILS** pp) {
             AreNull({p1, p2, p3});
             const std::string strName = pszName != nullptr ? pszName : "";
             Call("installation", std::to_string(nSelector), Text(pszName));
             if (lookups[strName] != 0) return lookups[strName];
-            ++nHeld;
-            *pp = new XCS_INSTALLATION_DETAILS{};
-            std::strcpy((*pp)->szName, strName.c_str());
-            std::strcpy((*pp)->szPath, "C:\\Prog");
-            std::strcpy((*pp)->szIdentity, "id");
+            XCS_INSTALLATION_DETAILS* const p = Hold(pp);
+            std::strcpy(p->szName, strName.c_str());
+            std::strcpy(p->szPath, "C:\\Prog");
+            std::strcpy(p->szIdentity, "id");
             return 0;
         }};
-    ImportHook<decltype(xcsCompareInstallations), struct C> compare{
+    Hook<decltype(xcsCompareInstallations)> compare{
         "xcsCompareInstallations", [](const void* p, const char* psz) { return std::strcmp(static_cast<const char*>(p), psz); }};
-    ImportHook<decltype(xcsFreeMemFn), struct D> freeMem{"xcsFreeMemFn", [this](void* p1, int n, void* p2, void* pRecord) {
-                                                             AreNull({p1, p2});
-                                                             EXPECT_EQ(n, 23);
-                                                             ::operator delete(pRecord);
-                                                             --nHeld;
-                                                         }};
-    ImportHook<decltype(xcsIsSubpoolActive), struct E> active{
+    Hook<decltype(xcsFreeMemFn)> freeMem{"xcsFreeMemFn", [this](void* p1, int n, void* p2, void* pRecord) {
+                                             AreNull({p1, p2});
+                                             EXPECT_EQ(n, 23);
+                                             ::operator delete(pRecord);
+                                             --nHeld;
+                                         }};
+    Hook<decltype(xcsIsSubpoolActive)> active{
         "xcsIsSubpoolActive", [this](const char* pszSubpool, const char* pszDirectory, void* p, int n, const char* pszId) {
             AreNull({p});
             Call("active", pszSubpool, pszDirectory, std::to_string(n), pszId);
             return nActiveResult;
         }};
-    ImportHook<decltype(xcsExecProgramHandle), struct F> exec{"xcsExecProgramHandle",
+    Hook<decltype(xcsExecProgramHandle)> exec{"xcsExecProgramHandle",
         [this](int n1, const char* pszProgram, int n2, const char* psz, void* p1, int n3, int n4, void* p2, void* p3, void* p4, int* pn,
             void* p5) {
             AreNull({p1, p2, p3, p4, p5});
@@ -77,13 +78,13 @@ struct Library {
             *pn = nExitCode;
             return nExecResult;
         }};
-    ImportHook<decltype(xcsGetIniFilename), struct G> name{"xcsGetIniFilename", [this](const char* psz, char* pszFile, uint32_t* pn) {
-                                                               Call("name", Text(psz));
-                                                               std::strcpy(pszFile, psz != nullptr ? "qm.ini" : "zns.ini");
-                                                               *pn = psz != nullptr ? 7 : 9;
-                                                               return 0;
-                                                           }};
-    ImportHook<decltype(xcsIniUtilRead), struct H> read{"xcsIniUtilRead",
+    Hook<decltype(xcsGetIniFilename)> name{"xcsGetIniFilename", [this](const char* psz, char* pszFile, uint32_t* pn) {
+                                               Call("name", Text(psz));
+                                               std::strcpy(pszFile, psz != nullptr ? "qm.ini" : "zns.ini");
+                                               *pn = psz != nullptr ? 7 : 9;
+                                               return 0;
+                                           }};
+    Hook<decltype(xcsIniUtilRead)> read{"xcsIniUtilRead",
         [this](auto psz1, auto psz2, auto psz3, auto psz4, char* pszBuffer, uint32_t* pnLength, auto pszFile, uint32_t n) {
             Call("read", psz1, Text(psz2), Text(psz3), psz4, std::to_string(*pnLength), pszFile, std::to_string(n));
             std::memset(pszBuffer, '#', *pnLength);
@@ -91,7 +92,7 @@ struct Library {
             *pnLength = static_cast<uint32_t>(strLogPath.size());
             return 0;
         }};
-    ImportHook<decltype(xcsIniUtilWrite), struct I> write{
+    Hook<decltype(xcsIniUtilWrite)> write{
         "xcsIniUtilWrite", [this](auto psz1, auto psz2, auto psz3, auto psz4, auto psz5, auto pszFile, uint32_t n) {
             Call("write", psz1, Text(psz2), Text(psz3), psz4, psz5, pszFile, std::to_string(n));
             return 0;

@@ -143,11 +143,14 @@ TEST(QueueManagers, DetailsAreExactOrRefused) {
         cases.emplace_back(stanza("QM1", psz, "QM1"), "QM1", "");
     for (const char* psz : {"", ".", "..", "a\\b", "a/b", "\\", "a.", "*", "a:b", "a\x01"})
         cases.emplace_back(stanza("QM1", "C:", psz), "QM1", "");
+    std::string strMany;
+    for (int n = 0; n < 100'000; ++n) strMany += stanza("M" + std::to_string(n), "C:", "m");
+    cases.emplace_back(strMany + stanza("QM1", "C:", "last"), "QM1", "C:\\qmgrs\\last");
     for (const auto& [strStanza, strName, strDataDirectory] : cases) {
         const Sandbox sandbox(strStanza);
         XCS_QM_DETAILS* pDetails = nullptr;
-        EXPECT_EQ(xcsGetQMDetails(strName.c_str(), nullptr, &pDetails) == 0, !strDataDirectory.empty()) << strStanza;
-        EXPECT_EQ(pDetails != nullptr ? pDetails->szDataDirectory : "", strDataDirectory) << strStanza;
+        EXPECT_EQ(xcsGetQMDetails(strName.c_str(), nullptr, &pDetails) == 0, !strDataDirectory.empty()) << strStanza.substr(0, 300);
+        EXPECT_EQ(pDetails != nullptr ? pDetails->szDataDirectory : "", strDataDirectory) << strStanza.substr(0, 300);
         xcsFreeMemFn(nullptr, 23, nullptr, pDetails);
     }
 }

@@ -5,26 +5,22 @@ using testing::ElementsAre;
 
 TEST(QueueMgr, InstallationIsFoundByNameOrAsThePrimaryOne) {
     constexpr int UNKNOWN = 0x10006164;
-    const std::string strFirst = "installation 16 ", strSecond = "installation 64 null";
-    const struct {
-        std::string strInstallation;
-        int nByName, nPrimary, nExpected;
-        bool fSecond;
-    } cases[] = {{"Inst1", 0, 0, 1, false}, {"Inst1", UNKNOWN, 0, 0, false}, {"Inst1", 5, 0, 0, false},
-        {"Installation0", UNKNOWN, 0, 1, true}, {"Installation0", UNKNOWN, UNKNOWN, 0, true}, {"Installation0", 5, 0, 0, false}};
-    for (const auto& c : cases) {
+    const std::tuple<std::string, int, int, int, bool> cases[] = {// name, results by name and as the primary one, success, asked twice
+        {"Inst1", 0, 0, 1, false}, {"Inst1", UNKNOWN, 0, 0, false}, {"Inst1", 5, 0, 0, false}, {"Installation0", UNKNOWN, 0, 1, true},
+        {"Installation0", UNKNOWN, UNKNOWN, 0, true}, {"Installation0", 5, 0, 0, false}};
+    for (const auto& [strInstallation, nByName, nPrimary, nExpected, fSecond] : cases) {
         Library library;
-        library.strInstallationOfQM = c.strInstallation;
-        library.lookups = {{c.strInstallation, c.nByName}, {"", c.nPrimary}};
+        library.strInstallationOfQM = strInstallation;
+        library.lookups = {{strInstallation, nByName}, {"", nPrimary}};
         library.nDetailsLeft = 0; // the constructor's own refresh finds nothing
         CZNMQueueMgr queueMgr(L"QM1");
         library.nDetailsLeft = 1;
         library.calls.clear();
-        EXPECT_EQ(queueMgr.Refresh(), c.nExpected) << &c - cases;
-        std::vector<std::string> expected = {"details QM1", strFirst + c.strInstallation};
-        if (c.fSecond) expected.push_back(strSecond);
+        EXPECT_EQ(queueMgr.Refresh(), nExpected) << strInstallation << nByName;
+        std::vector<std::string> expected = {"details QM1", "installation 16 " + strInstallation};
+        if (fSecond) expected.push_back("installation 64 null");
         EXPECT_EQ(library.calls, expected);
-        EXPECT_EQ(library.nHeld, c.nExpected * 2); // a failed refresh gives both records back
+        EXPECT_EQ(library.nHeld, nExpected * 2); // a failed refresh gives both records back
     }
 }
 

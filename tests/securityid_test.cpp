@@ -126,38 +126,31 @@ TEST(SecurityID, FailuresOfFixedSidsAndFirstBuffersAreRecorded) {
 TEST(SecurityID, SetOwnerEnablesThePrivilegeOnceAndReportsOnlyRealFailures) {
     Capture capture;
     SecurityID id;
-    DWORD nResult = 0;
+    DWORD nResult = 0, nRefused = 8;
     std::vector<std::wstring> owned;
+    int nAdjusted = 0;
     ImportHook<decltype(SetNamedSecurityInfoW)> set(
-        "SetNamedSecurityInfoW", [&](LPWSTR psz, SE_OBJECT_TYPE, DWORD nInfo, PSID pOwner, PSID pGroup, PACL p1, PACL p2) {
-            EXPECT_EQ(nInfo, 1u);
+        "SetNamedSecurityInfoW", [&](LPWSTR psz, auto, DWORD nInfo, PSID pOwner, PSID pGroup, PACL p1, PACL p2) {
+            EXPECT_TRUE(nInfo == 1 && pGroup == nullptr && p1 == nullptr && p2 == nullptr);
             EXPECT_EQ(SidText(pOwner), "S-1-5-32-544");
-            EXPECT_TRUE(pGroup == nullptr && p1 == nullptr && p2 == nullptr);
             owned.push_back(psz);
             return nResult;
         });
-    {
-        ImportHook<decltype(LookupPrivilegeValueW)> hook("LookupPrivilegeValueW", [](auto...) { return Fail(8); });
-        id.SetOwner(L"C:\\a", SE_FILE_OBJECT);
-    }
-    {
-        ImportHook<decltype(OpenProcessToken)> hook("OpenProcessToken", [](HANDLE, DWORD nAccess, HANDLE*) {
-            EXPECT_EQ(nAccess, 0x28u);
-            return Fail(9);
-        });
-        id.SetOwner(L"C:\\a", SE_FILE_OBJECT);
-    }
-    int nAdjusted = 0;
-    BOOL fAdjusted = FALSE;
+    ImportHook<decltype(LookupPrivilegeValueW)> look(
+        "LookupPrivilegeValueW", [&](auto... args) { return nRefused == 8 ? Fail(8) : look.Real(args...); });
+    ImportHook<decltype(OpenProcessToken)> open("OpenProcessToken", [&](HANDLE h, DWORD nAccess, HANDLE* ph) {
+        EXPECT_EQ(nAccess, 0x28u);
+        return nRefused == 9 ? Fail(9) : open.Real(h, nAccess, ph);
+    });
     ImportHook<decltype(AdjustTokenPrivileges)> adjust(
-        "AdjustTokenPrivileges", [&](HANDLE, BOOL fAll, TOKEN_PRIVILEGES* p, DWORD, TOKEN_PRIVILEGES* pOld, DWORD*) {
+        "AdjustTokenPrivileges", [&](HANDLE, BOOL fAll, TOKEN_PRIVILEGES* p, DWORD, TOKEN_PRIVILEGES* pOld, DWORD*) -> BOOL {
             EXPECT_TRUE(!fAll && pOld == nullptr && p->PrivilegeCount == 1 && p->Privileges[0].Attributes == 2);
             ++nAdjusted;
-            SetLastError(fAdjusted ? ERROR_NOT_ALL_ASSIGNED : 10);
-            return fAdjusted;
+            SetLastError(nRefused);
+            return nRefused != 10;
         });
-    id.SetOwner(L"C:\\a", SE_FILE_OBJECT);
-    fAdjusted = TRUE; // "not all assigned" counts as enabled
+    for (; nRefused <= 10; ++nRefused) EXPECT_EQ(id.SetOwner(L"C:\\a", SE_FILE_OBJECT), TRUE);
+    nRefused = ERROR_NOT_ALL_ASSIGNED; // counts as enabled
     for (const DWORD n : {5, 2, 3, 0}) {
         nResult = n;
         EXPECT_EQ(id.SetOwner(L"C:\\a%s", SE_FILE_OBJECT), TRUE);

@@ -55,33 +55,23 @@ TEST(Trace, CountersStayWithinTheArrays) {
 }
 
 TEST(Trace, LinesAreHandedOverOnlyWhenWanted) {
-    struct {
-        XIH_PROCESS process;
-        uint32_t fDetailed, nOptions;
-        bool fParms, fText;
-    } const cases[] = {
-        {{1, 1, 0}, 1, 0x000C8000, true, true},
-        {{0, 1, 1}, 1, 0x000C8000, false, false},
-        {{1, 0, 0}, 1, 0x000C8000, false, false},
-        {{1, -1, 0}, 1, 0x000C8000, false, false},
-        {{1, 0, 1}, 0, 0, true, true},
-        {{1, 1, 0}, 0, 0x000C8000, false, false},
-        {{1, 1, 0}, 1, 0x00040000, true, false},
-        {{1, 1, 0}, 1, 0x00080000, true, false},
-        {{1, 1, 0}, 1, 0x00008000, false, true},
-        {{1, 1, 0}, 1, ~0x000C8000u, false, false},
-    };
-    for (const auto& c : cases) {
+    constexpr uint32_t ALL = 0x000C8000;
+    const std::tuple<XIH_PROCESS, uint32_t, uint32_t, bool, bool> cases[] = {{{1, 1, 0}, 1, ALL, true, true},
+        {{0, 1, 1}, 1, ALL, false, false}, {{1, 0, 0}, 1, ALL, false, false}, {{1, -1, 0}, 1, ALL, false, false},
+        {{1, 0, 1}, 0, 0, true, true}, {{1, 1, 0}, 0, ALL, false, false}, {{1, 1, 0}, 1, 0x00040000, true, false},
+        {{1, 1, 0}, 1, 0x00080000, true, false}, {{1, 1, 0}, 1, 0x00008000, false, true}, {{1, 1, 0}, 1, ~ALL, false, false}};
+    for (const auto& [process, fDetailed, nOptions, fParms, fText] : cases) {
         Capture capture;
-        xihProcess = c.process;
-        capture.area.fDetailed = c.fDetailed;
-        capture.area.nOptions = c.nOptions;
+        xihProcess = process;
+        capture.area.fDetailed = fDetailed;
+        capture.area.nOptions = nOptions;
         const CZNMTrace trace(FN_SET_DATA_DEST);
         trace.Parms("dest %S", CString(L"E:\\x"));
         trace.Text("text");
-        EXPECT_EQ(capture.Has("# 177 dest E:\\x"), c.fParms) << &c - cases;
-        EXPECT_EQ(capture.Has("- 177 text"), c.fText) << &c - cases;
-        EXPECT_EQ(capture.area.nCurrentFunction, c.fParms ? (177u << 16) + 42 : 0u) << &c - cases;
+        SCOPED_TRACE(nOptions);
+        EXPECT_EQ(capture.Has("# 177 dest E:\\x"), fParms);
+        EXPECT_EQ(capture.Has("- 177 text"), fText);
+        EXPECT_EQ(capture.area.nCurrentFunction, fParms ? (177u << 16) + 42 : 0u);
     }
 }
 
