@@ -56,7 +56,9 @@ TEST_F(Directories, WalkReturnsTheCodeOfTheLastComponent) {
             *pnReason = 1816;
             return 9;
         });
+    Capture capture;
     EXPECT_EQ(create(At(L"\\new\\z\\z")), 1816u);
+    EXPECT_TRUE(capture.Has("# 171 Failed to create directory '" + Narrow("\\new\\z") + "': 1816"));
     EXPECT_EQ(create(L"\\\\srv\\share\\x"), 1816u); // its empty first component is tried as it is
     EXPECT_THAT(created, ElementsAre(Narrow("\\new\\z"), ""));
     ImportHook<decltype(GetFileAttributesW)> unreadable(
@@ -146,8 +148,8 @@ TEST_F(Directories, CopyGoesOnWithoutItsCurrentDirectoryAndSecuresBothParts) {
 }
 
 TEST_F(Directories, DeletionTakesTheWholeTreeDepthFirst) {
-    Make("\\x\\.config");
-    Make("\\x\\..x\\deep\\f", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
+    Make("\\x\\.config", FILE_ATTRIBUTE_HIDDEN);
+    Make("\\x\\..x\\deep\\f", FILE_ATTRIBUTE_READONLY);
     Make("\\x\\system", FILE_ATTRIBUTE_SYSTEM);
     std::vector<std::wstring> reset;
     ImportHook<decltype(SetFileAttributesW)> attributes("SetFileAttributesW", [&](LPCWSTR psz, DWORD n) {
@@ -155,10 +157,18 @@ TEST_F(Directories, DeletionTakesTheWholeTreeDepthFirst) {
         reset.push_back(fs::path(psz).filename());
         return attributes.Real(psz, n);
     });
+    std::vector<std::wstring> open; // searches, the innermost last: while a directory's is open it cannot be removed
+    ImportHook<decltype(FindFirstFileW)> first(
+        "FindFirstFileW", [&](LPCWSTR psz, auto p) { return open.push_back(psz), first.Real(psz, p); });
+    ImportHook<decltype(FindClose)> close("FindClose", [&](HANDLE h) { return open.pop_back(), close.Real(h); });
+    ImportHook<decltype(RemoveDirectoryW)> remove("RemoveDirectoryW", [&](LPCWSTR psz) {
+        EXPECT_TRUE(open.empty() || open.back() != psz + std::wstring(L"\\*")) << psz;
+        return remove.Real(psz);
+    });
     Capture capture;
     EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), 1);
     EXPECT_FALSE(fs::exists(Path("\\x")));
-    EXPECT_THAT(reset, testing::AllOf(Contains(L"f"), testing::Not(Contains(L"system"))));
+    EXPECT_THAT(reset, testing::AllOf(Contains(L"f"), Contains(L".config"), testing::Not(Contains(L"system"))));
     std::vector<std::string> done;
     for (const std::string& str : capture.Only("#"))
         if (const size_t n = str.find("Successfully deleted "); n != std::string::npos)

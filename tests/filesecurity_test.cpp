@@ -81,7 +81,7 @@ TEST(FileSecurity, AccessListsAreMergedOrReplaced) {
         {false, false, nullptr, ANY, ""},
         {true, false, nullptr, ANY, ""},
         {false, false, L"u", ANY + "(A;;FR;;;AN)", ""},
-        {false, false, L"u", "(A;;GR;;;SY)(A;;GR;;;BA)(A;;GR;;;ED)", F + USER},
+        {false, false, L"u", "(A;;GR;;;SY)(A;;GR;;;BA)(A;;GR;;;ED)(D;;GR;;;AN)", F + USER},
         {false, false, nullptr, OTHER, OTHER + F},
         // Everyone: only restated, never added.
         {false, false, nullptr, WORLD, "(A;;GR;;;WD)" + F},
@@ -97,10 +97,11 @@ TEST(FileSecurity, AccessListsAreMergedOrReplaced) {
         {true, false, nullptr, "NO_ACCESS_CONTROL", R},
         {true, false, nullptr, "none", R},
     };
-    // Entries as a set: where a merge puts them is the system's.
+    // Entries as a set: where a merge puts them, and whether it keeps a denial of what it allows ("D;;GR"), is the system's.
     auto entries = [](const std::string& str) {
         std::multiset<std::string> result;
         for (size_t n = str.find('('); n != str.npos; n = str.find('(', n + 1)) result.insert(str.substr(n, str.find(')', n) + 1 - n));
+        std::erase_if(result, [](const std::string& strEntry) { return strEntry.starts_with("(D;;GR"); });
         return result;
     };
     for (const auto& c : cases) {
@@ -109,6 +110,7 @@ TEST(FileSecurity, AccessListsAreMergedOrReplaced) {
         EXPECT_EQ(Change(c.fDirectory, c.fDiscard, c.pszUser, c.nWorldMode), TRUE);
         EXPECT_EQ(lists.written.empty(), c.strNew.empty()) << &c - cases;
         if (!c.strNew.empty()) EXPECT_EQ(entries(lists.lists["C:\\x"]), entries(c.strNew)) << &c - cases;
+        if (c.fDiscard) EXPECT_EQ(lists.lists["C:\\x"], "D:" + c.strNew);
     }
 }
 
