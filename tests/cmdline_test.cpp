@@ -27,11 +27,7 @@ bool IsValid() { return theApp.m_nParameters == 6 && theApp.m_fParametersValid =
 } // namespace
 
 TEST(CommandLine, IsValidExactlyWithThreePairs) {
-    const struct {
-        std::vector<std::wstring> words;
-        bool fValid;
-        const wchar_t* pszExpected; // name|data|log
-    } cases[] = {
+    const std::tuple<std::vector<std::wstring>, bool, const wchar_t*> cases[] = {// words; name|data|log
         {{L"/m", L"QM1", L"/dd", L"D:\\data\\", L"/ld", L"D:\\log"}, true, L"QM1|D:\\data|D:\\log"},
         {{L"-M", L"QM1", L"-DD", L"D:/x//", L"-LD", L"E:\\y"}, true, L"QM1|D:\\x|E:\\y"},
         {{L"/LD", L"E:\\y", L"/Dd", L"D:\\x", L"/m", L"QM1"}, true, L"QM1|D:\\x|E:\\y"},
@@ -40,21 +36,16 @@ TEST(CommandLine, IsValidExactlyWithThreePairs) {
         {{L"/m", L"Q*", L"/dd", L"a/b\\", L"/ld", L"\\\\srv\\s\\"}, true, L"Q*|a\\b|\\\\srv\\s"},
         {{L"/m", L"QM1", L"/dd", L"D:\\x", L"/ld"}, false, L"QM1|D:\\x|"},
         {{L"/m", L"QM1", L"/dd", L"D:\\x", L"/ld", L"E:\\y", L"/m"}, false, L"QM1|D:\\x|E:\\y"},
-        {{L"/m", L"QM1", L"/dd", L"D:\\x", L"/x", L"E:\\y"}, false, L"QM1|D:\\x|"},
-        {{L"QM1", L"/m", L"/dd", L"D:\\x", L"/ld", L"E:\\y"}, false, L"||"},
-        {{L"/m", L"/dd", L"/dd", L"D:\\x", L"/ld", L"E:\\y"}, false, L"||"},
-        {{L"/m", L"-QM1", L"/dd", L"D:\\x", L"/ld", L"E:\\y"}, false, L"||"},
-        {{L"/", L"QM1", L"/dd", L"D:\\x", L"/ld", L"E:\\y"}, false, L"||"},
-        {{L"//m", L"QM1", L"/dd", L"D:\\x", L"/ld", L"E:\\y"}, false, L"||"},
-        {{}, false, L"||"},
+        {{L"/m", L"QM1", L"/dd", L"D:\\x", L"/x", L"E:\\y"}, false, L"QM1|D:\\x|"}, {{}, false, L"||"}};
+    const auto check = [](const std::vector<std::wstring>& words, bool fValid, const wchar_t* pszExpected) {
+        Parse(words);
+        EXPECT_EQ(IsValid(), fValid) << words.size();
+        EXPECT_EQ(theApp.m_nParameters, words.size());
+        EXPECT_STREQ(theApp.m_strQueueManager + L"|" + theApp.m_strDataDest + L"|" + theApp.m_strLogDest, pszExpected);
     };
-    for (const auto& c : cases) {
-        Parse(c.words);
-        EXPECT_EQ(IsValid(), c.fValid) << &c - cases;
-        EXPECT_EQ(theApp.m_nParameters, c.words.size()) << &c - cases;
-        const CString strValues = theApp.m_strQueueManager + L"|" + theApp.m_strDataDest + L"|" + theApp.m_strLogDest;
-        EXPECT_STREQ(strValues, c.pszExpected) << &c - cases;
-    }
+    for (const auto& [words, fValid, pszExpected] : cases) check(words, fValid, pszExpected);
+    const wchar_t* const starts[][2] = {{L"QM1", L"/m"}, {L"/m", L"/dd"}, {L"/m", L"-QM1"}, {L"/", L"QM1"}, {L"//m", L"QM1"}};
+    for (const auto& [pszFirst, pszSecond] : starts) check({pszFirst, pszSecond, L"/dd", L"D:\\x", L"/ld", L"E:\\y"}, false, L"||");
 }
 
 TEST(CommandLine, EveryWordIsTraced) {

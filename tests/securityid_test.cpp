@@ -49,48 +49,40 @@ TEST(SecurityID, FixedSidsAreMadeOnceAdoptedAndGivenBack) {
 }
 
 TEST(SecurityID, AccountLookupTriesTwiceAndRecordsEachFailure) {
-    // Results of the first and second look-up, whether the second allocation fails; what is recorded for
-    // "znm" and for a user, and whether there is a SID afterwards.
-    const struct {
-        DWORD nFirst, nSecond;
-        bool fNoMemory;
-        std::vector<std::string> znm, user;
-        bool fSid;
-    } cases[] = {
-        {0, 0, false, {}, {}, true},
-        {122, 0, false, {}, {}, true},
-        {1332, 0, false, {"! 46/5 Error 1332 looking up ZNM account (1)"}, {"! 51/16 Error 1332 looking up User account (1)"}, false},
-        {122, 1332, false, {"! 46/4 Error 1332 looking up ZNM account name (2)"}, {"! 51/15 Error 1332 looking up User account name (2)"},
-            false},
-        {122, 122, true, {"! 46/3 Error allocating ZNM SID buffer (2)", "! 46/4 Error 122 looking up ZNM account name (2)"},
-            {"! 51/14 Error allocating User SID buffer (2)", "! 51/15 Error 122 looking up User account name (2)"}, false},
-    };
-    for (const auto& c : cases)
+    // Results of both look-ups, whether the second allocation fails; what is recorded, by the
+    // probe of "znm" (a user's is 11 more).
+    const std::tuple<DWORD, DWORD, bool, std::vector<std::string>> cases[] = {{0, 0, false, {}}, {122, 0, false, {}},
+        {1332, 0, false, {"5 Error 1332 looking up ACCOUNT account (1)"}},
+        {122, 1332, false, {"4 Error 1332 looking up ACCOUNT account name (2)"}},
+        {122, 122, true, {"3 Error allocating ACCOUNT SID buffer (2)", "4 Error 122 looking up ACCOUNT account name (2)"}}};
+    for (const auto& [nFirst, nSecond, fNoMemory, recorded] : cases)
         for (const bool fUser : {false, true}) {
             Capture capture;
             int nCalls = 0;
             Lookup lookup("LookupAccountNameW",
                 [&](LPCWSTR pszSystem, LPCWSTR pszName, PSID pSid, DWORD* pnSid, LPWSTR, DWORD* pnDomain, SID_NAME_USE* peUse) {
-                    EXPECT_EQ(pszSystem, nullptr);
-                    EXPECT_STREQ(pszName, fUser ? L"someone" : L"znm");
-                    EXPECT_EQ(static_cast<int>(*peUse), 8);
-                    EXPECT_EQ(*pnDomain, 1024u);
                     const bool fFirst = ++nCalls == 1;
-                    EXPECT_EQ(*pnSid, fFirst ? 64u : c.fNoMemory ? 0u : 1u << 20);
-                    EXPECT_EQ(pSid == nullptr, !fFirst && c.fNoMemory);
-                    if (const DWORD nError = fFirst ? c.nFirst : c.nSecond; nError != 0) {
-                        *pnSid = c.fNoMemory ? 0xFFFFFFF0 : 1u << 20;
-                        *pnDomain = 5000; // more than there is: must not come back
-                        return Fail(nError);
-                    }
-                    return CreateWellKnownSid(WinLocalSid, nullptr, pSid, pnSid);
+                    EXPECT_STREQ(pszName, fUser ? L"someone" : L"znm");
+                    EXPECT_TRUE(pszSystem == nullptr && *peUse == 8 && *pnDomain == 1024);
+                    EXPECT_EQ(*pnSid, fFirst ? 64u : fNoMemory ? 0u : 1u << 20);
+                    EXPECT_EQ(pSid == nullptr, !fFirst && fNoMemory);
+                    const DWORD nError = fFirst ? nFirst : nSecond;
+                    if (nError == 0) return CreateWellKnownSid(WinLocalSid, nullptr, pSid, pnSid);
+                    *pnSid = fNoMemory ? 0xFFFFFFF0 : 1u << 20;
+                    *pnDomain = 5000; // more than there is: must not come back
+                    return Fail(nError);
                 });
             ImportHook<decltype(malloc)> memory(
-                "malloc", [&](size_t n) { return c.fNoMemory && n == 0xFFFFFFF0 ? nullptr : memory.Real(n); });
+                "malloc", [&](size_t n) { return fNoMemory && n == 0xFFFFFFF0 ? nullptr : memory.Real(n); });
             SecurityID id;
             fUser ? id.CreateUserSid(nullptr, L"someone") : id.CreateZnmSid(nullptr);
-            EXPECT_EQ(capture.Only("!"), fUser ? c.user : c.znm);
-            EXPECT_EQ((fUser ? id.m_pUserSid : id.m_pZnmSid) != nullptr, c.fSid) << c.nFirst << " " << c.nSecond;
+            std::vector<std::string> expected;
+            for (std::string str : recorded) {
+                str.replace(str.find("ACCOUNT"), 7, fUser ? "User" : "ZNM");
+                expected.push_back((fUser ? "! 51/" + std::to_string(str[0] - '0' + 11) : "! 46/" + str.substr(0, 1)) + str.substr(1));
+            }
+            EXPECT_EQ(capture.Only("!"), expected);
+            EXPECT_EQ((fUser ? id.m_pUserSid : id.m_pZnmSid) != nullptr, recorded.empty()) << nFirst << " " << nSecond;
         }
 }
 
