@@ -36,7 +36,11 @@ inline RunResult RunProgram(const fs::path& program, const std::wstring& strWord
     PROCESS_INFORMATION process = {};
     std::wstring strCommand = program.stem().wstring() + L" " + strWords;
     RunResult result{0xDEAD, "", ""};
-    if (CreateProcessW(program.c_str(), strCommand.data(), nullptr, nullptr, TRUE, 0, nullptr, scratch.c_str(), &startup, &process)) {
+    const auto start = [&] {
+        return CreateProcessW(program.c_str(), strCommand.data(), nullptr, nullptr, TRUE, 0, nullptr, scratch.c_str(), &startup, &process);
+    };
+    // Once in some thousand times Wine gives up a process before anything of it has run.
+    if (start() || (GetLastError() == ERROR_INTERNAL_ERROR && start())) {
         WaitForSingleObject(process.hProcess, INFINITE);
         GetExitCodeProcess(process.hProcess, &result.nStatus);
         CloseHandle(process.hProcess);

@@ -129,8 +129,11 @@ int CZNMSCSApp::MigrateQueueManager()
         return Refuse(trace, "Cannot have one destination directory for data and log", IDS_SAME_DESTINATION);
 
     // --- A failure leaves the destination directories that were created.
-    if (!CanBeDestination(strDestDataDir) || !CanBeDestination(strDestLogDir) ||
-        CheckAndCreateZNDirectory(strDestDataDir) != 1 || CheckAndCreateZNDirectory(strDestLogDir) != 1)
+    const bool fPossible = CanBeDestination(strDestDataDir) && CanBeDestination(strDestLogDir);
+    if (!fPossible)
+        trace.Text("A destination directory is not absolute, too long or not in the code page");
+    if (!fPossible || CheckAndCreateZNDirectory(strDestDataDir) != 1 ||
+        CheckAndCreateZNDirectory(strDestLogDir) != 1)
         return Refuse(trace, "Cannot create/access destination directories", IDS_CREATE_FAILED);
 
     // --- A failure leaves whole or partial copies; sources and configuration are untouched.
@@ -155,9 +158,11 @@ int CZNMSCSApp::MigrateQueueManager()
 
     // --- A failure leaves the configuration moved and the old trees wholly or partly deleted. Where a new
     // tree turns out to lie in an old one, under another spelling say, nothing is deleted at all.
-    if (IsInsideTree(strDestDataDir, {strSrcDataDir, strSrcLogDir}) ||
-        IsInsideTree(strDestLogDir, {strSrcDataDir, strSrcLogDir}) || DeleteZNFiles(strSrcDataDir) != 1 ||
-        DeleteZNFiles(strSrcLogDir) != 1)
+    const bool fInside = IsInsideTree(strDestDataDir, {strSrcDataDir, strSrcLogDir}) ||
+                         IsInsideTree(strDestLogDir, {strSrcDataDir, strSrcLogDir});
+    if (fInside)
+        trace.Text("A new directory lies in an old one: nothing is deleted");
+    if (fInside || DeleteZNFiles(strSrcDataDir) != 1 || DeleteZNFiles(strSrcLogDir) != 1)
         return Refuse(trace, "Failed to delete old data/log directories", IDS_DELETE_FAILED);
     return trace.Return(1);
 }
