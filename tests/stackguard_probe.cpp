@@ -5,7 +5,7 @@
 
 extern "C" uintptr_t __stack_chk_guard;
 
-[[gnu::noinline]] static int Fill(int nLength) {
+[[gnu::noinline, gnu::no_sanitize("undefined")]] static int Fill(int nLength) {
     char achBuffer[16];
     volatile char* const p = achBuffer;
     for (int i = 0; i < nLength; ++i) p[i] = 'x';
