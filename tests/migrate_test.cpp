@@ -64,16 +64,3 @@ TEST(Migrate, LogPathIsTakenUpToTheBuffersWholeLength) {
         EXPECT_EQ(stage.capture.Has("# 168 strSrcLogDir:  " + strExpected), !strExpected.empty());
     }
 }
-
-TEST(Migrate, QueueManagerThatVanishesMeanwhileIsNotMoved) {
-    // Refreshes: constructor, check, multi-instance, running (two), directory name, data directory; at last one with an
-    // empty data directory, which would be the root of the current drive.
-    for (int nLeft = 0; nLeft <= 7; ++nLeft) {
-        Stage stage;
-        stage.nDetailsLeft = nLeft;
-        if (nLeft == 7) stage.strDataDirectory.clear();
-        EXPECT_EQ(stage.Move(), 0) << nLeft;
-        EXPECT_THAT(stage.calls, testing::Not(testing::Contains(testing::StartsWith("copy"))));
-        EXPECT_EQ(stage.capture.Count("# 168 Cannot contact Queue Manager 'QM1'"), 1) << nLeft;
-    }
-}

@@ -187,6 +187,8 @@ TEST(Runs, EveryFailingStepLeavesWhatTheGuideSays) {
         std::string strState;
     } cases[] = {
         {"xcsGetQMDetails:1:a:1:0", 32, UNCHANGED},
+        {"xcsGetQMDetails:6:o:1:0", 32, UNCHANGED}, // deleted while its directory name, then its data directory, is asked for
+        {"xcsGetQMDetails:7:o:1:0", 32, UNCHANGED},
         {"xcsGetInstallationDetails:1:a:10006164:0", 32, UNCHANGED},
         {"xcsIsSubpoolActive:1:a:0:0;xcsExecProgramHandle:1:o:1:0", 33, UNCHANGED},
         {"xcsIsSubpoolActive:1:a:0:0", 33, UNCHANGED}, // there is no end command to run

@@ -74,15 +74,3 @@ TEST(Trace, LinesAreHandedOverOnlyWhenWanted) {
         EXPECT_EQ(capture.area.nCurrentFunction, fParms ? (177u << 16) + 42 : 0u);
     }
 }
-
-TEST(Trace, OffCostsOneSlotReadEachWay) {
-    Capture capture;
-    capture.area.fTraceActive = 0;
-    xihProcess = {};
-    int nReads = 0;
-    ImportHook<decltype(TlsGetValue)> hook("TlsGetValue", [&](DWORD) -> void* { return ++nReads, &capture.area; });
-    CZNMTrace trace(FN_SET_DATA_DEST);
-    trace.Parms("never formatted %s", "");
-    trace.Leave(0);
-    EXPECT_EQ(nReads, 2);
-}
