@@ -4,9 +4,11 @@
 #include <aclapi.h>
 #include <shellapi.h>
 
-extern "C" int wmain(int argc, wchar_t*[]) {
+extern "C" int wmain(int argc, wchar_t*[])
+{
 #ifdef BENCH_IMPORTS
-    if (argc > 1000) {
+    if (argc > 1000)
+    {
         CharLowerW(nullptr);
         SHFileOperationW(nullptr);
         return static_cast<int>(SetEntriesInAclW(0, nullptr, nullptr, nullptr));

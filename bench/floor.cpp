@@ -17,29 +17,40 @@
 #include <cstring>
 #include <cwchar>
 
-namespace {
+namespace
+{
 wchar_t s_szPath[2048]; // the one path that both walks work in
 EXPLICIT_ACCESS_W s_entries[3];
 bool s_fListings = false;
 
-void Need(bool fHeld, const char* pszCall) {
-    if (fHeld) return;
+void Need(bool fHeld, const char* pszCall)
+{
+    if (fHeld)
+        return;
     std::fprintf(stderr, "%s: error %lu\n", pszCall, GetLastError());
     std::exit(1);
 }
 
-bool IsDirectory(const WIN32_FIND_DATAW& entry) { return (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
+bool IsDirectory(const WIN32_FIND_DATAW& entry)
+{
+    return (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
 
 // visit(entry, end of its path) for each entry of the directory that ends at pEnd, but for "." and "..".
-template <class Visit> void ForEach(wchar_t* pEnd, Visit visit) {
+template <class Visit>
+void ForEach(wchar_t* pEnd, Visit visit)
+{
     WIN32_FIND_DATAW entry;
     std::wcscpy(pEnd, L"\\*");
     HANDLE const hFind = FindFirstFileW(s_szPath, &entry);
     Need(hFind != INVALID_HANDLE_VALUE, "FindFirstFileW");
-    do {
-        const bool fDots = entry.cFileName[0] == L'.' &&
+    do
+    {
+        const bool fDots =
+            entry.cFileName[0] == L'.' &&
             (entry.cFileName[1] == 0 || (entry.cFileName[1] == L'.' && entry.cFileName[2] == 0));
-        if (fDots) continue;
+        if (fDots)
+            continue;
         const size_t nName = std::wcslen(entry.cFileName);
         std::wmemcpy(pEnd + 1, entry.cFileName, nName + 1);
         visit(entry, pEnd + 1 + nName);
@@ -49,7 +60,8 @@ template <class Visit> void ForEach(wchar_t* pEnd, Visit visit) {
 }
 
 // --- Copy
-void Copy(const wchar_t* pszOld, const wchar_t* pszNew) {
+void Copy(const wchar_t* pszOld, const wchar_t* pszNew)
+{
     wchar_t szFrom[MAX_PATH] = {}, szTo[MAX_PATH] = {};
     std::swprintf(szFrom, MAX_PATH - 1, L"%ls\\*", pszOld);
     std::wcsncpy(szTo, pszNew, MAX_PATH - 2);
@@ -61,9 +73,11 @@ void Copy(const wchar_t* pszOld, const wchar_t* pszNew) {
     Need(SHFileOperationW(&request) == 0, "SHFileOperationW");
 }
 
-void CreatePath(const wchar_t* pszPath) {
+void CreatePath(const wchar_t* pszPath)
+{
     wchar_t szPart[MAX_PATH];
-    for (const wchar_t* p = std::wcschr(pszPath, L'\\'); p != nullptr;) {
+    for (const wchar_t* p = std::wcschr(pszPath, L'\\'); p != nullptr;)
+    {
         p = std::wcschr(p + 1, L'\\');
         const size_t nLength = p != nullptr ? static_cast<size_t>(p - pszPath) : std::wcslen(pszPath);
         std::wmemcpy(szPart, pszPath, nLength);
@@ -73,37 +87,46 @@ void CreatePath(const wchar_t* pszPath) {
 }
 
 // --- Access lists
-void SetAccess(DWORD nInheritance) {
-    for (EXPLICIT_ACCESS_W& entry : s_entries) entry.grfInheritance = nInheritance;
+void SetAccess(DWORD nInheritance)
+{
+    for (EXPLICIT_ACCESS_W& entry : s_entries)
+        entry.grfInheritance = nInheritance;
     PACL pList = nullptr;
     Need(SetEntriesInAclW(3, s_entries, nullptr, &pList) == ERROR_SUCCESS, "SetEntriesInAclW");
-    Need(SetNamedSecurityInfoW(s_szPath, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, pList, nullptr) == ERROR_SUCCESS,
-        "SetNamedSecurityInfoW");
+    Need(SetNamedSecurityInfoW(s_szPath, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, pList,
+                               nullptr) == ERROR_SUCCESS,
+         "SetNamedSecurityInfoW");
     LocalFree(pList);
 }
 
-void SetAccessBelow(wchar_t* pEnd) {
+void SetAccessBelow(wchar_t* pEnd)
+{
     ForEach(pEnd, [](const WIN32_FIND_DATAW& entry, wchar_t* pEntryEnd) {
         if (IsDirectory(entry))
             SetAccessBelow(pEntryEnd);
         else
             SetAccess(NO_INHERITANCE);
     });
-    for (int i = 0; s_fListings && i < 2; ++i) ForEach(pEnd, [](const WIN32_FIND_DATAW&, wchar_t*) {});
+    for (int i = 0; s_fListings && i < 2; ++i)
+        ForEach(pEnd, [](const WIN32_FIND_DATAW&, wchar_t*) {});
     SetAccess(SUB_CONTAINERS_AND_OBJECTS_INHERIT);
 }
 
-void PrepareAccess() {
+void PrepareAccess()
+{
     static SID_IDENTIFIER_AUTHORITY s_authority = SECURITY_NT_AUTHORITY;
     static unsigned char s_abZnm[SECURITY_MAX_SID_SIZE];
     PSID sids[3] = {nullptr, nullptr, s_abZnm};
-    AllocateAndInitializeSid(&s_authority, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0, 0, 0, 0, &sids[0]);
+    AllocateAndInitializeSid(&s_authority, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0,
+                             0, 0, 0, &sids[0]);
     AllocateAndInitializeSid(&s_authority, 1, SECURITY_LOCAL_SYSTEM_RID, 0, 0, 0, 0, 0, 0, 0, &sids[1]);
     wchar_t szDomain[256];
     DWORD nSid = sizeof s_abZnm, nDomain = 256;
     SID_NAME_USE eUse;
-    Need(LookupAccountNameW(nullptr, L"znm", s_abZnm, &nSid, szDomain, &nDomain, &eUse), "LookupAccountNameW");
-    for (int i = 0; i < 3; ++i) {
+    Need(LookupAccountNameW(nullptr, L"znm", s_abZnm, &nSid, szDomain, &nDomain, &eUse),
+         "LookupAccountNameW");
+    for (int i = 0; i < 3; ++i)
+    {
         s_entries[i].grfAccessPermissions = GENERIC_ALL;
         s_entries[i].grfAccessMode = SET_ACCESS;
         s_entries[i].Trustee.TrusteeForm = TRUSTEE_IS_SID;
@@ -112,7 +135,8 @@ void PrepareAccess() {
 }
 
 // --- Deletion
-void DeleteBelow(wchar_t* pEnd) {
+void DeleteBelow(wchar_t* pEnd)
+{
     ForEach(pEnd, [](const WIN32_FIND_DATAW& entry, wchar_t* pEntryEnd) {
         if ((entry.dwFileAttributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN)) != 0)
             SetFileAttributesW(s_szPath, FILE_ATTRIBUTE_NORMAL);
@@ -124,10 +148,14 @@ void DeleteBelow(wchar_t* pEnd) {
     Need(RemoveDirectoryW(s_szPath), "RemoveDirectoryW");
 }
 
-wchar_t* Start(const wchar_t* pszPath) { return std::wcscpy(s_szPath, pszPath) + std::wcslen(pszPath); }
+wchar_t* Start(const wchar_t* pszPath)
+{
+    return std::wcscpy(s_szPath, pszPath) + std::wcslen(pszPath);
+}
 
 // --- Configuration: a new file beside the old one, flushed, and put into its place.
-void Rewrite(const wchar_t* pszFile, const wchar_t* pszOld, const wchar_t* pszNew) {
+void Rewrite(const wchar_t* pszFile, const wchar_t* pszOld, const wchar_t* pszNew)
+{
     static char s_achText[65536];
     char szOld[MAX_PATH], szNew[MAX_PATH];
     std::snprintf(szOld, MAX_PATH, "%ls", pszOld);
@@ -152,7 +180,8 @@ void Rewrite(const wchar_t* pszFile, const wchar_t* pszOld, const wchar_t* pszNe
     Need(MoveFileExW(szBeside, pszFile, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH), "MoveFileExW");
 }
 
-double Now() {
+double Now()
+{
     LARGE_INTEGER nCount, nFrequency;
     QueryPerformanceCounter(&nCount);
     QueryPerformanceFrequency(&nFrequency);
@@ -160,25 +189,31 @@ double Now() {
 }
 } // namespace
 
-extern "C" int wmain(int argc, wchar_t* argv[]) {
+extern "C" int wmain(int argc, wchar_t* argv[])
+{
     Need(argc >= 8, "seven words");
     const wchar_t* const* const pszOld = argv + 1;
     const wchar_t* const* const pszNew = argv + 3;
     s_fListings = argc > 8 && argv[8][0] != 0;
     double anMoments[5] = {Now()};
-    for (int i = 0; i < 2; ++i) CreatePath(pszNew[i]);
-    for (int i = 0; i < 2; ++i) Copy(pszOld[i], pszNew[i]);
+    for (int i = 0; i < 2; ++i)
+        CreatePath(pszNew[i]);
+    for (int i = 0; i < 2; ++i)
+        Copy(pszOld[i], pszNew[i]);
     anMoments[1] = Now();
     PrepareAccess();
-    for (int i = 0; i < 2; ++i) SetAccessBelow(Start(pszNew[i]));
+    for (int i = 0; i < 2; ++i)
+        SetAccessBelow(Start(pszNew[i]));
     anMoments[2] = Now();
     Rewrite(argv[5], argv[6], argv[7]);
     wchar_t szQmIni[MAX_PATH];
     std::swprintf(szQmIni, MAX_PATH, L"%ls\\qm.ini", pszNew[0]);
     Rewrite(szQmIni, pszOld[1], pszNew[1]);
     anMoments[3] = Now();
-    for (int i = 0; i < 2; ++i) DeleteBelow(Start(pszOld[i]));
+    for (int i = 0; i < 2; ++i)
+        DeleteBelow(Start(pszOld[i]));
     anMoments[4] = Now();
-    for (int i = 0; i < 4; ++i) std::printf("%.3f ", anMoments[i + 1] - anMoments[i]);
+    for (int i = 0; i < 4; ++i)
+        std::printf("%.3f ", anMoments[i + 1] - anMoments[i]);
     return 0;
 }

@@ -12,87 +12,110 @@
 #include "../tests/hook.h"
 #include "tovxcs2.h"
 
-namespace {
+namespace
+{
 constexpr int CALLS = 100'000; // a turn
 constexpr int TURNS = 151;
 
 constexpr ZNM_FUNCTION FUNCTION = FN_SET_DATA_DEST;
 constexpr uint32_t IDENTIFIER = (42u << XTR_COMPONENT_SHIFT) | FUNCTION;
 
-XTR_THREAD_AREA* Area() { return static_cast<XTR_THREAD_AREA*>(TlsGetValue(xihTLSIndex)); }
+XTR_THREAD_AREA* Area()
+{
+    return static_cast<XTR_THREAD_AREA*>(TlsGetValue(xihTLSIndex));
+}
 
 // The bookkeeping as it would be written into a function by hand.
-inline void Enter(XTR_THREAD_AREA* pArea) {
-    if (pArea == nullptr) return;
+inline void Enter(XTR_THREAD_AREA* pArea)
+{
+    if (pArea == nullptr)
+        return;
     const uint32_t nEntry = IDENTIFIER | XTR_ENTRY_MARK;
     pArea->aCallStack[pArea->nDepth++] = nEntry;
     pArea->aHistory[pArea->nHistory++ & (XTR_HISTORY_SIZE - 1)] = nEntry;
-    if (pArea->fTraceActive) xtr_FNC_entry(pArea, ZNM_COMPONENT, FUNCTION);
+    if (pArea->fTraceActive)
+        xtr_FNC_entry(pArea, ZNM_COMPONENT, FUNCTION);
 }
 
-inline void Leave(XTR_THREAD_AREA* pArea, int nCode) {
-    if (pArea == nullptr) return;
+inline void Leave(XTR_THREAD_AREA* pArea, int nCode)
+{
+    if (pArea == nullptr)
+        return;
     --pArea->nDepth;
-    pArea->aHistory[pArea->nHistory++ & (XTR_HISTORY_SIZE - 1)] = (static_cast<uint32_t>(nCode) << 16) + IDENTIFIER;
-    if (pArea->fTraceActive) xtr_FNC_retcode(pArea, ZNM_COMPONENT, FUNCTION, nCode);
+    pArea->aHistory[pArea->nHistory++ & (XTR_HISTORY_SIZE - 1)] =
+        (static_cast<uint32_t>(nCode) << 16) + IDENTIFIER;
+    if (pArea->fTraceActive)
+        xtr_FNC_retcode(pArea, ZNM_COMPONENT, FUNCTION, nCode);
 }
 
 using Function = int (*)(int);
 
-[[gnu::noinline]] int OneRead(int n) {
+[[gnu::noinline]] int OneRead(int n)
+{
     XTR_THREAD_AREA* const pArea = Area();
     Enter(pArea);
     Leave(pArea, n);
     return n;
 }
 
-[[gnu::noinline]] int TwoReads(int n) {
+[[gnu::noinline]] int TwoReads(int n)
+{
     Enter(Area());
     asm volatile("" : "+r"(n));
     Leave(Area(), n);
     return n;
 }
 
-[[gnu::noinline]] int TwoReadsAndParms(int n) {
+[[gnu::noinline]] int TwoReadsAndParms(int n)
+{
     Enter(Area());
     if (xihProcess.fTraceEnabled && (xihProcess.nConsumers > 0 || xihProcess.fTraceEverything))
         if (XTR_THREAD_AREA* const pArea = Area();
-            pArea && ((pArea->fDetailed && (pArea->nOptions & XTR_OPTIONS_PARMS)) || xihProcess.fTraceEverything))
+            pArea &&
+            ((pArea->fDetailed && (pArea->nOptions & XTR_OPTIONS_PARMS)) || xihProcess.fTraceEverything))
             xtr_parms("%d", n);
     Leave(Area(), n);
     return n;
 }
 
-[[gnu::noinline]] int Traced(int n) {
+[[gnu::noinline]] int Traced(int n)
+{
     CZNMTrace trace(FUNCTION);
     asm volatile("" : "+r"(n));
     return trace.Return(n);
 }
 
-[[gnu::noinline]] int TracedWithParms(int n) {
+[[gnu::noinline]] int TracedWithParms(int n)
+{
     CZNMTrace trace(FUNCTION);
     trace.Parms("%d", n);
     return trace.Return(n);
 }
 
 // Nanoseconds a call.
-double Turn(Function function) {
+double Turn(Function function)
+{
     LARGE_INTEGER nStart, nEnd, nFrequency;
     QueryPerformanceFrequency(&nFrequency);
     QueryPerformanceCounter(&nStart);
-    for (int i = 0; i < CALLS; ++i) function(i);
+    for (int i = 0; i < CALLS; ++i)
+        function(i);
     QueryPerformanceCounter(&nEnd);
-    return static_cast<double>(nEnd.QuadPart - nStart.QuadPart) * 1e9 / static_cast<double>(nFrequency.QuadPart) / CALLS;
+    return static_cast<double>(nEnd.QuadPart - nStart.QuadPart) * 1e9 /
+           static_cast<double>(nFrequency.QuadPart) / CALLS;
 }
 
-double Median(std::vector<double>& values) {
+double Median(std::vector<double>& values)
+{
     std::nth_element(values.begin(), values.begin() + TURNS / 2, values.end());
     return values[TURNS / 2];
 }
 
-void Compare(const char* pszName, Function byHand, Function traced) {
+void Compare(const char* pszName, Function byHand, Function traced)
+{
     std::vector<double> anByHand, anTraced, anRatio;
-    for (int i = 0; i < TURNS; ++i) {
+    for (int i = 0; i < TURNS; ++i)
+    {
         anByHand.push_back(Turn(byHand));
         anTraced.push_back(Turn(traced));
         anRatio.push_back(anTraced.back() / anByHand.back());
@@ -100,7 +123,8 @@ void Compare(const char* pszName, Function byHand, Function traced) {
     std::printf("%s\t%.2f\t%.2f\t%.2f\n", pszName, Median(anByHand), Median(anTraced), Median(anRatio));
 }
 
-void CountReads(const char* pszName, Function function) {
+void CountReads(const char* pszName, Function function)
+{
     int nReads = 0;
     const ImportHook<decltype(TlsGetValue)> hook("TlsGetValue", [&](DWORD nSlot) {
         nReads += nSlot == xihTLSIndex;
@@ -110,7 +134,8 @@ void CountReads(const char* pszName, Function function) {
     std::printf("%s\t%d\n", pszName, nReads);
 }
 
-void CompareAll(const char* pszState) {
+void CompareAll(const char* pszState)
+{
     std::printf("# %s\n", pszState);
     Compare("entry and exit, one slot read by hand", OneRead, Traced);
     Compare("entry and exit, two slot reads by hand", TwoReads, Traced);
@@ -118,10 +143,12 @@ void CompareAll(const char* pszState) {
 }
 } // namespace
 
-int main() {
+int main()
+{
     CompareAll("no trace area");
     XCS_CONNECTION connection = {};
-    if (xcsInitializeEx(0, 0, nullptr, nullptr, nullptr, nullptr, nullptr, &connection) != 0) return 1;
+    if (xcsInitializeEx(0, 0, nullptr, nullptr, nullptr, nullptr, nullptr, &connection) != 0)
+        return 1;
     CompareAll("trace area, tracing off");
     xtrEstablishTraceStatus();
     CompareAll("trace established, nothing active");

@@ -18,18 +18,25 @@
 #include "hook.h"
 #include "tovxcs2.h"
 
-class Capture {
+class Capture
+{
   public:
     Capture()
         : m_entry("xtr_FNC_entry", [this](auto*, int, int f) { Add("> " + std::to_string(f)); }),
-          m_retcode("xtr_FNC_retcode", [this](auto*, int, int f, int rc) { Add("< " + std::to_string(f) + " " + std::to_string(rc)); }),
-          m_text("xtr_FNC_text", [this](int, int f, auto*, int, const char* psz) { Add("- " + std::to_string(f) + " " + psz); }),
+          m_retcode("xtr_FNC_retcode",
+                    [this](auto*, int, int f, int rc) {
+                        Add("< " + std::to_string(f) + " " + std::to_string(rc));
+                    }),
+          m_text("xtr_FNC_text", [this](int, int f, auto*, int,
+                                        const char* psz) { Add("- " + std::to_string(f) + " " + psz); }),
           m_record("xcsVORTFn",
-              [this](int, int f, int probe, int, const XCS_INSERTS* p, void*, void*, void*) {
-                  const char* pszText = p->apszText[0];
-                  Add("! " + std::to_string(f) + "/" + std::to_string(probe) + " " + (pszText != nullptr ? pszText : "(null)"));
-              }),
-          m_ppParms(FindImportSlot("xtr_parms")), m_pRealParms(*m_ppParms) {
+                   [this](int, int f, int probe, int, const XCS_INSERTS* p, void*, void*, void*) {
+                       const char* pszText = p->apszText[0];
+                       Add("! " + std::to_string(f) + "/" + std::to_string(probe) + " " +
+                           (pszText != nullptr ? pszText : "(null)"));
+                   }),
+          m_ppParms(FindImportSlot("xtr_parms")), m_pRealParms(*m_ppParms)
+    {
         s_pThis = this;
         WriteImportSlot(m_ppParms, reinterpret_cast<void*>(&Parms));
         xihProcess = {1, 1, 0};
@@ -38,21 +45,26 @@ class Capture {
         area.nOptions = XTR_OPTIONS_PARMS | XTR_OPTIONS_TEXT;
         TlsSetValue(xihTLSIndex, &area);
     }
-    ~Capture() {
+    ~Capture()
+    {
         TlsSetValue(xihTLSIndex, nullptr);
         xihProcess = {};
         WriteImportSlot(m_ppParms, m_pRealParms);
     }
 
     // The lines of one kind, or of all kinds but entries and exits.
-    std::vector<std::string> Only(const std::string& strKinds = "#-!") const {
+    std::vector<std::string> Only(const std::string& strKinds = "#-!") const
+    {
         std::vector<std::string> result;
         std::copy_if(lines.begin(), lines.end(), std::back_inserter(result),
-            [&](const std::string& str) { return strKinds.find(str[0]) != std::string::npos; });
+                     [&](const std::string& str) { return strKinds.find(str[0]) != std::string::npos; });
         return result;
     }
     bool Has(const std::string& strLine) const { return Count(strLine) > 0; }
-    ptrdiff_t Count(const std::string& strLine) const { return std::count(lines.begin(), lines.end(), strLine); }
+    ptrdiff_t Count(const std::string& strLine) const
+    {
+        return std::count(lines.begin(), lines.end(), strLine);
+    }
 
     std::vector<std::string> lines;
     std::vector<std::string> formats; // of xtr_parms, as they came
@@ -61,7 +73,8 @@ class Capture {
   private:
     void Add(const std::string& strLine) { lines.push_back(strLine); }
 
-    static void Parms(const char* pszFormat, ...) {
+    static void Parms(const char* pszFormat, ...)
+    {
         static char szText[1 << 18];
         va_list args;
         va_start(args, pszFormat);
@@ -77,7 +90,8 @@ class Capture {
     ImportHook<decltype(xtr_FNC_text), struct TextTag> m_text;
     ImportHook<decltype(xcsVORTFn), struct RecordTag> m_record;
     // The library keeps more about a thread than the area, which here is the test's.
-    ImportHook<decltype(xcsSaveFileContextSccsId), struct ContextTag> m_context{"xcsSaveFileContextSccsId", [](auto...) {}};
+    ImportHook<decltype(xcsSaveFileContextSccsId), struct ContextTag> m_context{"xcsSaveFileContextSccsId",
+                                                                                [](auto...) {}};
     void** m_ppParms;
     void* m_pRealParms;
 };

@@ -6,16 +6,19 @@
 
 using testing::ElementsAre;
 
-namespace {
+namespace
+{
 // Parses words as the framework would, into a fresh state of the application object.
-void Parse(std::vector<std::wstring> words) {
+void Parse(std::vector<std::wstring> words)
+{
     theApp.m_nParameters = 0;
     theApp.m_nExpected = EXPECT_FLAG;
     theApp.m_fParametersValid = TRUE;
     theApp.m_strQueueManager = theApp.m_strDataDest = theApp.m_strLogDest = CString();
     words.insert(words.begin(), L"tarvel");
     std::vector<wchar_t*> pointers;
-    for (std::wstring& str : words) pointers.push_back(str.data());
+    for (std::wstring& str : words)
+        pointers.push_back(str.data());
     pointers.push_back(nullptr);
     __argc = static_cast<int>(words.size());
     __wargv = pointers.data();
@@ -23,11 +26,16 @@ void Parse(std::vector<std::wstring> words) {
     theApp.ParseCommandLine(info);
 }
 
-bool IsValid() { return theApp.m_nParameters == 6 && theApp.m_fParametersValid == TRUE; }
+bool IsValid()
+{
+    return theApp.m_nParameters == 6 && theApp.m_fParametersValid == TRUE;
+}
 } // namespace
 
-TEST(CommandLine, IsValidExactlyWithThreePairs) {
-    const std::tuple<std::vector<std::wstring>, bool, const wchar_t*> cases[] = {// words; name|data|log
+TEST(CommandLine, IsValidExactlyWithThreePairs)
+{
+    const std::tuple<std::vector<std::wstring>, bool, const wchar_t*> cases[] = {
+        // words; name|data|log
         {{L"/m", L"QM1", L"/dd", L"D:\\data\\", L"/ld", L"D:\\log"}, true, L"QM1|D:\\data|D:\\log"},
         {{L"-M", L"QM1", L"-DD", L"D:/x//", L"-LD", L"E:\\y"}, true, L"QM1|D:\\x|E:\\y"},
         {{L"/LD", L"E:\\y", L"/Dd", L"D:\\x", L"/m", L"QM1"}, true, L"QM1|D:\\x|E:\\y"},
@@ -36,30 +44,41 @@ TEST(CommandLine, IsValidExactlyWithThreePairs) {
         {{L"/m", L"Q*", L"/dd", L"a/b\\", L"/ld", L"\\\\srv\\s\\"}, true, L"Q*|a\\b|\\\\srv\\s"},
         {{L"/m", L"QM1", L"/dd", L"D:\\x", L"/ld"}, false, L"QM1|D:\\x|"},
         {{L"/m", L"QM1", L"/dd", L"D:\\x", L"/ld", L"E:\\y", L"/m"}, false, L"QM1|D:\\x|E:\\y"},
-        {{L"/m", L"QM1", L"/dd", L"D:\\x", L"/x", L"E:\\y"}, false, L"QM1|D:\\x|"}, {{}, false, L"||"}};
+        {{L"/m", L"QM1", L"/dd", L"D:\\x", L"/x", L"E:\\y"}, false, L"QM1|D:\\x|"},
+        {{}, false, L"||"}};
     const auto check = [](const std::vector<std::wstring>& words, bool fValid, const wchar_t* pszExpected) {
         Parse(words);
         EXPECT_EQ(IsValid(), fValid) << words.size();
         EXPECT_EQ(theApp.m_nParameters, words.size());
-        EXPECT_STREQ(theApp.m_strQueueManager + L"|" + theApp.m_strDataDest + L"|" + theApp.m_strLogDest, pszExpected);
+        EXPECT_STREQ(theApp.m_strQueueManager + L"|" + theApp.m_strDataDest + L"|" + theApp.m_strLogDest,
+                     pszExpected);
     };
-    for (const auto& [words, fValid, pszExpected] : cases) check(words, fValid, pszExpected);
-    const wchar_t* const starts[][2] = {{L"QM1", L"/m"}, {L"/m", L"/dd"}, {L"/m", L"-QM1"}, {L"/", L"QM1"}, {L"//m", L"QM1"}};
-    for (const auto& [pszFirst, pszSecond] : starts) check({pszFirst, pszSecond, L"/dd", L"D:\\x", L"/ld", L"E:\\y"}, false, L"||");
+    for (const auto& [words, fValid, pszExpected] : cases)
+        check(words, fValid, pszExpected);
+    const wchar_t* const starts[][2] = {
+        {L"QM1", L"/m"}, {L"/m", L"/dd"}, {L"/m", L"-QM1"}, {L"/", L"QM1"}, {L"//m", L"QM1"}};
+    for (const auto& [pszFirst, pszSecond] : starts)
+        check({pszFirst, pszSecond, L"/dd", L"D:\\x", L"/ld", L"E:\\y"}, false, L"||");
 }
 
-TEST(CommandLine, EveryWordIsTraced) {
+TEST(CommandLine, EveryWordIsTraced)
+{
     Capture capture;
     Parse({L"/m", L"QM1", L"/DD", L"D:/x\\", L"/ld", L"E:\\y", L"extra", L"/late"});
-    EXPECT_THAT(capture.Only("#"),
-        ElementsAre("# 26 CZNMException::CZNMException() (nModuleName=181, nProbe=0, nSeverity = 2, lpszText = "
-                    "(QueueManager flag caught))",
-            "# 181 ***CZNMException Caught***: (QueueManager flag caught)", "# 181 QueueManager argument specified: 'QM1'",
-            testing::HasSubstr("lpszText = (Destination flag"), "# 181 ***CZNMException Caught***: (Destination flag caught)",
-            "# 181 Destination argument specified: 'D:/x\\'", "# 177 CZNMSCSApp::SetDataDest() (strDataDest = D:/x\\)", testing::_,
+    EXPECT_THAT(
+        capture.Only("#"),
+        ElementsAre(
+            "# 26 CZNMException::CZNMException() (nModuleName=181, nProbe=0, nSeverity = 2, lpszText = "
+            "(QueueManager flag caught))",
+            "# 181 ***CZNMException Caught***: (QueueManager flag caught)",
+            "# 181 QueueManager argument specified: 'QM1'",
+            testing::HasSubstr("lpszText = (Destination flag"),
+            "# 181 ***CZNMException Caught***: (Destination flag caught)",
+            "# 181 Destination argument specified: 'D:/x\\'",
+            "# 177 CZNMSCSApp::SetDataDest() (strDataDest = D:/x\\)", testing::_,
             "# 181 ***CZNMException Caught***: (Log flag caught)", "# 181 Log argument specified: 'E:\\y'",
-            "# 178 CZNMSCSApp::SetLogDest() (strLogDest = E:\\y)", "# 181 No flag associated with argument", testing::_,
-            "# 181 ***CZNMException Caught***: Parameters already invalid"));
+            "# 178 CZNMSCSApp::SetLogDest() (strLogDest = E:\\y)", "# 181 No flag associated with argument",
+            testing::_, "# 181 ***CZNMException Caught***: Parameters already invalid"));
     EXPECT_EQ(capture.Count("> 26"), 4);
     EXPECT_EQ(capture.Count("< 27 0"), 4); // each was deleted
 
@@ -70,23 +89,44 @@ TEST(CommandLine, EveryWordIsTraced) {
     EXPECT_TRUE(capture.Has("# 181 ***CZNMException Caught***: Invalid flag caught: 'Xy%s%n%'"));
 }
 
-TEST(CommandLine, UnknownExceptionWritesARecordAndParsingGoesOn) {
+TEST(CommandLine, UnknownExceptionWritesARecordAndParsingGoesOn)
+{
     Capture capture;
-    ImportHook<decltype(CharLowerBuffW)> hook("CharLowerBuffW", [](auto...) -> DWORD { throw std::bad_alloc(); });
+    ImportHook<decltype(CharLowerBuffW)> hook("CharLowerBuffW",
+                                              [](auto...) -> DWORD { throw std::bad_alloc(); });
     Parse({L"/m", L"QM1"});
     EXPECT_TRUE(capture.Has("! 181/1 *** Unknown exception caught! ***"));
     EXPECT_EQ(theApp.m_nParameters, 2);
 }
 
-TEST(CommandLine, NoCommandLineDoesHarm) {
+TEST(CommandLine, NoCommandLineDoesHarm)
+{
     std::mt19937 random(1);
-    const std::wstring words[] = {L"/m", L"-DD", L"/ld", L"QM1", L"E:\\a", L"/%s%n%s", L"%n%n%1000000000d", L"", L"/", L"-", L"\xD800",
-        L"\xDC00/", L"\u20AC\u4E2D", L"\\\\?\\E:\\", L"CON", std::wstring(300, L'Q'), std::wstring(1023, L'\\'), std::wstring(1024, L'%'),
-        std::wstring(32767, L'/')};
+    const std::wstring words[] = {L"/m",
+                                  L"-DD",
+                                  L"/ld",
+                                  L"QM1",
+                                  L"E:\\a",
+                                  L"/%s%n%s",
+                                  L"%n%n%1000000000d",
+                                  L"",
+                                  L"/",
+                                  L"-",
+                                  L"\xD800",
+                                  L"\xDC00/",
+                                  L"\u20AC\u4E2D",
+                                  L"\\\\?\\E:\\",
+                                  L"CON",
+                                  std::wstring(300, L'Q'),
+                                  std::wstring(1023, L'\\'),
+                                  std::wstring(1024, L'%'),
+                                  std::wstring(32767, L'/')};
     int nValid = 0;
-    for (int i = 0; i < 10000; ++i) {
+    for (int i = 0; i < 10000; ++i)
+    {
         std::vector<std::wstring> line(random() % 9);
-        for (std::wstring& str : line) str = words[random() % std::size(words)];
+        for (std::wstring& str : line)
+            str = words[random() % std::size(words)];
         Capture capture;
         Parse(line);
         ASSERT_EQ(theApp.m_nParameters, line.size());

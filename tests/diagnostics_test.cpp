@@ -5,24 +5,29 @@
 
 using testing::ElementsAre;
 
-TEST(Debug, SeverityOneWritesARecordAndTheOthersOnlyTrace) {
+TEST(Debug, SeverityOneWritesARecordAndTheOthersOnlyTrace)
+{
     Capture capture;
     CZNMDebug* const pDebug = CZNMDebug::GetInstance();
-    for (uint32_t nSeverity : {1, 2, 4, 0}) pDebug->DebugOutput(31, 7, nSeverity, L"Error %d on '%s'", nSeverity, L"E:\\x");
-    EXPECT_THAT(capture.lines,
-        ElementsAre("! 31/7 Error 1 on 'E:\\x'", "# 31 Error 2 on 'E:\\x'", "# 31 Error 4 on 'E:\\x'", "# 31 Error 0 on 'E:\\x'"));
+    for (uint32_t nSeverity : {1, 2, 4, 0})
+        pDebug->DebugOutput(31, 7, nSeverity, L"Error %d on '%s'", nSeverity, L"E:\\x");
+    EXPECT_THAT(capture.lines, ElementsAre("! 31/7 Error 1 on 'E:\\x'", "# 31 Error 2 on 'E:\\x'",
+                                           "# 31 Error 4 on 'E:\\x'", "# 31 Error 0 on 'E:\\x'"));
     xihProcess = {};
     pDebug->DebugOutput(31, 7, 2, L"not wanted");
     EXPECT_EQ(capture.lines.size(), 4u);
 }
 
-TEST(Debug, FailureRecordHasItsFixedFields) {
+TEST(Debug, FailureRecordHasItsFixedFields)
+{
     std::string strSource;
     int nCalls = 0;
     ImportHook<decltype(xcsSaveFileContextSccsId)> context(
-        "xcsSaveFileContextSccsId", [&](const char* psz, int nLine) { strSource = psz + std::to_string(nLine); });
+        "xcsSaveFileContextSccsId",
+        [&](const char* psz, int nLine) { strSource = psz + std::to_string(nLine); });
     ImportHook<decltype(xcsVORTFn)> record(
-        "xcsVORTFn", [&](int c, int f, int probe, int code, const XCS_INSERTS* p, void* p1, void* p2, void* p3) {
+        "xcsVORTFn",
+        [&](int c, int f, int probe, int code, const XCS_INSERTS* p, void* p1, void* p2, void* p3) {
             ++nCalls;
             EXPECT_THAT(std::vector({c, f, probe, code}), ElementsAre(42, 46, 5, 0x40006119));
             EXPECT_TRUE(p1 == nullptr && p2 == nullptr && p3 == nullptr);
@@ -36,8 +41,10 @@ TEST(Debug, FailureRecordHasItsFixedFields) {
     EXPECT_THAT(strSource, testing::EndsWith("tovmclut/tovmdbgn140"));
 }
 
-TEST(Debug, TextsUpToTheLimitAreWholeAndLongerOnesEmpty) {
-    for (const auto& [nLength, nExpected] : {std::pair{1023, 1023}, {1024, 1024}, {1025, 0}, {30000, 0}}) {
+TEST(Debug, TextsUpToTheLimitAreWholeAndLongerOnesEmpty)
+{
+    for (const auto& [nLength, nExpected] : {std::pair{1023, 1023}, {1024, 1024}, {1025, 0}, {30000, 0}})
+    {
         Capture capture;
         const std::wstring strText(static_cast<size_t>(nLength), L'x');
         CZNMDebug::RecordFailure(1, 2, L"%s", strText.c_str());
@@ -47,7 +54,8 @@ TEST(Debug, TextsUpToTheLimitAreWholeAndLongerOnesEmpty) {
     }
 }
 
-TEST(Debug, TextThatCannotBeConvertedIsANullInsert) {
+TEST(Debug, TextThatCannotBeConvertedIsANullInsert)
+{
     Capture capture;
     ImportHook<decltype(WideCharToMultiByte)> hook("WideCharToMultiByte", [](auto...) { return 0; });
     CZNMDebug::RecordFailure(1, 2, L"text");
@@ -55,7 +63,8 @@ TEST(Debug, TextThatCannotBeConvertedIsANullInsert) {
     EXPECT_THAT(capture.lines, ElementsAre("! 1/2 (null)"));
 }
 
-TEST(Exception, TextIsFormattedAgainWithoutArguments) {
+TEST(Exception, TextIsFormattedAgainWithoutArguments)
+{
     // What a user types can reach the report as a format: it must read no argument and write nothing.
     const std::pair<const wchar_t*, const char*> cases[] = {
         {L"plain", "plain"},
@@ -70,9 +79,11 @@ TEST(Exception, TextIsFormattedAgainWithoutArguments) {
         {L"%S%S", "%S%S"},
         {nullptr, ""},
     };
-    for (const auto& [pszText, pszExpected] : cases) {
+    for (const auto& [pszText, pszExpected] : cases)
+    {
         Capture capture;
         CZNMException(181, 0, 2, pszText).Report();
-        EXPECT_TRUE(capture.Has(std::string("# 181 ***CZNMException Caught***: ") + pszExpected)) << pszExpected;
+        EXPECT_TRUE(capture.Has(std::string("# 181 ***CZNMException Caught***: ") + pszExpected))
+            << pszExpected;
     }
 }

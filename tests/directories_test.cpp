@@ -9,19 +9,25 @@
 using testing::Contains;
 using testing::ElementsAre;
 
-namespace {
-class Directories : public testing::Test, public TempDir {
+namespace
+{
+class Directories : public testing::Test, public TempDir
+{
   protected:
     CString At(const wchar_t* psz) const { return (root.wstring() + psz).c_str(); }
     fs::path Path(const char* psz) const { return root.string() + psz; }
     std::string Narrow(const char* psz) const { return root.string() + psz; }
-    void Make(const char* psz, DWORD nAttributes = FILE_ATTRIBUTE_NORMAL) const { WriteAll(Path(psz), psz, nAttributes); }
+    void Make(const char* psz, DWORD nAttributes = FILE_ATTRIBUTE_NORMAL) const
+    {
+        WriteAll(Path(psz), psz, nAttributes);
+    }
 };
 
 using Shell = ImportHook<decltype(SHFileOperationW)>;
 } // namespace
 
-TEST_F(Directories, MissingPathsAreCreatedAndExistingOnesChecked) {
+TEST_F(Directories, MissingPathsAreCreatedAndExistingOnesChecked)
+{
     Make("\\file");
     const std::tuple<const wchar_t*, int, const char*> cases[] = {
         {L"\\a\\b\\c", 1, nullptr},
@@ -32,17 +38,22 @@ TEST_F(Directories, MissingPathsAreCreatedAndExistingOnesChecked) {
         {L"\\file\\x", 0, "- 171 Specified path is not a directory"},
         {L"\\bad?name\\x", 0, "- 173 Cannot create directory structure"},
     };
-    for (const auto& [pszPath, nExpected, pszTrace] : cases) {
+    for (const auto& [pszPath, nExpected, pszTrace] : cases)
+    {
         Capture capture;
         EXPECT_EQ(theApp.CheckAndCreateZNDirectory(At(pszPath)), nExpected) << pszPath;
         EXPECT_EQ(fs::is_directory(root.wstring() + pszPath), nExpected == 1) << pszPath;
-        if (pszTrace != nullptr) EXPECT_TRUE(capture.Has(pszTrace)) << pszPath;
+        if (pszTrace != nullptr)
+            EXPECT_TRUE(capture.Has(pszTrace)) << pszPath;
     }
     EXPECT_THAT(Names(), ElementsAre(L"a", L"a\\b", L"a\\b\\c", L"d", L"d\\e", L"f", L"f\\g", L"file"));
 }
 
-TEST_F(Directories, WalkReturnsTheCodeOfTheLastComponent) {
-    const auto create = [](const CString& strDir, const CString& strLast = {}) { return theApp.CreateZNDirectory(strDir, strLast); };
+TEST_F(Directories, WalkReturnsTheCodeOfTheLastComponent)
+{
+    const auto create = [](const CString& strDir, const CString& strLast = {}) {
+        return theApp.CreateZNDirectory(strDir, strLast);
+    };
     Make("\\file");
     EXPECT_EQ(create(At(L"\\new\\x")), 0u);
     EXPECT_EQ(create(At(L"\\new\\x")) & 0x10, 0x10u); // exists: its attributes
@@ -66,13 +77,16 @@ TEST_F(Directories, WalkReturnsTheCodeOfTheLastComponent) {
     EXPECT_EQ(create(At(L"\\new")), 1117u);
 }
 
-TEST_F(Directories, NewDirectoryIsSecuredAndAFailureOfThatIsNone) {
+TEST_F(Directories, NewDirectoryIsSecuredAndAFailureOfThatIsNone)
+{
     Capture capture;
     std::vector<std::wstring> secured;
-    ImportHook<decltype(SetNamedSecurityInfoW)> set("SetNamedSecurityInfoW", [&](LPWSTR psz, auto, DWORD nInfo, auto...) {
-        if (nInfo == DACL_SECURITY_INFORMATION) secured.push_back(psz);
-        return DWORD{ERROR_ACCESS_DENIED};
-    });
+    ImportHook<decltype(SetNamedSecurityInfoW)> set("SetNamedSecurityInfoW",
+                                                    [&](LPWSTR psz, auto, DWORD nInfo, auto...) {
+                                                        if (nInfo == DACL_SECURITY_INFORMATION)
+                                                            secured.push_back(psz);
+                                                        return DWORD{ERROR_ACCESS_DENIED};
+                                                    });
     EXPECT_EQ(theApp.CheckAndCreateZNDirectory(At(L"\\p\\q")), 1);
     const std::wstring p = At(L"\\p").operator const wchar_t*();
     EXPECT_THAT(secured, ElementsAre(p, p, p + L"\\q", p + L"\\q")); // each tried twice, existing ones never
@@ -81,14 +95,17 @@ TEST_F(Directories, NewDirectoryIsSecuredAndAFailureOfThatIsNone) {
     EXPECT_TRUE(capture.Has("- 31 Merging previous security settings"));
 }
 
-TEST_F(Directories, CopyHandsTheShellWholeListsOfAnyLength) {
-    for (const size_t nLength : {10, 259, 260, 509, 510, 511, 512, 1024, 32767}) {
+TEST_F(Directories, CopyHandsTheShellWholeListsOfAnyLength)
+{
+    for (const size_t nLength : {10, 259, 260, 509, 510, 511, 512, 1024, 32767})
+    {
         const std::wstring strSrc = L"C:\\" + std::wstring(nLength - 3, L's'), strDest(nLength, L'd');
         const fs::path before = fs::current_path();
         Capture capture;
         Shell shell("SHFileOperationW", [&](LPSHFILEOPSTRUCTW p) {
-            EXPECT_TRUE(p->hwnd == nullptr && p->wFunc == FO_COPY && p->fFlags == 0x0614 && !p->fAnyOperationsAborted &&
-                p->hNameMappings == nullptr && p->lpszProgressTitle == nullptr);
+            EXPECT_TRUE(p->hwnd == nullptr && p->wFunc == FO_COPY && p->fFlags == 0x0614 &&
+                        !p->fAnyOperationsAborted && p->hNameMappings == nullptr &&
+                        p->lpszProgressTitle == nullptr);
             EXPECT_EQ(std::wstring(p->pFrom, nLength + 4), strSrc + std::wstring(L"\\*\0\0", 4));
             EXPECT_EQ(std::wstring(p->pTo, nLength + 2), strDest + std::wstring(2, L'\0'));
             SetLastError(1224);
@@ -101,39 +118,54 @@ TEST_F(Directories, CopyHandsTheShellWholeListsOfAnyLength) {
     }
 }
 
-TEST_F(Directories, CopyGoesOnWithoutItsCurrentDirectoryAndSecuresBothParts) {
+TEST_F(Directories, CopyGoesOnWithoutItsCurrentDirectoryAndSecuresBothParts)
+{
     Make("\\from\\a");
     fs::create_directory(Path("\\to"));
     const fs::path before = fs::current_path();
     const std::string strFiles = "- 174 Failed to set security on destination files",
                       strDirectory = "- 174 Failed to set security on destination directory",
                       strRestore = "- 174 Failed to restore original working directory!";
-    const struct {
-        bool fSaved, fSet;      // whether the current directory can be asked for (the buffer is left alone), and be set
+    const struct
+    {
+        bool fSaved,
+            fSet; // whether the current directory can be asked for (the buffer is left alone), and be set
         std::wstring strUnsafe; // what cannot be secured
         std::vector<std::string> texts;
-    } cases[] = {{false, true, L"-", {}}, {true, false, L"-", {strRestore}}, {true, true, L"\\a", {strFiles}},
-        {true, true, L"\\to", {strDirectory}}, {true, true, L"", {strFiles, strDirectory}}};
-    for (const auto& c : cases) {
+    } cases[] = {{false, true, L"-", {}},
+                 {true, false, L"-", {strRestore}},
+                 {true, true, L"\\a", {strFiles}},
+                 {true, true, L"\\to", {strDirectory}},
+                 {true, true, L"", {strFiles, strDirectory}}};
+    for (const auto& c : cases)
+    {
         Capture capture;
-        ImportHook<decltype(GetCurrentDirectoryW)> current(
-            "GetCurrentDirectoryW", [&](DWORD n, LPWSTR psz) { return c.fSaved ? current.Real(n, psz) : 300; });
-        ImportHook<decltype(SetCurrentDirectoryW)> change("SetCurrentDirectoryW", [&](LPCWSTR psz) { return c.fSet && change.Real(psz); });
+        ImportHook<decltype(GetCurrentDirectoryW)> current("GetCurrentDirectoryW", [&](DWORD n, LPWSTR psz) {
+            return c.fSaved ? current.Real(n, psz) : 300;
+        });
+        ImportHook<decltype(SetCurrentDirectoryW)> change(
+            "SetCurrentDirectoryW", [&](LPCWSTR psz) { return c.fSet && change.Real(psz); });
         ImportHook<decltype(SetNamedSecurityInfoW)> set(
-            "SetNamedSecurityInfoW", [&](LPWSTR psz, auto...) -> DWORD { return std::wstring_view(psz).ends_with(c.strUnsafe) ? 5 : 0; });
+            "SetNamedSecurityInfoW", [&](LPWSTR psz, auto...) -> DWORD {
+                return std::wstring_view(psz).ends_with(c.strUnsafe) ? 5 : 0;
+            });
         EXPECT_EQ(theApp.CopyZNFiles(At(L"\\to"), At(L"\\from")), c.strUnsafe == L"-") << &c - cases;
         std::vector<std::string> texts = capture.Only("-");
         std::erase_if(texts, [](const std::string& str) { return !str.starts_with("- 174"); });
         EXPECT_EQ(texts, c.texts) << &c - cases;
-        EXPECT_EQ(capture.Has("# 174 Current Dir = " + before.string() + ", Changing to = " + Narrow("\\from")), c.fSaved);
+        EXPECT_EQ(
+            capture.Has("# 174 Current Dir = " + before.string() + ", Changing to = " + Narrow("\\from")),
+            c.fSaved);
         EXPECT_EQ(capture.Count("- 31 Discarding previous security settings"), 2);
-        EXPECT_EQ(capture.Has("# 174 Failed to change current directory to '" + Narrow("\\from") + "'"), !c.fSet);
+        EXPECT_EQ(capture.Has("# 174 Failed to change current directory to '" + Narrow("\\from") + "'"),
+                  !c.fSet);
         EXPECT_EQ(fs::current_path(), c.fSaved ? before : Path("\\from"));
         fs::current_path(before);
     }
 }
 
-TEST_F(Directories, DeletionTakesTheWholeTreeDepthFirst) {
+TEST_F(Directories, DeletionTakesTheWholeTreeDepthFirst)
+{
     Make("\\x\\.config", FILE_ATTRIBUTE_HIDDEN);
     Make("\\x\\..x\\deep\\f", FILE_ATTRIBUTE_READONLY);
     Make("\\x\\system", FILE_ATTRIBUTE_SYSTEM);
@@ -143,10 +175,12 @@ TEST_F(Directories, DeletionTakesTheWholeTreeDepthFirst) {
         reset.push_back(fs::path(psz).filename());
         return attributes.Real(psz, n);
     });
-    std::vector<std::wstring> open; // searches, the innermost last: while a directory's is open it cannot be removed
+    std::vector<std::wstring>
+        open; // searches, the innermost last: while a directory's is open it cannot be removed
     ImportHook<decltype(FindFirstFileW)> first(
         "FindFirstFileW", [&](LPCWSTR psz, auto p) { return open.push_back(psz), first.Real(psz, p); });
-    ImportHook<decltype(FindClose)> close("FindClose", [&](HANDLE h) { return open.pop_back(), close.Real(h); });
+    ImportHook<decltype(FindClose)> close("FindClose",
+                                          [&](HANDLE h) { return open.pop_back(), close.Real(h); });
     ImportHook<decltype(RemoveDirectoryW)> remove("RemoveDirectoryW", [&](LPCWSTR psz) {
         EXPECT_TRUE(open.empty() || open.back() != psz + std::wstring(L"\\*")) << psz;
         return remove.Real(psz);
@@ -154,41 +188,51 @@ TEST_F(Directories, DeletionTakesTheWholeTreeDepthFirst) {
     Capture capture;
     EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), 1);
     EXPECT_FALSE(fs::exists(Path("\\x")));
-    EXPECT_THAT(reset, testing::AllOf(Contains(L"f"), Contains(L".config"), testing::Not(Contains(L"system"))));
+    EXPECT_THAT(reset,
+                testing::AllOf(Contains(L"f"), Contains(L".config"), testing::Not(Contains(L"system"))));
     std::vector<std::string> done;
     for (const std::string& str : capture.Only("#"))
         if (const size_t n = str.find("Successfully deleted "); n != std::string::npos)
             done.push_back(str.substr(n + 21, 4) + str.substr(str.rfind('\\') + 1));
-    EXPECT_THAT(done, ElementsAre("filef'", "diredeep'", "dire..x'", "file.config'", "filesystem'", "direx'"));
+    EXPECT_THAT(done,
+                ElementsAre("filef'", "diredeep'", "dire..x'", "file.config'", "filesystem'", "direx'"));
 
     EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\missing")), 1);
     EXPECT_FALSE(capture.Has("# 176 Unable"));
 }
 
-TEST_F(Directories, DeletionStopsAtTheFirstFailureWithItsOwnError) {
-    for (const char* psz : {"\\x\\a", "\\x\\s\\locked", "\\x\\z"}) Make(psz);
-    ImportHook<decltype(FindClose)> close("FindClose", [&](HANDLE h) { return SetLastError(6), close.Real(h); });
+TEST_F(Directories, DeletionStopsAtTheFirstFailureWithItsOwnError)
+{
+    for (const char* psz : {"\\x\\a", "\\x\\s\\locked", "\\x\\z"})
+        Make(psz);
+    ImportHook<decltype(FindClose)> close("FindClose",
+                                          [&](HANDLE h) { return SetLastError(6), close.Real(h); });
     Capture capture;
     {
-        ImportHook<decltype(DeleteFileW)> remove(
-            "DeleteFileW", [&](LPCWSTR psz) { return wcsstr(psz, L"locked") == nullptr ? remove.Real(psz) : (SetLastError(32), FALSE); });
+        ImportHook<decltype(DeleteFileW)> remove("DeleteFileW", [&](LPCWSTR psz) {
+            return wcsstr(psz, L"locked") == nullptr ? remove.Real(psz) : (SetLastError(32), FALSE);
+        });
         EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), 0);
-        EXPECT_TRUE(capture.Has("# 176 Unable to delete file '" + Narrow("\\x\\s\\locked") + "', error '32'"));
+        EXPECT_TRUE(
+            capture.Has("# 176 Unable to delete file '" + Narrow("\\x\\s\\locked") + "', error '32'"));
         EXPECT_THAT(Names("x"), ElementsAre(L"s", L"s\\locked", L"z"));
     }
-    ImportHook<decltype(RemoveDirectoryW)> remove("RemoveDirectoryW", [](auto...) { return SetLastError(145), FALSE; });
+    ImportHook<decltype(RemoveDirectoryW)> remove("RemoveDirectoryW",
+                                                  [](auto...) { return SetLastError(145), FALSE; });
     EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), 0);
     EXPECT_TRUE(capture.Has("# 176 Unable to delete directory '" + Narrow("\\x\\s") + "', error '145'"));
     EXPECT_THAT(Names("x"), ElementsAre(L"s", L"z"));
 }
 
-TEST_F(Directories, FirstEntryOfAListingIsNeverExamined) {
+TEST_F(Directories, FirstEntryOfAListingIsNeverExamined)
+{
     Make("\\x\\first");
     Make("\\x\\second");
     // A file system that lists neither "." nor "..".
     ImportHook<decltype(FindFirstFileW)> first("FindFirstFileW", [&](LPCWSTR psz, WIN32_FIND_DATAW* p) {
         const HANDLE hFind = first.Real(psz, p);
-        while (p->cFileName[0] == L'.') FindNextFileW(hFind, p);
+        while (p->cFileName[0] == L'.')
+            FindNextFileW(hFind, p);
         return hFind;
     });
     Capture capture;

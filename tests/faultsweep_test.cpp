@@ -10,46 +10,65 @@
 #include "hook.h"
 #include "installation.h"
 
-namespace {
+namespace
+{
 // How a function fails: name, then "return:last error" in hexadecimal.
-constexpr char FAILURES[] =
-    "SHFileOperationW 7c:0 CreateFileW ffffffffffffffff:5 GetFileInformationByHandle 0:5 DeleteFileW 0:20 RemoveDirectoryW 0:91 "
-    "FindFirstFileW ffffffffffffffff:5 FindFirstFileExW "
-    "ffffffffffffffff:5 FindNextFileW 0:12 FindClose 1:0 GetFileAttributesW ffffffff:5 SetFileAttributesW 0:5 GetCurrentDirectoryW "
-    "0:5 SetCurrentDirectoryW 0:3 _waccess ffffffff:2 AllocateAndInitializeSid 0:539 LookupAccountNameW 0:534 SetEntriesInAclW 8:8 "
-    "GetNamedSecurityInfoW 5:5 SetNamedSecurityInfoW 5:5 GetAce 0:57 IsValidSid 0:539 EqualSid 0:539 LookupPrivilegeValueW 0:521 "
-    "OpenProcessToken 0:5 AdjustTokenPrivileges 0:6 WideCharToMultiByte 0:7a MultiByteToWideChar 0:7a LoadStringW 0:716 FindResourceW "
-    "0:716 LoadResource 0:714 LockResource 0:0 SizeofResource 0:714 GetModuleHandleW 0:7e GetCommandLineW 0:8 TlsGetValue 0:57 malloc "
-    "0:8 SystemFunction036 0:0 xcsCheckConsistency 20006110:0 xcsInitializeEx 20006110:0 xcsCheckAuthorization 40806177:0 "
-    "xcsGetIniFilename 1:0 "
-    "xcsIniUtilRead 1:0 xcsIniUtilWrite 1:0 xcsGetQMDetails 1:0 xcsGetInstallationDetails 1:0 xcsCompareInstallations 1:0 "
-    "xcsIsSubpoolActive 1:0 xcsExecProgramHandle 1:0 xcsCreateDirectory 1:0 xcsVolumeSupportsSecurity 40806178:0 "
-    "xtrEstablishTraceStatus 1:0 ";
+constexpr char FAILURES[] = "SHFileOperationW 7c:0 CreateFileW ffffffffffffffff:5 GetFileInformationByHandle "
+                            "0:5 DeleteFileW 0:20 RemoveDirectoryW 0:91 "
+                            "FindFirstFileW ffffffffffffffff:5 FindFirstFileExW "
+                            "ffffffffffffffff:5 FindNextFileW 0:12 FindClose 1:0 GetFileAttributesW "
+                            "ffffffff:5 SetFileAttributesW 0:5 GetCurrentDirectoryW "
+                            "0:5 SetCurrentDirectoryW 0:3 _waccess ffffffff:2 AllocateAndInitializeSid 0:539 "
+                            "LookupAccountNameW 0:534 SetEntriesInAclW 8:8 "
+                            "GetNamedSecurityInfoW 5:5 SetNamedSecurityInfoW 5:5 GetAce 0:57 IsValidSid "
+                            "0:539 EqualSid 0:539 LookupPrivilegeValueW 0:521 "
+                            "OpenProcessToken 0:5 AdjustTokenPrivileges 0:6 WideCharToMultiByte 0:7a "
+                            "MultiByteToWideChar 0:7a LoadStringW 0:716 FindResourceW "
+                            "0:716 LoadResource 0:714 LockResource 0:0 SizeofResource 0:714 GetModuleHandleW "
+                            "0:7e GetCommandLineW 0:8 TlsGetValue 0:57 malloc "
+                            "0:8 SystemFunction036 0:0 xcsCheckConsistency 20006110:0 xcsInitializeEx "
+                            "20006110:0 xcsCheckAuthorization 40806177:0 "
+                            "xcsGetIniFilename 1:0 "
+                            "xcsIniUtilRead 1:0 xcsIniUtilWrite 1:0 xcsGetQMDetails 1:0 "
+                            "xcsGetInstallationDetails 1:0 xcsCompareInstallations 1:0 "
+                            "xcsIsSubpoolActive 1:0 xcsExecProgramHandle 1:0 xcsCreateDirectory 1:0 "
+                            "xcsVolumeSupportsSecurity 40806178:0 "
+                            "xtrEstablishTraceStatus 1:0 ";
 // What cannot fail, or not in a way that the program could be told.
 constexpr char SPARED[] =
-    "BuildExplicitAccessWithNameW FreeSid LocalFree CharLowerBuffW xcsTerminate xcsFreeMemFn xcsSaveFileContextSccsId xcsVORTFn "
+    "BuildExplicitAccessWithNameW FreeSid LocalFree CharLowerBuffW xcsTerminate xcsFreeMemFn "
+    "xcsSaveFileContextSccsId xcsVORTFn "
     "xtr_FNC_entry xtr_FNC_retcode xtr_FNC_text xtr_parms zutDisplayCSPError zutMapRCTo8bit ";
 // What the language's runtime imports for itself.
-constexpr char RUNTIME[] =
-    "AddVectoredExceptionHandler CloseHandle CreateEventA CreateSemaphoreA "
-    "DeleteCriticalSection DuplicateHandle EnterCriticalSection GetCurrentProcess GetCurrentProcessId GetCurrentThread "
-    "GetCurrentThreadId GetHandleInformation GetLastError GetProcAddress GetProcessAffinityMask GetStartupInfoW "
-    "GetSystemTimeAsFileTime GetThreadContext GetThreadPriority GetTickCount64 InitializeCriticalSection IsDBCSLeadByteEx "
-    "IsDebuggerPresent LeaveCriticalSection LoadLibraryW OpenProcess OutputDebugStringA RaiseException ReleaseSemaphore "
-    "RemoveVectoredExceptionHandler ResetEvent ResumeThread RtlCaptureContext RtlLookupFunctionEntry RtlUnwindEx RtlVirtualUnwind "
-    "SetEvent SetLastError SetProcessAffinityMask SetThreadContext SetThreadPriority SetUnhandledExceptionFilter Sleep SuspendThread "
-    "TlsAlloc TlsSetValue TryEnterCriticalSection VirtualProtect VirtualQuery WaitForMultipleObjects WaitForSingleObject "
-    "__C_specific_handler xihProcess xihTLSIndex ";
+constexpr char RUNTIME[] = "AddVectoredExceptionHandler CloseHandle CreateEventA CreateSemaphoreA "
+                           "DeleteCriticalSection DuplicateHandle EnterCriticalSection GetCurrentProcess "
+                           "GetCurrentProcessId GetCurrentThread "
+                           "GetCurrentThreadId GetHandleInformation GetLastError GetProcAddress "
+                           "GetProcessAffinityMask GetStartupInfoW "
+                           "GetSystemTimeAsFileTime GetThreadContext GetThreadPriority GetTickCount64 "
+                           "InitializeCriticalSection IsDBCSLeadByteEx "
+                           "IsDebuggerPresent LeaveCriticalSection LoadLibraryW OpenProcess "
+                           "OutputDebugStringA RaiseException ReleaseSemaphore "
+                           "RemoveVectoredExceptionHandler ResetEvent ResumeThread RtlCaptureContext "
+                           "RtlLookupFunctionEntry RtlUnwindEx RtlVirtualUnwind "
+                           "SetEvent SetLastError SetProcessAffinityMask SetThreadContext SetThreadPriority "
+                           "SetUnhandledExceptionFilter Sleep SuspendThread "
+                           "TlsAlloc TlsSetValue TryEnterCriticalSection VirtualProtect VirtualQuery "
+                           "WaitForMultipleObjects WaitForSingleObject "
+                           "__C_specific_handler xihProcess xihTLSIndex ";
 
-std::map<std::string, std::string> Failures() {
+std::map<std::string, std::string> Failures()
+{
     std::istringstream words(FAILURES);
     std::map<std::string, std::string> failures;
-    for (std::string strName, strFailure; words >> strName >> strFailure;) failures[strName] = strFailure;
+    for (std::string strName, strFailure; words >> strName >> strFailure;)
+        failures[strName] = strFailure;
     return failures;
 }
 
 // The runs that are made to fail: words for the queue manager, and faults that lead into rare paths.
-struct Scenario {
+struct Scenario
+{
     const wchar_t* pszQueueManager;
     const char* pszFaults;
 };
@@ -61,70 +80,98 @@ const Scenario SCENARIOS[] = {
     {L"QM1", "xcsGetInstallationDetails:1:o:10006164:0;"},
 };
 
-bool IsSafe(const std::string& strState) {
+bool IsSafe(const std::string& strState)
+{
     // The old trees, with a configuration that names them; or the new ones, with one that names those; or,
     // between the two changes, both trees, with the data named at its new and the log at its old place.
-    return (strState.starts_with("data +") && strState.substr(7).starts_with(" log +") && strState.find("zns old") != std::string::npos) ||
-        strState == "data ++ log ++ zns new qm old" || (strState[6] == '+' && strState[13] == '+' && strState.ends_with("zns new qm new"));
+    return (strState.starts_with("data +") && strState.substr(7).starts_with(" log +") &&
+            strState.find("zns old") != std::string::npos) ||
+           strState == "data ++ log ++ zns new qm old" ||
+           (strState[6] == '+' && strState[13] == '+' && strState.ends_with("zns new qm new"));
 }
 
 // The closed list of outcomes. Empty, or what is wrong.
-std::string Judge(const Installation& zn, const RunResult& result, bool fMemory) {
+std::string Judge(const Installation& zn, const RunResult& result, bool fMemory)
+{
     const std::string strState = zn.State();
-    if (!IsSafe(strState)) return "unsafe: " + strState;
-    if (result.nStatus == 0 && !strState.ends_with("zns new qm new")) return "status 0 without a move: " + strState;
-    if (result.nStatus == 0 && !(result.strOut + result.strErr).empty()) return "status 0 with a message";
-    if (!zn.IsRestUntouched()) return "something else was changed";
+    if (!IsSafe(strState))
+        return "unsafe: " + strState;
+    if (result.nStatus == 0 && !strState.ends_with("zns new qm new"))
+        return "status 0 without a move: " + strState;
+    if (result.nStatus == 0 && !(result.strOut + result.strErr).empty())
+        return "status 0 with a message";
+    if (!zn.IsRestUntouched())
+        return "something else was changed";
     const std::set<DWORD> statuses = {0, 0xFFFFFFFF, 71, 119, 0x10, 3 /* out of memory */};
-    const bool fRuntimeStart = result.nStatus == EXCEPTION_ACCESS_VIOLATION && fMemory; // before the entry function
+    const bool fRuntimeStart =
+        result.nStatus == EXCEPTION_ACCESS_VIOLATION && fMemory; // before the entry function
     if (!statuses.contains(result.nStatus) && !(result.nStatus > 0 && result.nStatus < 256) && !fRuntimeStart)
         return "status " + std::to_string(result.nStatus);
-    if (result.nStatus == 0xFFFFFFFF && result.strErr.find("\r\n") == std::string::npos) return "no message";
+    if (result.nStatus == 0xFFFFFFFF && result.strErr.find("\r\n") == std::string::npos)
+        return "no message";
     return "";
 }
 
-// The same command again, with nothing failing: it completes the move, or changes nothing. Says which, or what is wrong.
-std::string Again(Installation& zn, const std::wstring& strWords, bool fKnown = true) {
+// The same command again, with nothing failing: it completes the move, or changes nothing. Says which, or
+// what is wrong.
+std::string Again(Installation& zn, const std::wstring& strWords, bool fKnown = true)
+{
     const std::string strState = zn.State();
     const bool fMoved = zn.Run(strWords).nStatus == 0;
-    const bool fRight = zn.State() == (fMoved ? "data -+ log -+ zns new qm new" : strState) && zn.IsRestUntouched();
+    const bool fRight =
+        zn.State() == (fMoved ? "data -+ log -+ zns new qm new" : strState) && zn.IsRestUntouched();
     const bool fExpected = fMoved == (fKnown && strState.find("zns old") != std::string::npos);
-    return strState + (fRight && fExpected ? fMoved ? ", again: moved" : ", again: refused" : ", again: wrong, " + zn.State());
+    return strState + (fRight && fExpected ? fMoved ? ", again: moved" : ", again: refused"
+                                           : ", again: wrong, " + zn.State());
 }
 
-void Print(const std::map<std::string, int>& outcomes) {
-    for (const auto& [strOutcome, nCount] : outcomes) {
+void Print(const std::map<std::string, int>& outcomes)
+{
+    for (const auto& [strOutcome, nCount] : outcomes)
+    {
         std::printf("%5d %s\n", nCount, strOutcome.c_str());
         EXPECT_EQ(strOutcome.find("wrong"), std::string::npos) << strOutcome;
     }
 }
 
 // Fails calls of every function in chMode ('o': one call, 'a': that and all later ones): a few of each,
-// spread over the run, or with ZN_SWEEP_ALL in the environment each and every one, followed by the same command
-// with nothing failing.
-int Sweep(char chMode, size_t nPart, size_t nParts) {
+// spread over the run, or with ZN_SWEEP_ALL in the environment each and every one, followed by the same
+// command with nothing failing.
+int Sweep(char chMode, size_t nPart, size_t nParts)
+{
     int nPoints = 0;
     std::map<std::string, int> outcomes;
     const bool fFull = std::getenv("ZN_SWEEP_ALL") != nullptr;
-    for (const Scenario& scenario : SCENARIOS) {
+    for (const Scenario& scenario : SCENARIOS)
+    {
         Installation whole;
-        whole.Run(whole.MoveWords(scenario.pszQueueManager), std::string(scenario.pszFaults) + "xcsTerminate:0:o:0:0");
+        whole.Run(whole.MoveWords(scenario.pszQueueManager),
+                  std::string(scenario.pszFaults) + "xcsTerminate:0:o:0:0");
         size_t nFunction = 0;
-        for (const auto& [strFunction, strFailure] : Failures()) {
+        for (const auto& [strFunction, strFailure] : Failures())
+        {
             // Failing every allocation leaves the language's runtime nothing to end the process with.
-            if (nFunction++ % nParts != nPart || (strFunction == "malloc" && chMode == 'a')) continue;
+            if (nFunction++ % nParts != nPart || (strFunction == "malloc" && chMode == 'a'))
+                continue;
             const long nCalls = whole.Calls(strFunction);
             const long nStep = fFull ? 1 : std::max(1L, nCalls / (&scenario == SCENARIOS ? 6 : 2));
-            for (long nCall = 1; nCall <= nCalls; nCall += nStep) {
+            for (long nCall = 1; nCall <= nCalls; nCall += nStep)
+            {
                 Installation zn;
                 std::ostringstream fault;
-                fault << scenario.pszFaults << strFunction << ":" << std::hex << nCall << ":" << chMode << ":" << strFailure;
+                fault << scenario.pszFaults << strFunction << ":" << std::hex << nCall << ":" << chMode << ":"
+                      << strFailure;
                 const RunResult result = zn.Run(zn.MoveWords(scenario.pszQueueManager), fault.str());
                 ++nPoints;
-                EXPECT_EQ(Judge(zn, result, strFunction == "malloc"), "") << fault.str() << "\n" << result.strErr;
-                if (result.nStatus != 3 && result.nStatus != EXCEPTION_ACCESS_VIOLATION && strFunction != "FindClose")
-                    EXPECT_EQ(zn.strReport.find("held"), std::string::npos) << fault.str() << "\n" << zn.strReport;
-                if (fFull) ++outcomes[Again(zn, zn.MoveWords(scenario.pszQueueManager), scenario.pszQueueManager[2] == L'1')];
+                EXPECT_EQ(Judge(zn, result, strFunction == "malloc"), "") << fault.str() << "\n"
+                                                                          << result.strErr;
+                if (result.nStatus != 3 && result.nStatus != EXCEPTION_ACCESS_VIOLATION &&
+                    strFunction != "FindClose")
+                    EXPECT_EQ(zn.strReport.find("held"), std::string::npos) << fault.str() << "\n"
+                                                                            << zn.strReport;
+                if (fFull)
+                    ++outcomes[Again(zn, zn.MoveWords(scenario.pszQueueManager),
+                                     scenario.pszQueueManager[2] == L'1')];
             }
         }
     }
@@ -133,38 +180,47 @@ int Sweep(char chMode, size_t nPart, size_t nParts) {
 }
 } // namespace
 
-TEST(FaultSweep, EveryImportHasARow) {
-    const HMODULE hModule = LoadLibraryExW((ProgramFolder() / "tarvel.exe").c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
+TEST(FaultSweep, EveryImportHasARow)
+{
+    const HMODULE hModule =
+        LoadLibraryExW((ProgramFolder() / "tarvel.exe").c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
     ASSERT_NE(hModule, nullptr);
     int nImports = 0;
     ForEachImport(hModule, [&](const char* pszDll, const char* pszName, void**) {
         ++nImports;
         if (_stricmp(pszDll, "msvcrt.dll") != 0)
-            EXPECT_NE((std::string(" ") + FAILURES + SPARED + RUNTIME).find(" " + std::string(pszName) + " "), std::string::npos)
+            EXPECT_NE((std::string(" ") + FAILURES + SPARED + RUNTIME).find(" " + std::string(pszName) + " "),
+                      std::string::npos)
                 << pszName;
     });
     EXPECT_GT(nImports, 100);
 }
 
-class Sweeps : public testing::TestWithParam<std::tuple<char, size_t>> {};
+class Sweeps : public testing::TestWithParam<std::tuple<char, size_t>>
+{
+};
 
-TEST_P(Sweeps, LoseNothing) {
+TEST_P(Sweeps, LoseNothing)
+{
     const auto [chMode, nPart] = GetParam();
     const int nPoints = Sweep(chMode, nPart, 3);
     EXPECT_GT(nPoints, 100);
     std::printf("%d points\n", nPoints);
 }
 
-INSTANTIATE_TEST_SUITE_P(OnceAndFromThenOn, Sweeps, testing::Combine(testing::Values('o', 'a'), testing::Values(0, 1, 2)));
+INSTANTIATE_TEST_SUITE_P(OnceAndFromThenOn, Sweeps,
+                         testing::Combine(testing::Values('o', 'a'), testing::Values(0, 1, 2)));
 
 // A process that ends at any call, as if the power had failed; then the same command again.
-TEST(KillSweep, LosesNothingAndTheSameCommandCompletesOrRefuses) {
+TEST(KillSweep, LosesNothingAndTheSameCommandCompletesOrRefuses)
+{
     Installation whole;
     whole.Run(whole.MoveWords(), "xcsTerminate:0:o:0:0");
     const long nCalls = whole.Calls("*");
     std::map<std::string, int> outcomes;
     constexpr long KILLS = 220;
-    for (long i = 0; i < KILLS; ++i) {
+    for (long i = 0; i < KILLS; ++i)
+    {
         Installation zn;
         std::ostringstream fault;
         fault << "*:" << std::hex << 1 + i * (nCalls - 1) / (KILLS - 1) << ":k:0:0";

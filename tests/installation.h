@@ -1,30 +1,34 @@
-// A sample installation of the product with one queue manager that does not run, in a directory of its own, for whole
-// runs of the shipped tarvel.exe.
+// A sample installation of the product with one queue manager that does not run, in a directory of its own,
+// for whole runs of the shipped tarvel.exe.
 #pragma once
 
 #include <sstream>
 
 #include "tempdir.h"
 
-struct RunResult {
+struct RunResult
+{
     DWORD nStatus = 0;
     std::string strOut, strErr;
 };
 
-inline fs::path ProgramFolder() {
+inline fs::path ProgramFolder()
+{
     wchar_t szPath[MAX_PATH];
     GetModuleFileNameW(nullptr, szPath, MAX_PATH);
     return fs::path(szPath).parent_path();
 }
 
-// Runs a program to its end, in the scratch directory, and takes what it writes. A program that went astray would find
-// nothing but its Wine prefix or system drive there. What it wrote is taken from pipes: something of its console may live
-// on for a moment and hold them.
-inline RunResult RunProgram(const fs::path& program, const std::wstring& strWords, const fs::path& scratch) {
+// Runs a program to its end, in the scratch directory, and takes what it writes. A program that went astray
+// would find nothing but its Wine prefix or system drive there. What it wrote is taken from pipes: something
+// of its console may live on for a moment and hold them.
+inline RunResult RunProgram(const fs::path& program, const std::wstring& strWords, const fs::path& scratch)
+{
     constexpr DWORD PIPE_SIZE = 1 << 20; // all that it may write
     SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
     HANDLE ahRead[2], ahWrite[2];
-    for (int i : {0, 1}) {
+    for (int i : {0, 1})
+    {
         CreatePipe(&ahRead[i], &ahWrite[i], &inherit, PIPE_SIZE);
         SetHandleInformation(ahRead[i], HANDLE_FLAG_INHERIT, 0);
     }
@@ -37,50 +41,60 @@ inline RunResult RunProgram(const fs::path& program, const std::wstring& strWord
     std::wstring strCommand = program.stem().wstring() + L" " + strWords;
     RunResult result{0xDEAD, "", ""};
     const auto start = [&] {
-        return CreateProcessW(program.c_str(), strCommand.data(), nullptr, nullptr, TRUE, 0, nullptr, scratch.c_str(), &startup, &process);
+        return CreateProcessW(program.c_str(), strCommand.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                              scratch.c_str(), &startup, &process);
     };
     // Once in some thousand times Wine gives up a process before anything of it has run.
-    if (start() || (GetLastError() == ERROR_INTERNAL_ERROR && start())) {
+    if (start() || (GetLastError() == ERROR_INTERNAL_ERROR && start()))
+    {
         WaitForSingleObject(process.hProcess, INFINITE);
         GetExitCodeProcess(process.hProcess, &result.nStatus);
         CloseHandle(process.hProcess);
         CloseHandle(process.hThread);
-    } else
+    }
+    else
         result.nStatus += GetLastError() << 16;
     std::string* const astr[] = {&result.strOut, &result.strErr};
-    for (int i : {0, 1}) {
+    for (int i : {0, 1})
+    {
         DWORD nLength = 0;
         PeekNamedPipe(ahRead[i], nullptr, 0, nullptr, &nLength, nullptr);
         astr[i]->resize(nLength);
-        if (nLength > 0) ReadFile(ahRead[i], astr[i]->data(), nLength, &nLength, nullptr);
+        if (nLength > 0)
+            ReadFile(ahRead[i], astr[i]->data(), nLength, &nLength, nullptr);
         CloseHandle(ahRead[i]);
         CloseHandle(ahWrite[i]);
     }
     return result;
 }
 
-// A queue manager that runs and refuses to end. It is killed with the object at the latest: it would outlive the test,
-// and hold what ctest waits for.
-class RefusingQueueManager {
+// A queue manager that runs and refuses to end. It is killed with the object at the latest: it would outlive
+// the test, and hold what ctest waits for.
+class RefusingQueueManager
+{
   public:
-    explicit RefusingQueueManager(const std::wstring& strName) {
+    explicit RefusingQueueManager(const std::wstring& strName)
+    {
         const std::wstring strReady = L"Local\\ZN.Test." + std::to_wstring(GetCurrentProcessId());
         std::wstring strRun = L"sampleqm run " + strName + L" /refuse /ready " + strReady;
         const HANDLE hReady = CreateEventW(nullptr, TRUE, FALSE, strReady.c_str());
         STARTUPINFOW startup = {};
         PROCESS_INFORMATION info = {};
-        CreateProcessW(
-            (ProgramFolder() / "sampleqm.exe").c_str(), strRun.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info);
+        CreateProcessW((ProgramFolder() / "sampleqm.exe").c_str(), strRun.data(), nullptr, nullptr, FALSE, 0,
+                       nullptr, nullptr, &startup, &info);
         hProcess = info.hProcess;
         const HANDLE ah[] = {hReady, hProcess};
         fRuns = WaitForMultipleObjects(2, ah, FALSE, INFINITE) == WAIT_OBJECT_0;
-        for (const HANDLE h : {hReady, info.hThread}) CloseHandle(h);
+        for (const HANDLE h : {hReady, info.hThread})
+            CloseHandle(h);
     }
-    ~RefusingQueueManager() {
+    ~RefusingQueueManager()
+    {
         Kill();
         CloseHandle(hProcess);
     }
-    void Kill() {
+    void Kill()
+    {
         TerminateProcess(hProcess, 9);
         WaitForSingleObject(hProcess, INFINITE);
     }
@@ -90,19 +104,25 @@ class RefusingQueueManager {
     HANDLE hProcess = nullptr;
 };
 
-class Installation : public TempDir {
+class Installation : public TempDir
+{
   public:
-    Installation() {
+    Installation()
+    {
         const std::string strRoot = root.string();
-        strZnsIni = "# kept\r\nInstallation:\r\n   Name=Inst1\r\n   Path=" + strRoot + "\\inst\r\n   Identity=" + root.filename().string() +
-            "\r\n\r\nQueueManager:\r\n   Name=QM0\r\n   Prefix=" + strRoot +
-            "\\other\r\n   Directory=QM0\r\n   InstallationName=Inst1\r\nQueueManager:\r\n   Name=QM1\r\n   Prefix=" + strRoot +
-            "\\olddata\r\n   Directory=QM!1\r\n   InstallationName=Inst1\r\n";
+        strZnsIni = "# kept\r\nInstallation:\r\n   Name=Inst1\r\n   Path=" + strRoot +
+                    "\\inst\r\n   Identity=" + root.filename().string() +
+                    "\r\n\r\nQueueManager:\r\n   Name=QM0\r\n   Prefix=" + strRoot +
+                    "\\other\r\n   Directory=QM0\r\n   InstallationName=Inst1\r\nQueueManager:\r\n   "
+                    "Name=QM1\r\n   Prefix=" +
+                    strRoot + "\\olddata\r\n   Directory=QM!1\r\n   InstallationName=Inst1\r\n";
         WriteAll(work / "zns.ini", strZnsIni);
         WriteAll(oldData / "qm.ini", "Log:\n   LogPath=" + strRoot + "\\oldlog\\QM!1\\\n# kept");
-        for (const char* psz : {"a", "s\\t\\c", "s\\t\\u\\d"}) WriteAll(oldData / psz, std::string("data ") + psz);
+        for (const char* psz : {"a", "s\\t\\c", "s\\t\\u\\d"})
+            WriteAll(oldData / psz, std::string("data ") + psz);
         WriteAll(oldData / "s\\b", "data", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
-        for (const char* psz : {"ctl", "active\\log1", "active\\x\\log2"}) WriteAll(oldLog / psz, std::string(3000, 'l') + psz);
+        for (const char* psz : {"ctl", "active\\log1", "active\\x\\log2"})
+            WriteAll(oldLog / psz, std::string(3000, 'l') + psz);
         WriteAll(root / "bystander\\file", "not named by anything");
         data = TakeSnapshot(oldData);
         log = TakeSnapshot(oldLog);
@@ -111,63 +131,82 @@ class Installation : public TempDir {
     }
 
     // Runs tarvel, without faults or as strFaults says (see faults/faults.cpp).
-    RunResult Run(const std::wstring& strWords, const std::string& strFaults = "") {
+    RunResult Run(const std::wstring& strWords, const std::string& strFaults = "")
+    {
         SetEnvironmentVariableA("ZN_FAULTS", strFaults.c_str());
         SetEnvironmentVariableW(L"ZN_FAULTS_REPORT", (root / "report").c_str());
-        const RunResult result = RunProgram(ProgramFolder() / (strFaults.empty() ? "tarvel.exe" : "faults\\tarvel.exe"), strWords, root);
+        const RunResult result = RunProgram(
+            ProgramFolder() / (strFaults.empty() ? "tarvel.exe" : "faults\\tarvel.exe"), strWords, root);
         strReport = ReadAll(root / "report");
         fs::remove(root / "report");
         return result;
     }
-    std::wstring MoveWords(
-        const std::wstring& strName = L"QM1", const fs::path& newPrefix = "newdata", const fs::path& newLogs = "newlog") const {
-        return L"/m " + strName + L" /dd " + (root / newPrefix).wstring() + L" /ld " + (root / newLogs).wstring();
+    std::wstring MoveWords(const std::wstring& strName = L"QM1", const fs::path& newPrefix = "newdata",
+                           const fs::path& newLogs = "newlog") const
+    {
+        return L"/m " + strName + L" /dd " + (root / newPrefix).wstring() + L" /ld " +
+               (root / newLogs).wstring();
     }
 
     // Calls of a function of which the report of the last run tells; 0 if of none.
-    long Calls(const std::string& strFunction) const {
+    long Calls(const std::string& strFunction) const
+    {
         std::istringstream lines(strReport);
         std::string strName;
         for (long nCalls; lines >> strName >> nCalls;)
-            if (strName == strFunction) return nCalls;
+            if (strName == strFunction)
+                return nCalls;
         return 0;
     }
 
-    // What the trees and the configuration are now: for data and log, the old tree and the new one, each whole (+),
-    // partly there (~) or missing (-); then the places that zns.ini and the qm.ini of the new tree name.
-    std::string State() const {
+    // What the trees and the configuration are now: for data and log, the old tree and the new one, each
+    // whole (+), partly there (~) or missing (-); then the places that zns.ini and the qm.ini of the new tree
+    // name.
+    std::string State() const
+    {
         const std::string strZns = ReadAll(work / "zns.ini");
-        const char* const pszZns = strZns == strZnsIni                    ? "old"
-            : strZns == Replaced(strZnsIni, "\\olddata\r", "\\newdata\r") ? "new"
-                                                                          : "damaged";
-        return "data " + Tree(oldData, data) + Tree(newData, data) + " log " + Tree(oldLog, log) + Tree(newLog, log) + " zns " + pszZns +
-            " qm " + (IsQmNew() ? "new" : "old");
+        const char* const pszZns = strZns == strZnsIni                                           ? "old"
+                                   : strZns == Replaced(strZnsIni, "\\olddata\r", "\\newdata\r") ? "new"
+                                                                                                 : "damaged";
+        return "data " + Tree(oldData, data) + Tree(newData, data) + " log " + Tree(oldLog, log) +
+               Tree(newLog, log) + " zns " + pszZns + " qm " + (IsQmNew() ? "new" : "old");
     }
     // Everything that no part of a move may touch is as it was.
     bool IsRestUntouched() const { return Rest() == rest; }
 
-    const fs::path work = root / "work", oldData = root / "olddata\\qmgrs\\QM!1", oldLog = root / "oldlog\\QM!1",
-                   newData = root / "newdata\\qmgrs\\QM!1", newLog = root / "newlog\\QM!1";
+    const fs::path work = root / "work", oldData = root / "olddata\\qmgrs\\QM!1",
+                   oldLog = root / "oldlog\\QM!1", newData = root / "newdata\\qmgrs\\QM!1",
+                   newLog = root / "newlog\\QM!1";
     Snapshot data, log, rest;
     std::string strZnsIni, strReport;
 
   private:
-    static std::string Replaced(std::string str, const std::string& strOld, const std::string& strNew) {
+    static std::string Replaced(std::string str, const std::string& strOld, const std::string& strNew)
+    {
         return str.replace(str.find(strOld), strOld.size(), strNew);
     }
-    bool IsQmNew() const { return ReadAll(newData / "qm.ini") == Replaced(data.at(L"qm.ini"), "\\oldlog\\QM!1\\", "\\newlog\\QM!1\\"); }
-    std::string Tree(const fs::path& path, const Snapshot& whole) const {
-        if (!fs::exists(path)) return "-";
+    bool IsQmNew() const
+    {
+        return ReadAll(newData / "qm.ini") ==
+               Replaced(data.at(L"qm.ini"), "\\oldlog\\QM!1\\", "\\newlog\\QM!1\\");
+    }
+    std::string Tree(const fs::path& path, const Snapshot& whole) const
+    {
+        if (!fs::exists(path))
+            return "-";
         Snapshot now = TakeSnapshot(path);
-        if (path == newData && IsQmNew()) now[L"qm.ini"] = whole.at(L"qm.ini");
+        if (path == newData && IsQmNew())
+            now[L"qm.ini"] = whole.at(L"qm.ini");
         return now == whole ? "+" : "~";
     }
-    Snapshot Rest() const {
+    Snapshot Rest() const
+    {
         Snapshot all = TakeSnapshot(root);
         std::erase_if(all, [](const auto& entry) {
-            for (const wchar_t* psz :
-                {L"olddata\\qmgrs\\QM!1", L"oldlog\\QM!1", L"newdata", L"newlog", L"work\\zns.ini", L"work\\trace", L"work\\errors"})
-                if (entry.first.starts_with(psz)) return true;
+            for (const wchar_t* psz : {L"olddata\\qmgrs\\QM!1", L"oldlog\\QM!1", L"newdata", L"newlog",
+                                       L"work\\zns.ini", L"work\\trace", L"work\\errors"})
+                if (entry.first.starts_with(psz))
+                    return true;
             return false;
         });
         return all;

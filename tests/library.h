@@ -1,5 +1,6 @@
-// The product's library in the test's hands: answers for one queue manager, which exists, and a list of the calls.
-// Checks the constant arguments, and that each record handed out comes back, once and in the agreed way.
+// The product's library in the test's hands: answers for one queue manager, which exists, and a list of the
+// calls. Checks the constant arguments, and that each record handed out comes back, once and in the agreed
+// way.
 #pragma once
 
 #include <cstring>
@@ -7,46 +8,63 @@
 
 #include "capture.h"
 
-struct Library {
+struct Library
+{
     ~Library() { EXPECT_EQ(nHeld, 0); }
 
-    std::string strInstallationOfQM = "Inst1", strDataDirectory = "D:\\data\\qmgrs\\QM1", strLogPath = "D:\\log\\QM1\\";
-    std::map<std::string, int> lookups; // results of installation look-ups by name; "" stands for the primary one
-    int nDetailsLeft = 1000;            // look-ups of the queue manager that still succeed
+    std::string strInstallationOfQM = "Inst1", strDataDirectory = "D:\\data\\qmgrs\\QM1",
+                strLogPath = "D:\\log\\QM1\\";
+    std::map<std::string, int>
+        lookups;             // results of installation look-ups by name; "" stands for the primary one
+    int nDetailsLeft = 1000; // look-ups of the queue manager that still succeed
     int nActiveResult = 1, nExecResult = 0, nExitCode = 0;
     uint8_t fFlags = 0;
     std::vector<std::string> calls;
     int nHeld = 0;
 
-    template <class... Words> void Call(const Words&... words) {
+    template <class... Words>
+    void Call(const Words&... words)
+    {
         std::string strCall;
         (((strCall += strCall.empty() ? "" : " ") += words), ...);
         calls.push_back(strCall);
     }
     static std::string Text(const char* psz) { return psz != nullptr ? psz : "null"; }
-    static void AreNull(std::initializer_list<void*> reserved) { EXPECT_THAT(reserved, testing::Each(nullptr)); }
+    static void AreNull(std::initializer_list<void*> reserved)
+    {
+        EXPECT_THAT(reserved, testing::Each(nullptr));
+    }
 
-    template <class Record> Record* Hold(Record** ppRecord) { return ++nHeld, *ppRecord = new Record{}; }
+    template <class Record>
+    Record* Hold(Record** ppRecord)
+    {
+        return ++nHeld, *ppRecord = new Record{};
+    }
 
-    template <class Signature> using Hook = ImportHook<Signature, Library>; // each signature stands once
-    Hook<decltype(xcsGetQMDetails)> details{"xcsGetQMDetails", [this](const char* pszName, auto, XCS_QM_DETAILS** pp) {
-                                                Call("details", pszName);
-                                                if (nDetailsLeft-- <= 0) return 1;
-                                                XCS_QM_DETAILS* const p = Hold(pp);
-                                                std::strcpy(p->szName, pszName);
-                                                std::strcpy(p->szDirectory, "QM1");
-                                                std::strcpy(p->szDataDirectory, strDataDirectory.c_str());
-                                                std::strcpy(p->szInstallationName, strInstallationOfQM.c_str());
-                                                std::strcpy(p->szSubpool, "sub");
-                                                p->fFlags = fFlags;
-                                                return 0;
-                                            }};
-    Hook<decltype(xcsGetInstallationDetails)> installation{"xcsGetInstallationDetails",
-        [this](const char* pszName, void* p1, void* p2, int nSelector, void* p3, auto, XCS_INSTALLATION_DETAILS** pp) {
+    template <class Signature>
+    using Hook = ImportHook<Signature, Library>; // each signature stands once
+    Hook<decltype(xcsGetQMDetails)> details{
+        "xcsGetQMDetails", [this](const char* pszName, auto, XCS_QM_DETAILS** pp) {
+            Call("details", pszName);
+            if (nDetailsLeft-- <= 0)
+                return 1;
+            XCS_QM_DETAILS* const p = Hold(pp);
+            std::strcpy(p->szName, pszName);
+            std::strcpy(p->szDirectory, "QM1");
+            std::strcpy(p->szDataDirectory, strDataDirectory.c_str());
+            std::strcpy(p->szInstallationName, strInstallationOfQM.c_str());
+            std::strcpy(p->szSubpool, "sub");
+            p->fFlags = fFlags;
+            return 0;
+        }};
+    Hook<decltype(xcsGetInstallationDetails)> installation{
+        "xcsGetInstallationDetails", [this](const char* pszName, void* p1, void* p2, int nSelector, void* p3,
+                                            auto, XCS_INSTALLATION_DETAILS** pp) {
             AreNull({p1, p2, p3});
             const std::string strName = pszName != nullptr ? pszName : "";
             Call("installation", std::to_string(nSelector), Text(pszName));
-            if (lookups[strName] != 0) return lookups[strName];
+            if (lookups[strName] != 0)
+                return lookups[strName];
             XCS_INSTALLATION_DETAILS* const p = Hold(pp);
             std::strcpy(p->szName, strName.c_str());
             std::strcpy(p->szPath, "C:\\Prog");
@@ -54,7 +72,8 @@ struct Library {
             return 0;
         }};
     Hook<decltype(xcsCompareInstallations)> compare{
-        "xcsCompareInstallations", [](const void* p, const char* psz) { return std::strcmp(static_cast<const char*>(p), psz); }};
+        "xcsCompareInstallations",
+        [](const void* p, const char* psz) { return std::strcmp(static_cast<const char*>(p), psz); }};
     Hook<decltype(xcsFreeMemFn)> freeMem{"xcsFreeMemFn", [this](void* p1, int n, void* p2, void* pRecord) {
                                              AreNull({p1, p2});
                                              EXPECT_EQ(n, 23);
@@ -62,38 +81,44 @@ struct Library {
                                              --nHeld;
                                          }};
     Hook<decltype(xcsIsSubpoolActive)> active{
-        "xcsIsSubpoolActive", [this](const char* pszSubpool, const char* pszDirectory, void* p, int n, const char* pszId) {
+        "xcsIsSubpoolActive",
+        [this](const char* pszSubpool, const char* pszDirectory, void* p, int n, const char* pszId) {
             AreNull({p});
             Call("active", pszSubpool, pszDirectory, std::to_string(n), pszId);
             return nActiveResult;
         }};
-    Hook<decltype(xcsExecProgramHandle)> exec{"xcsExecProgramHandle",
-        [this](int n1, const char* pszProgram, int n2, const char* psz, void* p1, int n3, int n4, void* p2, void* p3, void* p4, int* pn,
-            void* p5) {
+    Hook<decltype(xcsExecProgramHandle)> exec{
+        "xcsExecProgramHandle", [this](int n1, const char* pszProgram, int n2, const char* psz, void* p1,
+                                       int n3, int n4, void* p2, void* p3, void* p4, int* pn, void* p5) {
             AreNull({p1, p2, p3, p4, p5});
             EXPECT_THAT(std::vector({n1, n2, n3, n4}), testing::ElementsAre(31, 1, 2, 34));
             std::string strWords;
-            for (; *psz != '\0'; psz += std::strlen(psz) + 1) strWords += std::string("<") + psz + ">";
+            for (; *psz != '\0'; psz += std::strlen(psz) + 1)
+                strWords += std::string("<") + psz + ">";
             Call("exec", pszProgram, strWords);
             *pn = nExitCode;
             return nExecResult;
         }};
-    Hook<decltype(xcsGetIniFilename)> name{"xcsGetIniFilename", [this](const char* psz, char* pszFile, uint32_t* pn) {
+    Hook<decltype(xcsGetIniFilename)> name{"xcsGetIniFilename",
+                                           [this](const char* psz, char* pszFile, uint32_t* pn) {
                                                Call("name", Text(psz));
                                                std::strcpy(pszFile, psz != nullptr ? "qm.ini" : "zns.ini");
                                                *pn = psz != nullptr ? 7 : 9;
                                                return 0;
                                            }};
-    Hook<decltype(xcsIniUtilRead)> read{"xcsIniUtilRead",
-        [this](auto psz1, auto psz2, auto psz3, auto psz4, char* pszBuffer, uint32_t* pnLength, auto pszFile, uint32_t n) {
-            Call("read", psz1, Text(psz2), Text(psz3), psz4, std::to_string(*pnLength), pszFile, std::to_string(n));
+    Hook<decltype(xcsIniUtilRead)> read{
+        "xcsIniUtilRead", [this](auto psz1, auto psz2, auto psz3, auto psz4, char* pszBuffer,
+                                 uint32_t* pnLength, auto pszFile, uint32_t n) {
+            Call("read", psz1, Text(psz2), Text(psz3), psz4, std::to_string(*pnLength), pszFile,
+                 std::to_string(n));
             std::memset(pszBuffer, '#', *pnLength);
             std::memcpy(pszBuffer, strLogPath.data(), std::min<size_t>(strLogPath.size(), *pnLength));
             *pnLength = static_cast<uint32_t>(strLogPath.size());
             return 0;
         }};
     Hook<decltype(xcsIniUtilWrite)> write{
-        "xcsIniUtilWrite", [this](auto psz1, auto psz2, auto psz3, auto psz4, auto psz5, auto pszFile, uint32_t n) {
+        "xcsIniUtilWrite",
+        [this](auto psz1, auto psz2, auto psz3, auto psz4, auto psz5, auto pszFile, uint32_t n) {
             Call("write", psz1, Text(psz2), Text(psz3), psz4, psz5, pszFile, std::to_string(n));
             return 0;
         }};

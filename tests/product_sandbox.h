@@ -3,13 +3,18 @@
 
 #include "tempdir.h"
 
-class Sandbox : public TempDir {
+class Sandbox : public TempDir
+{
   public:
-    explicit Sandbox(const std::string& strZnsIni = "") {
+    explicit Sandbox(const std::string& strZnsIni = "")
+    {
         Write("zns.ini", strZnsIni);
         SetEnvironmentVariableW(L"ZN_WORK_PATH", root.c_str());
     }
     std::string Path(const std::string& strName) const { return (root / strName).make_preferred().string(); }
-    void Write(const std::string& strName, const std::string& strContent) const { WriteAll(root / strName, strContent); }
+    void Write(const std::string& strName, const std::string& strContent) const
+    {
+        WriteAll(root / strName, strContent);
+    }
     std::string Read(const std::string& strName) const { return ReadAll(root / strName); }
 };

@@ -15,16 +15,22 @@
 #include "tovxcs2.h"
 #include "tovxzu.h"
 
-namespace {
+namespace
+{
 using namespace std::string_literals;
 
-// Started with this variable, this program is the child, which tells by its exit code whether it got these words.
+// Started with this variable, this program is the child, which tells by its exit code whether it got these
+// words.
 constexpr const wchar_t* CHILD = L"ZN_TEST_CHILD";
-const std::vector<std::string> WORDS = {
-    "-w", "QM1", "a b", "a\"b", "\"", "\\", "\\\\", "a\\", "a b\\", "a\\\"b", "a\\\\\"", "\t", "%PATH%", "&|<>^", "*", "'", "\xE4"};
-const struct Child {
-    Child() {
-        if (GetEnvironmentVariableW(CHILD, nullptr, 0) == 0) return;
+const std::vector<std::string> WORDS = {"-w",     "QM1",   "a b",   "a\"b",   "\"",      "\\",
+                                        "\\\\",   "a\\",   "a b\\", "a\\\"b", "a\\\\\"", "\t",
+                                        "%PATH%", "&|<>^", "*",     "'",      "\xE4"};
+const struct Child
+{
+    Child()
+    {
+        if (GetEnvironmentVariableW(CHILD, nullptr, 0) == 0)
+            return;
         int nWords = 0;
         wchar_t** ppWords = CommandLineToArgvW(GetCommandLineW(), &nWords);
         const auto isSame = [](const wchar_t* psz, const std::string& str) { return Narrow(psz) == str; };
@@ -32,13 +38,17 @@ const struct Child {
     }
 } s_child;
 
-int32_t Execute(const std::string& strProgram, const std::vector<std::string>& words, int32_t& nResult) {
+int32_t Execute(const std::string& strProgram, const std::vector<std::string>& words, int32_t& nResult)
+{
     std::string strBlock = strProgram + '\0';
-    for (const auto& strWord : words) strBlock += strWord + '\0';
-    return xcsExecProgramHandle(31, strProgram.c_str(), 1, strBlock.c_str(), nullptr, 2, 34, nullptr, nullptr, nullptr, &nResult, nullptr);
+    for (const auto& strWord : words)
+        strBlock += strWord + '\0';
+    return xcsExecProgramHandle(31, strProgram.c_str(), 1, strBlock.c_str(), nullptr, 2, 34, nullptr, nullptr,
+                                nullptr, &nResult, nullptr);
 }
 
-TEST(Program, HandsEveryWordOverAsItIs) {
+TEST(Program, HandsEveryWordOverAsItIs)
+{
     SetEnvironmentVariableW(CHILD, L"1");
     int32_t nResult = 0;
     EXPECT_EQ(Execute((ProgramFolder() / "product_test.exe").string(), WORDS, nResult), XCS_RC_OK);
@@ -46,26 +56,34 @@ TEST(Program, HandsEveryWordOverAsItIs) {
     EXPECT_EQ(nResult, 42);
 }
 
-TEST(Program, RunsOnlyWhatIsNamedInFull) {
+TEST(Program, RunsOnlyWhatIsNamedInFull)
+{
     const Sandbox sandbox;
     sandbox.Write("a.bat", "exit 0");
     sandbox.Write("b.exe", "no program");
     int32_t nResult = 77;
-    for (const std::string& strProgram : {"cmd.exe"s, "\\windows\\system32\\cmd.exe"s, "C:cmd.exe"s, ""s, sandbox.Path("a.bat"),
-             sandbox.Path("b.exe"), sandbox.Path("none.exe"), sandbox.Path("")})
+    for (const std::string& strProgram :
+         {"cmd.exe"s, "\\windows\\system32\\cmd.exe"s, "C:cmd.exe"s, ""s, sandbox.Path("a.bat"),
+          sandbox.Path("b.exe"), sandbox.Path("none.exe"), sandbox.Path("")})
         EXPECT_NE(Execute(strProgram, {"-w"}, nResult), XCS_RC_OK) << strProgram;
-    EXPECT_NE(Execute((ProgramFolder() / "endznm.exe").string(), {std::string(40'000, 'x')}, nResult), XCS_RC_OK);
+    EXPECT_NE(Execute((ProgramFolder() / "endznm.exe").string(), {std::string(40'000, 'x')}, nResult),
+              XCS_RC_OK);
     EXPECT_EQ(nResult, 77);
 }
 
-class SampleQueueManager : public testing::Test {
+class SampleQueueManager : public testing::Test
+{
   protected:
-    SampleQueueManager() {
-        EXPECT_EQ(SampleQm("create QM.1 /dd " + sandbox.Path("data\\") + " /ld " + sandbox.Path("log") + " /files 60"), 0);
+    SampleQueueManager()
+    {
+        EXPECT_EQ(SampleQm("create QM.1 /dd " + sandbox.Path("data\\") + " /ld " + sandbox.Path("log") +
+                           " /files 60"),
+                  0);
     }
     ~SampleQueueManager() override { EndZnm("-i QM.1"); }
 
-    int Run(const char* pszProgram, const std::string& strWords) {
+    int Run(const char* pszProgram, const std::string& strWords)
+    {
         return RunProgram(ProgramFolder() / pszProgram, fs::path(strWords).wstring(), sandbox.root).nStatus;
     }
     int SampleQm(const std::string& strWords) { return Run("sampleqm.exe", strWords); }
@@ -74,14 +92,17 @@ class SampleQueueManager : public testing::Test {
 
     // Test programs that run at the same time have queue managers of their own.
     const std::string strIdentity = "Id" + std::to_string(GetCurrentProcessId());
-    Sandbox sandbox{"Installation:\r\n   Name=One\r\n   Path=C:\\inst\r\n   Identity=" + strIdentity + "\r\n"};
+    Sandbox sandbox{"Installation:\r\n   Name=One\r\n   Path=C:\\inst\r\n   Identity=" + strIdentity +
+                    "\r\n"};
     const std::string strActivity = "data/qmgrs/QM!1/activity.rec";
 };
 
-TEST_F(SampleQueueManager, LivesEndsAndMissesItsFiles) {
+TEST_F(SampleQueueManager, LivesEndsAndMissesItsFiles)
+{
     EXPECT_EQ(SampleQm("start QM.1"), 0);
     EXPECT_TRUE(IsActive());
-    for (const auto& strFile : {strActivity, "log/QM!1/journal.rec"s}) // the first one straight after the start
+    for (const auto& strFile :
+         {strActivity, "log/QM!1/journal.rec"s}) // the first one straight after the start
         EXPECT_GE(std::ranges::count(sandbox.Read(strFile), '\n'), 2);
     EXPECT_EQ(SampleQm("start QM.1"), 4);
     EXPECT_EQ(EndZnm("-w QM.1"), 0);
@@ -92,10 +113,12 @@ TEST_F(SampleQueueManager, LivesEndsAndMissesItsFiles) {
     EXPECT_EQ(SampleQm("verify QM.1"), 2); // its qm.ini is gone
 }
 
-TEST_F(SampleQueueManager, RefusesToEndWhenToldTo) {
+TEST_F(SampleQueueManager, RefusesToEndWhenToldTo)
+{
     RefusingQueueManager refusing(L"QM.1");
     ASSERT_TRUE(refusing.fRuns);
-    for (const char* pszOption : {"-w ", "-i ", "-p ", "-rp ", "-ri ", ""}) EXPECT_EQ(EndZnm(pszOption + "QM.1"s), 4) << pszOption;
+    for (const char* pszOption : {"-w ", "-i ", "-p ", "-rp ", "-ri ", ""})
+        EXPECT_EQ(EndZnm(pszOption + "QM.1"s), 4) << pszOption;
     EXPECT_TRUE(IsActive());
     refusing.Kill();
     EXPECT_FALSE(IsActive());
@@ -107,12 +130,15 @@ TEST_F(SampleQueueManager, RefusesToEndWhenToldTo) {
     EXPECT_TRUE(sandbox.Read(strActivity).starts_with(strWhole));
 }
 
-TEST_F(SampleQueueManager, DoesNotStartWithDamagedOrMissingFiles) {
+TEST_F(SampleQueueManager, DoesNotStartWithDamagedOrMissingFiles)
+{
     const std::string strFile = "log/QM!1/file00001.rec", strRead = sandbox.Read(strFile);
     std::string strFlipped = strRead;
     strFlipped[strFlipped.find("message")] ^= 1;
-    for (const auto& strDamaged : {strFlipped, strRead.substr(0, strRead.rfind('\n', strRead.size() - 2) + 1),
-             strRead.substr(0, strRead.size() - 1), strRead.substr(strRead.find('\n') + 1), strRead + "x", ""s}) {
+    for (const auto& strDamaged :
+         {strFlipped, strRead.substr(0, strRead.rfind('\n', strRead.size() - 2) + 1),
+          strRead.substr(0, strRead.size() - 1), strRead.substr(strRead.find('\n') + 1), strRead + "x", ""s})
+    {
         sandbox.Write(strFile, strDamaged);
         EXPECT_EQ(SampleQm("start QM.1"), 3) << strDamaged;
     }
@@ -124,9 +150,12 @@ TEST_F(SampleQueueManager, DoesNotStartWithDamagedOrMissingFiles) {
     EXPECT_EQ(SampleQm("start QM.1"), 3);
 }
 
-TEST(Utilities, NoFailureMapsToZero) {
-    const std::pair<int32_t, int32_t> cases[] = {{0, 0}, {1, 1}, {0x40806178, 0x78}, {0x100, 255}, {-1, 255}, {INT32_MIN, 255}};
-    for (auto [nCode, nMapped] : cases) {
+TEST(Utilities, NoFailureMapsToZero)
+{
+    const std::pair<int32_t, int32_t> cases[] = {{0, 0},       {1, 1},    {0x40806178, 0x78},
+                                                 {0x100, 255}, {-1, 255}, {INT32_MIN, 255}};
+    for (auto [nCode, nMapped] : cases)
+    {
         zutMapRCTo8bit(&nCode);
         EXPECT_EQ(nCode, nMapped);
     }

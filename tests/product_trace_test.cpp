@@ -15,7 +15,8 @@
 #include "returncodes.h"
 #include "tovxcs2.h"
 
-namespace {
+namespace
+{
 using namespace std::chrono_literals;
 using testing::AllOf;
 using testing::Each;
@@ -24,29 +25,41 @@ using testing::HasSubstr;
 using testing::SizeIs;
 using testing::StartsWith;
 
-XTR_THREAD_AREA* Area() { return static_cast<XTR_THREAD_AREA*>(TlsGetValue(xihTLSIndex)); }
+XTR_THREAD_AREA* Area()
+{
+    return static_cast<XTR_THREAD_AREA*>(TlsGetValue(xihTLSIndex));
+}
 
 // What a traced program does by itself on the way in and out.
-void Enter(int nFunction) {
+void Enter(int nFunction)
+{
     const uint32_t nEntry = XTR_ENTRY_MARK | 42 << 10 | nFunction;
     Area()->aHistory[Area()->nHistory++ & (XTR_HISTORY_SIZE - 1)] = nEntry;
-    if (Area()->nDepth < XTR_CALL_STACK_SIZE) Area()->aCallStack[Area()->nDepth] = nEntry;
+    if (Area()->nDepth < XTR_CALL_STACK_SIZE)
+        Area()->aCallStack[Area()->nDepth] = nEntry;
     ++Area()->nDepth;
     xtr_FNC_entry(Area(), 42, nFunction);
 }
-void Leave(int nFunction, int32_t nReturnCode) {
-    Area()->aHistory[Area()->nHistory++ & (XTR_HISTORY_SIZE - 1)] = (static_cast<uint32_t>(nReturnCode) << 16) + (42 << 10) + nFunction;
-    if (Area()->nDepth > 0) --Area()->nDepth;
+void Leave(int nFunction, int32_t nReturnCode)
+{
+    Area()->aHistory[Area()->nHistory++ & (XTR_HISTORY_SIZE - 1)] =
+        (static_cast<uint32_t>(nReturnCode) << 16) + (42 << 10) + nFunction;
+    if (Area()->nDepth > 0)
+        --Area()->nDepth;
     xtr_FNC_retcode(Area(), 42, nFunction, nReturnCode);
 }
 
-struct Services {
-    explicit Services(const wchar_t* pszTrace) {
+struct Services
+{
+    explicit Services(const wchar_t* pszTrace)
+    {
         SetEnvironmentVariableW(L"ZN_TRACE", pszTrace);
-        EXPECT_EQ(xcsInitializeEx(48, 7, nullptr, nullptr, nullptr, nullptr, nullptr, &connection), XCS_RC_OK);
+        EXPECT_EQ(xcsInitializeEx(48, 7, nullptr, nullptr, nullptr, nullptr, nullptr, &connection),
+                  XCS_RC_OK);
         nEstablished = xtrEstablishTraceStatus();
     }
-    ~Services() {
+    ~Services()
+    {
         EXPECT_EQ(xcsTerminate(&connection, 4), XCS_RC_OK);
         EXPECT_EQ(TlsGetValue(xihTLSIndex), nullptr);
         EXPECT_EQ(xihProcess.fTraceEnabled, 0u);
@@ -57,37 +70,46 @@ struct Services {
 };
 
 // The one file of a directory of the work path; empty when there is not exactly one.
-std::string TheFile(const Sandbox& sandbox, const char* pszDirectory) {
+std::string TheFile(const Sandbox& sandbox, const char* pszDirectory)
+{
     const Snapshot files = TakeSnapshot(sandbox.root / pszDirectory);
     return files.size() == 1 ? files.begin()->second : "";
 }
 
 // The trace's records without the two lines above them and without times.
-std::vector<std::string> Records(const Sandbox& sandbox) {
+std::vector<std::string> Records(const Sandbox& sandbox)
+{
     const std::string strTrace = TheFile(sandbox, "trace");
     std::vector<std::string> records;
-    for (size_t n = strTrace.find('\n', strTrace.find('\n') + 1) + 1; n < strTrace.size(); n = strTrace.find('\n', n) + 1)
-        records.push_back(strTrace.substr(n + 14, std::min(strTrace.find("  (", n), strTrace.find('\r', n)) - n - 14));
+    for (size_t n = strTrace.find('\n', strTrace.find('\n') + 1) + 1; n < strTrace.size();
+         n = strTrace.find('\n', n) + 1)
+        records.push_back(
+            strTrace.substr(n + 14, std::min(strTrace.find("  (", n), strTrace.find('\r', n)) - n - 14));
     return records;
 }
 
-TEST(Trace, TellsACallTreeAndSurvivesDamagedCounters) {
+TEST(Trace, TellsACallTreeAndSurvivesDamagedCounters)
+{
     const Sandbox sandbox;
     const Services services(L"flow");
     Enter(179);
     Enter(168);
     Leave(168, -1);
-    for (const int nFunction : {29, 99}) { // the one has no result
+    for (const int nFunction : {29, 99})
+    { // the one has no result
         Enter(nFunction);
         Leave(nFunction, 0);
     }
     // What has been written is there while the program still runs, or is killed.
     EXPECT_THAT(Records(sandbox),
-        ElementsAre("> _tmain", "|  > CZNMSCSApp::MigrateQueueManager", "|  < CZNMSCSApp::MigrateQueueManager = -1",
-            "|  > CZNMFileSecurity::CZNMFileSecurity", "|  < CZNMFileSecurity::CZNMFileSecurity", "|  > component 42 function 99",
-            "|  < component 42 function 99 = 0"));
+                ElementsAre("> _tmain", "|  > CZNMSCSApp::MigrateQueueManager",
+                            "|  < CZNMSCSApp::MigrateQueueManager = -1",
+                            "|  > CZNMFileSecurity::CZNMFileSecurity",
+                            "|  < CZNMFileSecurity::CZNMFileSecurity", "|  > component 42 function 99",
+                            "|  < component 42 function 99 = 0"));
     EXPECT_THAT(TheFile(sandbox, "trace"), HasSubstr(" ms)"));
-    for (const uint32_t nDepth : {128u, 129u, 5000u, 0xFFFFFFFFu}) {
+    for (const uint32_t nDepth : {128u, 129u, 5000u, 0xFFFFFFFFu})
+    {
         Area()->nDepth = nDepth;
         xtr_FNC_entry(Area(), 42, 31);
         xtr_FNC_retcode(Area(), 42, 31, 0);
@@ -97,7 +119,8 @@ TEST(Trace, TellsACallTreeAndSurvivesDamagedCounters) {
     EXPECT_THAT(Records(sandbox), SizeIs(7 + 4 * 2));
 }
 
-TEST(Trace, TellsTheLibrarysOperationsAtTheirCallersDepth) {
+TEST(Trace, TellsTheLibrarysOperationsAtTheirCallersDepth)
+{
     const Sandbox sandbox("Log:\r\n   LogPath=D:\r\n");
     const Services services(L"detail");
     const std::string strIni = sandbox.Path("zns.ini");
@@ -110,20 +133,25 @@ TEST(Trace, TellsTheLibrarysOperationsAtTheirCallersDepth) {
     xcsCompareInstallations("I1", "I2");
     EXPECT_EQ(GetLastError(), 1234u);
     EXPECT_EQ(std::memcmp(&before, Area(), sizeof before), 0); // these are the program's
-    EXPECT_THAT(Records(sandbox),
+    EXPECT_THAT(
+        Records(sandbox),
         ElementsAre("> CZNMSCSApp::MigrateQueueManager", "|  > xcsIniUtilWrite",
-            AllOf(StartsWith("|  |  . xcsIniUtilWrite() (pszStanza = Log, pszKeyName = (null), "),
-                HasSubstr("'E:', pszFileName = " + strIni)),
-            "|  < xcsIniUtilWrite = 0", "|  > xcsCreateDirectory", "|  |  . xcsCreateDirectory() (pszPath = " + strIni + ")",
-            StartsWith("|  < xcsCreateDirectory = 0x20006118 (the system refused), error 183: "), "|  > xcsCompareInstallations",
-            HasSubstr("(pInstallation = I1, pszName = I2)"), "|  < xcsCompareInstallations = 0x00000001 (different)"));
+                    AllOf(StartsWith("|  |  . xcsIniUtilWrite() (pszStanza = Log, pszKeyName = (null), "),
+                          HasSubstr("'E:', pszFileName = " + strIni)),
+                    "|  < xcsIniUtilWrite = 0", "|  > xcsCreateDirectory",
+                    "|  |  . xcsCreateDirectory() (pszPath = " + strIni + ")",
+                    StartsWith("|  < xcsCreateDirectory = 0x20006118 (the system refused), error 183: "),
+                    "|  > xcsCompareInstallations", HasSubstr("(pInstallation = I1, pszName = I2)"),
+                    "|  < xcsCompareInstallations = 0x00000001 (different)"));
 }
 
-TEST(Trace, FormatsParametersWithoutLoss) {
+TEST(Trace, FormatsParametersWithoutLoss)
+{
     const Sandbox sandbox;
     const Services services(L"detail");
     int nWritten = 77;
-    xtr_parms("%s|%S|%d|%u|%04x|%lld|%c", "\xE4", L"\x4F60\xD83D\xDE00", -1, 4294967295u, 0xAB, 1LL << 40, 'c');
+    xtr_parms("%s|%S|%d|%u|%04x|%lld|%c", "\xE4", L"\x4F60\xD83D\xDE00", -1, 4294967295u, 0xAB, 1LL << 40,
+              'c');
     xtr_parms("%S %S %s", L"\xD83D", nullptr, nullptr);
     xtr_parms("%S", L"a\nb\r\tc\x01");
     xtr_parms("%.2s|%.3S|%5d|%-5d|%.1f", "abc", L"defg", 7, 7, 1.25);
@@ -132,15 +160,18 @@ TEST(Trace, FormatsParametersWithoutLoss) {
     xtr_FNC_text(42, 55, Area(), 0, "Queue manager is RUNNING 100%s");
     EXPECT_EQ(nWritten, 77);
     EXPECT_THAT(Records(sandbox),
-        ElementsAre(". \xC3\xA4|\xE4\xBD\xA0\xF0\x9F\x98\x80|-1|4294967295|00ab|1099511627776|c", ". \\uD83D (null) (null)",
-            ". a\\nb\\r\\tc\\x01", ". ab|def|    7|7    |1.2", ". %n5", ". 100%%!q%", "- Queue manager is RUNNING 100%s"));
+                ElementsAre(". \xC3\xA4|\xE4\xBD\xA0\xF0\x9F\x98\x80|-1|4294967295|00ab|1099511627776|c",
+                            ". \\uD83D (null) (null)", ". a\\nb\\r\\tc\\x01", ". ab|def|    7|7    |1.2",
+                            ". %n5", ". 100%%!q%", "- Queue manager is RUNNING 100%s"));
     xtr_parms("%S", std::wstring(100'000, L'x').c_str());
     EXPECT_THAT(Records(sandbox).back(), SizeIs(2 + 16'384));
 }
 
-TEST(Trace, IsOffOrImpossibleWithoutFailingAnybody) {
+TEST(Trace, IsOffOrImpossibleWithoutFailingAnybody)
+{
     const Sandbox sandbox;
-    for (const wchar_t* pszTrace : {L"", L"1", L"flowx"}) {
+    for (const wchar_t* pszTrace : {L"", L"1", L"flowx"})
+    {
         const Services services(pszTrace);
         EXPECT_EQ(services.nEstablished, XCS_RC_OK);
         EXPECT_EQ(Area()->fTraceActive | xihProcess.fTraceEnabled, 0u);
@@ -158,78 +189,95 @@ TEST(Trace, IsOffOrImpossibleWithoutFailingAnybody) {
     EXPECT_EQ(GetLastError(), 1234u);
 }
 
-void Report(const char* pszText, int nProbe) {
+void Report(const char* pszText, int nProbe)
+{
     XCS_INSERTS inserts = {};
     std::memcpy(inserts.achEyeCatcher, "XMSA", 4);
     inserts.apszText[0] = pszText;
     xcsVORTFn(42, 33, nProbe, XCS_RC_PROGRAM_FAILURE, &inserts, nullptr, nullptr, nullptr);
 }
 
-TEST(FailureRecord, TellsWhatHappenedAndWhatLedToIt) {
+TEST(FailureRecord, TellsWhatHappenedAndWhatLedToIt)
+{
     const Sandbox sandbox;
     const Services services(L"flow");
-    for (int n = 0; n < 300; ++n) Enter(29); // the history wraps, the call stack is full
+    for (int n = 0; n < 300; ++n)
+        Enter(29); // the history wraps, the call stack is full
     Enter(33);
     Leave(33, -1);
     xcsSaveFileContextSccsId("@(#) source", 140);
     Report("Error 5 setting file security on 'E:\\\xE4'", 10);
     Area()->nDepth = 0;
     const std::string strRecord = TheFile(sandbox, "errors");
-    for (const char* pszPart : {"ZNMFileSecurity::ChangeFileSecurity (33)\r\n", "Probe        10\r\n", "0x40006119", "XMSA\r\n",
-             "Error 5 setting file security on 'E:\\\xC3\xA4'\r\n", "System       error 5: Access", "@(#) source, line 140\r\n",
-             "product_test", "  CZNMFileSecurity::CZNMFileSecurity, 128 times\r\n  and 172 within these\r\n"})
+    for (const char* pszPart :
+         {"ZNMFileSecurity::ChangeFileSecurity (33)\r\n", "Probe        10\r\n", "0x40006119", "XMSA\r\n",
+          "Error 5 setting file security on 'E:\\\xC3\xA4'\r\n", "System       error 5: Access",
+          "@(#) source, line 140\r\n", "product_test",
+          "  CZNMFileSecurity::CZNMFileSecurity, 128 times\r\n  and 172 within these\r\n"})
         EXPECT_THAT(strRecord, HasSubstr(pszPart));
-    EXPECT_TRUE(strRecord.ends_with("  > CZNMFileSecurity::ChangeFileSecurity\r\n  < CZNMFileSecurity::ChangeFileSecurity = -1\r\n"))
+    EXPECT_TRUE(strRecord.ends_with(
+        "  > CZNMFileSecurity::ChangeFileSecurity\r\n  < CZNMFileSecurity::ChangeFileSecurity = -1\r\n"))
         << strRecord;
-    EXPECT_THAT(TheFile(sandbox, "trace"), HasSubstr(".txt: Error 5 setting file security on 'E:\\\xC3\xA4'"));
+    EXPECT_THAT(TheFile(sandbox, "trace"),
+                HasSubstr(".txt: Error 5 setting file security on 'E:\\\xC3\xA4'"));
 }
 
 // A directory that leads elsewhere, or that somebody else may change: no record.
-TEST(FailureRecord, IsGivenUpWhereItMustNotBeWritten) {
+TEST(FailureRecord, IsGivenUpWhereItMustNotBeWritten)
+{
     const Sandbox sandbox;
     const Services services(L"flow");
     {
-        ImportHook<decltype(GetFileInformationByHandle)> hook("GetFileInformationByHandle", [](HANDLE, BY_HANDLE_FILE_INFORMATION* p) {
-            p->dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
-            return TRUE;
-        });
+        ImportHook<decltype(GetFileInformationByHandle)> hook(
+            "GetFileInformationByHandle", [](HANDLE, BY_HANDLE_FILE_INFORMATION* p) {
+                p->dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+                return TRUE;
+            });
         Report("text", 1);
     }
-    for (const wchar_t* pszOwner : {L"O:S-1-5-21-1-2-3-1001", L"D:"}) { // a stranger's, nobody's
-        ImportHook<decltype(GetSecurityInfo)> hook("GetSecurityInfo", [&](auto, auto, auto, PSID* pp, auto, auto, auto, auto* ppsd) {
-            BOOL fDefaulted = FALSE;
-            ConvertStringSecurityDescriptorToSecurityDescriptorW(pszOwner, 1, ppsd, nullptr);
-            return GetSecurityDescriptorOwner(*ppsd, pp, &fDefaulted) ? 0 : GetLastError();
-        });
+    for (const wchar_t* pszOwner : {L"O:S-1-5-21-1-2-3-1001", L"D:"})
+    { // a stranger's, nobody's
+        ImportHook<decltype(GetSecurityInfo)> hook(
+            "GetSecurityInfo", [&](auto, auto, auto, PSID* pp, auto, auto, auto, auto* ppsd) {
+                BOOL fDefaulted = FALSE;
+                ConvertStringSecurityDescriptorToSecurityDescriptorW(pszOwner, 1, ppsd, nullptr);
+                return GetSecurityDescriptorOwner(*ppsd, pp, &fDefaulted) ? 0 : GetLastError();
+            });
         Report("text", 1);
     }
     EXPECT_THAT(sandbox.Names("errors"), SizeIs(0));
-    EXPECT_THAT(Records(sandbox), AllOf(SizeIs(3), Each("! no failure record, its file could not be created: text")));
+    EXPECT_THAT(Records(sandbox),
+                AllOf(SizeIs(3), Each("! no failure record, its file could not be created: text")));
 }
 
 // The last test: what a process has written counts until it ends.
-TEST(FailureRecord, KeepsTheFirstOfAKindAndAHundredOfAll) {
+TEST(FailureRecord, KeepsTheFirstOfAKindAndAHundredOfAll)
+{
     const Sandbox sandbox;
     const Services services(L"flow");
     sandbox.Write("errors/notes.txt", "mine");
-    for (int n = 0; n < 104; ++n) { // newer than ours, as when the clock was set back
+    for (int n = 0; n < 104; ++n)
+    { // newer than ours, as when the clock was set back
         const std::string strName = "errors/ZN1." + std::to_string(n) + ".txt";
         sandbox.Write(strName, "");
         fs::last_write_time(sandbox.root / strName, fs::file_time_type::clock::now() + 1h);
     }
-    for (int n = 0; n < 66; ++n) Report("text", n < 6 ? 20 : 100 + n);
+    for (int n = 0; n < 66; ++n)
+        Report("text", n < 6 ? 20 : 100 + n);
     const auto records = Records(sandbox);
     EXPECT_THAT(records[4], HasSubstr(".txt: text"));
     EXPECT_EQ(records[5], "! no failure record, 5 of this function and probe are kept: text");
     EXPECT_EQ(records.back(), "! no failure record, 50 of this process are kept: text");
     int nAll = 0, nOurs = 0, nLast = 0;
-    for (const auto& [strName, strRecord] : TakeSnapshot(sandbox.root / "errors")) {
+    for (const auto& [strName, strRecord] : TakeSnapshot(sandbox.root / "errors"))
+    {
         ++nAll;
         nOurs += strName.starts_with(L"ZN") && !strName.starts_with(L"ZN1.");
         nLast += strRecord.find("More         not kept: ") != strRecord.npos; // of the kind, of the process
     }
     EXPECT_THAT(std::vector({nAll, nLast}), ElementsAre(101, 2));
-    EXPECT_EQ(nOurs, std::ranges::count_if(records, [](const auto& str) { return str.starts_with("! failure record "); }));
+    EXPECT_EQ(nOurs, std::ranges::count_if(
+                         records, [](const auto& str) { return str.starts_with("! failure record "); }));
     EXPECT_EQ(sandbox.Read("errors/notes.txt"), "mine");
 }
 } // namespace

@@ -3,12 +3,19 @@
 
 using testing::ElementsAre;
 
-TEST(QueueMgr, InstallationIsFoundByNameOrAsThePrimaryOne) {
+TEST(QueueMgr, InstallationIsFoundByNameOrAsThePrimaryOne)
+{
     constexpr int UNKNOWN = 0x10006164;
-    const std::tuple<std::string, int, int, int, bool> cases[] = {// name, results by name and as the primary one, success, asked twice
-        {"Inst1", 0, 0, 1, false}, {"Inst1", UNKNOWN, 0, 0, false}, {"Inst1", 5, 0, 0, false}, {"Installation0", UNKNOWN, 0, 1, true},
-        {"Installation0", UNKNOWN, UNKNOWN, 0, true}, {"Installation0", 5, 0, 0, false}};
-    for (const auto& [strInstallation, nByName, nPrimary, nExpected, fSecond] : cases) {
+    const std::tuple<std::string, int, int, int, bool> cases[] = {
+        // name, results by name and as the primary one, success, asked twice
+        {"Inst1", 0, 0, 1, false},
+        {"Inst1", UNKNOWN, 0, 0, false},
+        {"Inst1", 5, 0, 0, false},
+        {"Installation0", UNKNOWN, 0, 1, true},
+        {"Installation0", UNKNOWN, UNKNOWN, 0, true},
+        {"Installation0", 5, 0, 0, false}};
+    for (const auto& [strInstallation, nByName, nPrimary, nExpected, fSecond] : cases)
+    {
         Library library;
         library.strInstallationOfQM = strInstallation;
         library.lookups = {{strInstallation, nByName}, {"", nPrimary}};
@@ -18,22 +25,26 @@ TEST(QueueMgr, InstallationIsFoundByNameOrAsThePrimaryOne) {
         library.calls.clear();
         EXPECT_EQ(queueMgr.Refresh(), nExpected) << strInstallation << nByName;
         std::vector<std::string> expected = {"details QM1", "installation 16 " + strInstallation};
-        if (fSecond) expected.push_back("installation 64 null");
+        if (fSecond)
+            expected.push_back("installation 64 null");
         EXPECT_EQ(library.calls, expected);
         EXPECT_EQ(library.nHeld, nExpected * 2); // a failed refresh gives both records back
     }
 }
 
-TEST(QueueMgr, EveryQueryAsksAnewAndKeepsTheInstallationWhileItMatches) {
+TEST(QueueMgr, EveryQueryAsksAnewAndKeepsTheInstallationWhileItMatches)
+{
     Library library;
-    for (const wchar_t* pszName : {L"", static_cast<const wchar_t*>(nullptr)}) EXPECT_EQ(CZNMQueueMgr(pszName).IsRunning(), 0);
+    for (const wchar_t* pszName : {L"", static_cast<const wchar_t*>(nullptr)})
+        EXPECT_EQ(CZNMQueueMgr(pszName).IsRunning(), 0);
     EXPECT_TRUE(library.calls.empty()); // an empty name is never looked up
     CZNMQueueMgr queueMgr(L"QM1");
     EXPECT_STREQ(queueMgr.GetRuntimeClass()->m_lpszClassName, "CZNMQueueMgr");
     library.calls.clear();
     EXPECT_STREQ(queueMgr.GetDirectoryName(), "QM1");
     EXPECT_STREQ(queueMgr.GetDataDirectory(), "D:\\data\\qmgrs\\QM1");
-    for (const auto& [fFlags, nExpected] : {std::pair<uint8_t, int>{0, 0}, {0xFD, 0}, {0x02, 1}}) {
+    for (const auto& [fFlags, nExpected] : {std::pair<uint8_t, int>{0, 0}, {0xFD, 0}, {0x02, 1}})
+    {
         library.fFlags = fFlags;
         EXPECT_EQ(queueMgr.IsMultiInstance(), nExpected);
     }
@@ -51,7 +62,8 @@ TEST(QueueMgr, EveryQueryAsksAnewAndKeepsTheInstallationWhileItMatches) {
     EXPECT_EQ(library.nHeld, 0);
 }
 
-TEST(QueueMgr, RunningTestTellsTheTraceItsState) {
+TEST(QueueMgr, RunningTestTellsTheTraceItsState)
+{
     Library library;
     Capture capture;
     CZNMQueueMgr queueMgr(L"QM1");
@@ -65,23 +77,34 @@ TEST(QueueMgr, RunningTestTellsTheTraceItsState) {
     library.nDetailsLeft = 2; // gone while Stop asks whether it runs: nothing is left to be run
     EXPECT_EQ(queueMgr.Stop(1), 0);
     EXPECT_THAT(capture.Only("-"),
-        ElementsAre("- 55 Queue manager is NOT RUNNING", "- 55 Queue manager is RUNNING", "- 58 Queue Manager not available!",
-            "- 55 Queue manager is NOT RUNNING", "- 58 Queue Manager not available!", "- 55 Queue manager is NOT RUNNING",
-            "- 57 Queue Manager not running!"));
-    for (const auto& [pszExit, nCount] : {std::pair{"< 58 0", 1}, {"< 58 3", 1}, {"< 58 -1", 2}}) EXPECT_EQ(capture.Count(pszExit), nCount);
+                ElementsAre("- 55 Queue manager is NOT RUNNING", "- 55 Queue manager is RUNNING",
+                            "- 58 Queue Manager not available!", "- 55 Queue manager is NOT RUNNING",
+                            "- 58 Queue Manager not available!", "- 55 Queue manager is NOT RUNNING",
+                            "- 57 Queue Manager not running!"));
+    for (const auto& [pszExit, nCount] : {std::pair{"< 58 0", 1}, {"< 58 3", 1}, {"< 58 -1", 2}})
+        EXPECT_EQ(capture.Count(pszExit), nCount);
 }
 
-TEST(QueueMgr, StopRunsTheEndCommandOfTheInstallation) {
+TEST(QueueMgr, StopRunsTheEndCommandOfTheInstallation)
+{
     Library library;
     CZNMQueueMgr queueMgr(L"QM1");
     EXPECT_EQ(queueMgr.Stop(1), 0); // not running: nothing to run
     EXPECT_EQ(library.calls.back(), "active sub QM1 2 id");
     library.nActiveResult = 0;
     const std::string strProgram = "C:\\Prog\\bin64\\endznm.exe";
-    for (const auto& [nStopType, pszOption] :
-        {std::pair<int16_t, const char*>{1, "-w"}, {2, "-i"}, {3, "-p"}, {4, "-rp"}, {5, "-ri"}, {7, "-w"}, {0, "-w"}, {-1, "-w"}}) {
+    for (const auto& [nStopType, pszOption] : {std::pair<int16_t, const char*>{1, "-w"},
+                                               {2, "-i"},
+                                               {3, "-p"},
+                                               {4, "-rp"},
+                                               {5, "-ri"},
+                                               {7, "-w"},
+                                               {0, "-w"},
+                                               {-1, "-w"}})
+    {
         EXPECT_EQ(queueMgr.Stop(nStopType), 0);
-        EXPECT_EQ(library.calls.back(), "exec " + strProgram + " <" + strProgram + "><" + pszOption + "><QM1>");
+        EXPECT_EQ(library.calls.back(),
+                  "exec " + strProgram + " <" + strProgram + "><" + pszOption + "><QM1>");
     }
     library.nExitCode = 40;
     EXPECT_EQ(queueMgr.Stop(1), 40);

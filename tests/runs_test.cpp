@@ -6,27 +6,34 @@
 
 #include "installation.h"
 
-namespace {
+namespace
+{
 const std::string USAGE = "Usage: tarvel /m queuemanager /dd absolutedatapath /ld absolutelogpath\r\n";
 constexpr DWORD FAILED = 0xFFFFFFFF;
 
 constexpr char UNCHANGED[] = "data +- log +- zns old qm old";
 constexpr char MOVED[] = "data -+ log -+ zns new qm new";
 
-std::string Message(unsigned nID) {
-    const std::map<unsigned, std::string> texts = {{32, "The specified Vantor ZN Queue Manager does not exist."},
-        {33, "The specified Vantor ZN Queue Manager is still active.\r\nThe Queue Manager should be stopped before proceeding."},
+std::string Message(unsigned nID)
+{
+    const std::map<unsigned, std::string> texts = {
+        {32, "The specified Vantor ZN Queue Manager does not exist."},
+        {33, "The specified Vantor ZN Queue Manager is still active.\r\nThe Queue Manager should be stopped "
+             "before proceeding."},
         {37, "An error occurred whilst creating/accessing the destination directories."},
         {38, "An error occurred whilst copying the Queue Manager files to the destination directory."},
         {39, "An error occurred whilst updating the registry information."},
         {40, "An error occurred whilst removing the old data and log directories for this Queue Manager."},
-        {42, "The specified destination is used by this Queue Manager. The destination directories must be unique."},
-        {47, "The specified Vantor ZN Queue Manager is configured for multi-instance support and cannot be moved."}};
+        {42, "The specified destination is used by this Queue Manager. The destination directories must be "
+             "unique."},
+        {47, "The specified Vantor ZN Queue Manager is configured for multi-instance support and cannot be "
+             "moved."}};
     return nID != 0 ? texts.at(nID) + "\r\n" : "";
 }
 } // namespace
 
-TEST(Runs, WholeMoveIsSilentAndChangesTwoLines) {
+TEST(Runs, WholeMoveIsSilentAndChangesTwoLines)
+{
     Installation zn;
     const RunResult result = zn.Run(zn.MoveWords());
     EXPECT_EQ(result.nStatus, 0u);
@@ -34,14 +41,18 @@ TEST(Runs, WholeMoveIsSilentAndChangesTwoLines) {
     EXPECT_EQ(zn.State(), MOVED);
     EXPECT_TRUE(zn.IsRestUntouched());
     // And again, to a third place, from where it is now.
-    EXPECT_EQ(
-        zn.Run(L"-LD " + (zn.root / "oldlog").wstring() + L"\\ -dd " + (zn.root / "olddata").generic_wstring() + L" -M QM1").nStatus, 0u);
+    EXPECT_EQ(zn.Run(L"-LD " + (zn.root / "oldlog").wstring() + L"\\ -dd " +
+                     (zn.root / "olddata").generic_wstring() + L" -M QM1")
+                  .nStatus,
+              0u);
     EXPECT_EQ(zn.State(), UNCHANGED);
 }
 
-TEST(Runs, RunningQueueManagerIsStoppedUnlessItRefuses) {
+TEST(Runs, RunningQueueManagerIsStoppedUnlessItRefuses)
+{
     Installation zn;
-    for (const char* psz : {"endznm.exe", "tovxcs2.dll", "tovxzu.dll"}) {
+    for (const char* psz : {"endznm.exe", "tovxcs2.dll", "tovxzu.dll"})
+    {
         fs::create_directories(zn.root / "inst\\bin64");
         fs::copy_file(ProgramFolder() / psz, zn.root / "inst\\bin64" / psz);
     }
@@ -49,7 +60,9 @@ TEST(Runs, RunningQueueManagerIsStoppedUnlessItRefuses) {
         return RunProgram(ProgramFolder() / "sampleqm.exe", strWords, zn.root).nStatus;
     };
     const auto end = [&] { return RunProgram(ProgramFolder() / "endznm.exe", L"-w QM2", zn.root).nStatus; };
-    ASSERT_EQ(sample(L"create QM2 /files 20 /dd " + (zn.root / "d").wstring() + L" /ld " + (zn.root / "l").wstring()), 0u);
+    ASSERT_EQ(sample(L"create QM2 /files 20 /dd " + (zn.root / "d").wstring() + L" /ld " +
+                     (zn.root / "l").wstring()),
+              0u);
     ASSERT_EQ(sample(L"start QM2"), 0u);
     const RunResult result = zn.Run(zn.MoveWords(L"QM2"));
     EXPECT_EQ(result.nStatus, 0u);
@@ -67,14 +80,20 @@ TEST(Runs, RunningQueueManagerIsStoppedUnlessItRefuses) {
     EXPECT_EQ(TakeSnapshot(zn.root / "d"), before);
 }
 
-TEST(Runs, StartUpFailuresEndTheRunBeforeAnythingIsAsked) {
+TEST(Runs, StartUpFailuresEndTheRunBeforeAnythingIsAsked)
+{
     const std::string strMfc = "Fatal Error: MFC initialization failed.\r\n",
                       strServices = "Fatal Error: Vantor ZN Common Services initialization failed.\r\n";
-    const std::tuple<const char*, DWORD, std::string, long> cases[] = {// fault, status, what standard error begins with, terminated
-        {"GetModuleHandleW:1:o:0:7e", FAILED, strMfc, 0}, {"GetCommandLineW:1:o:0:8", FAILED, strMfc, 0},
-        {"xcsCheckConsistency:1:o:20006110:0", 0x10, "", 0}, {"xcsInitializeEx:1:o:20006110:0", FAILED, strServices, 0},
-        {"xcsCheckAuthorization:1:o:40806178:0", 119, "User '", 1}, {"xcsCheckAuthorization:1:o:40806177:0", 71, "User '", 1}};
-    for (const auto& [pszFaults, nStatus, strErr, nTerminated] : cases) {
+    const std::tuple<const char*, DWORD, std::string, long> cases[] = {
+        // fault, status, what standard error begins with, terminated
+        {"GetModuleHandleW:1:o:0:7e", FAILED, strMfc, 0},
+        {"GetCommandLineW:1:o:0:8", FAILED, strMfc, 0},
+        {"xcsCheckConsistency:1:o:20006110:0", 0x10, "", 0},
+        {"xcsInitializeEx:1:o:20006110:0", FAILED, strServices, 0},
+        {"xcsCheckAuthorization:1:o:40806178:0", 119, "User '", 1},
+        {"xcsCheckAuthorization:1:o:40806177:0", 71, "User '", 1}};
+    for (const auto& [pszFaults, nStatus, strErr, nTerminated] : cases)
+    {
         Installation zn;
         const RunResult result = zn.Run(zn.MoveWords(), pszFaults);
         EXPECT_EQ(result.nStatus, nStatus) << pszFaults;
@@ -89,10 +108,13 @@ TEST(Runs, StartUpFailuresEndTheRunBeforeAnythingIsAsked) {
     EXPECT_EQ(zn.Run(zn.MoveWords()).strErr, strServices);
 }
 
-TEST(Runs, WrongCommandLinesShowTheUsageLine) {
+TEST(Runs, WrongCommandLinesShowTheUsageLine)
+{
     Installation zn;
-    for (const wchar_t* psz : {L"", L"/m QM1", L"/m QM1 /dd E:\\a /ld F:\\b /x", L"/?", L"/%s%n%s QM1 /dd E:\\a /ld F:\\b",
-             L"/m \"\" /dd E:\\a /ld F:\\b \"\"", L"QM1 E:\\a F:\\b 1 2 3"}) {
+    for (const wchar_t* psz :
+         {L"", L"/m QM1", L"/m QM1 /dd E:\\a /ld F:\\b /x", L"/?", L"/%s%n%s QM1 /dd E:\\a /ld F:\\b",
+          L"/m \"\" /dd E:\\a /ld F:\\b \"\"", L"QM1 E:\\a F:\\b 1 2 3"})
+    {
         const RunResult result = zn.Run(psz);
         EXPECT_EQ(result.nStatus, FAILED);
         EXPECT_EQ(result.strOut, "");
@@ -101,8 +123,10 @@ TEST(Runs, WrongCommandLinesShowTheUsageLine) {
     EXPECT_EQ(zn.State(), UNCHANGED);
 }
 
-TEST(Runs, RefusalsChangeNothing) {
-    const struct {
+TEST(Runs, RefusalsChangeNothing)
+{
+    const struct
+    {
         const char *pszInZnsIni, *pszInstead; // what the configuration says otherwise
         const wchar_t* pszFileInTheWay;
         std::wstring strQueueManager, strData, strLog; // destinations below the root
@@ -122,55 +146,78 @@ TEST(Runs, RefusalsChangeNothing) {
         {"", "", L"newdata\\qmgrs\\QM!1", L"QM1", L"newdata", L"newlog", 37},
         {"", "", L"newlog", L"QM1", L"newdata", L"newlog", 37},
     };
-    for (const auto& c : cases) {
+    for (const auto& c : cases)
+    {
         Installation zn;
-        if (*c.pszInZnsIni != '\0') {
+        if (*c.pszInZnsIni != '\0')
+        {
             zn.strZnsIni.replace(zn.strZnsIni.find(c.pszInZnsIni), std::strlen(c.pszInZnsIni), c.pszInstead);
             WriteAll(zn.work / "zns.ini", zn.strZnsIni);
         }
-        if (*c.pszFileInTheWay != L'\0') WriteAll(zn.root / c.pszFileInTheWay, "in the way");
-        const RunResult result = zn.Run(
-            L"/m " + c.strQueueManager + L" /dd " + (zn.root / c.strData).wstring() + L" /ld " + (zn.root / c.strLog).wstring());
+        if (*c.pszFileInTheWay != L'\0')
+            WriteAll(zn.root / c.pszFileInTheWay, "in the way");
+        const RunResult result =
+            zn.Run(L"/m " + c.strQueueManager + L" /dd " + (zn.root / c.strData).wstring() + L" /ld " +
+                   (zn.root / c.strLog).wstring());
         EXPECT_EQ(result.nStatus, FAILED) << &c - cases;
         EXPECT_EQ(result.strErr, Message(c.nMessage) + USAGE) << &c - cases;
-        EXPECT_TRUE(zn.State().starts_with("data +") && zn.State().find("log +") != std::string::npos) << zn.State();
+        EXPECT_TRUE(zn.State().starts_with("data +") && zn.State().find("log +") != std::string::npos)
+            << zn.State();
         EXPECT_EQ(ReadAll(zn.work / "zns.ini"), zn.strZnsIni);
-        if (*c.pszFileInTheWay != L'\0') EXPECT_EQ(ReadAll(zn.root / c.pszFileInTheWay), "in the way");
+        if (*c.pszFileInTheWay != L'\0')
+            EXPECT_EQ(ReadAll(zn.root / c.pszFileInTheWay), "in the way");
         EXPECT_TRUE(zn.IsRestUntouched()) << &c - cases;
     }
 }
 
-TEST(Runs, NewTreesThatOverlapOldOnesAreNotDeletedWithThem) {
-    const std::pair<const char*, const char*> cases[] = {{"OLDDATA", "newlog"}, {"newdata", "OldLog"}, {"newdata", "x\\..\\oldlog"},
-        {"newdata", "oldlog\\QM!1\\in"}, {"olddata\\qmgrs\\QM!1", "newlog"}, {"newdata", "olddata\\qmgrs"}, {"newdata", ".\\\\oldlog"}};
-    for (const auto& [pszData, pszLog] : cases) {
+TEST(Runs, NewTreesThatOverlapOldOnesAreNotDeletedWithThem)
+{
+    const std::pair<const char*, const char*> cases[] = {{"OLDDATA", "newlog"},
+                                                         {"newdata", "OldLog"},
+                                                         {"newdata", "x\\..\\oldlog"},
+                                                         {"newdata", "oldlog\\QM!1\\in"},
+                                                         {"olddata\\qmgrs\\QM!1", "newlog"},
+                                                         {"newdata", "olddata\\qmgrs"},
+                                                         {"newdata", ".\\\\oldlog"}};
+    for (const auto& [pszData, pszLog] : cases)
+    {
         Installation zn;
         const RunResult result = zn.Run(zn.MoveWords(L"QM1", pszData, pszLog));
         EXPECT_EQ(result.nStatus, FAILED) << pszData << pszLog;
-        EXPECT_NE(result.strErr, Message(42) + USAGE); // "the same place" is narrow: letter for letter, data with data
+        EXPECT_NE(result.strErr,
+                  Message(42) + USAGE); // "the same place" is narrow: letter for letter, data with data
         Snapshot all = TakeSnapshot(zn.root);
         for (const Snapshot* pTree : {&zn.data, &zn.log})
             for (const auto& [strName, strContent] : *pTree)
                 EXPECT_TRUE(std::any_of(all.begin(), all.end(),
-                    [&](const auto& entry) {
-                        return entry.first.ends_with(strName) && (entry.second == strContent || strName == L"qm.ini");
-                    }))
+                                        [&](const auto& entry) {
+                                            return entry.first.ends_with(strName) &&
+                                                   (entry.second == strContent || strName == L"qm.ini");
+                                        }))
                     << pszData << pszLog;
     }
 }
 
-TEST(Runs, PlacesThatCannotBeNamedOrReachedAreRefused) {
-    const std::string strNoCopy = "SHFileOperationW:1:a:7c:0"; // whole drives are at stake where one is not refused
+TEST(Runs, PlacesThatCannotBeNamedOrReachedAreRefused)
+{
+    const std::string strNoCopy =
+        "SHFileOperationW:1:a:7c:0"; // whole drives are at stake where one is not refused
     const std::wstring strLong(248, L'l');
-    for (const std::wstring strLog : {L"C:newlog", L"newlog", L"\\newlog", L"..", L"C:\\n\x0101", L"C:\\n\xD800", L"C:\\a?b", L"C:\\a|b",
-             (L"C:\\" + strLong).c_str(), L"1:\\x", L"\\"}) {
+    for (const std::wstring strLog :
+         {L"C:newlog", L"newlog", L"\\newlog", L"..", L"C:\\n\x0101", L"C:\\n\xD800", L"C:\\a?b", L"C:\\a|b",
+          (L"C:\\" + strLong).c_str(), L"1:\\x", L"\\"})
+    {
         Installation zn;
         EXPECT_EQ(
-            zn.Run(zn.MoveWords().substr(0, zn.MoveWords().find(L" /ld")) + L" /ld " + strLog, strNoCopy).strErr, Message(37) + USAGE);
+            zn.Run(zn.MoveWords().substr(0, zn.MoveWords().find(L" /ld")) + L" /ld " + strLog, strNoCopy)
+                .strErr,
+            Message(37) + USAGE);
         EXPECT_TRUE(zn.State().starts_with("data +")) << zn.State();
     }
-    for (const std::string& strLogPath : std::vector<std::string>{"C:", "C:\\", "..", ".", "relative\\log", "\\\\srv\\share\\", "",
-             "C:\\" + std::string(259, 'l'), "C:\\" + std::string(4997, 'l')}) {
+    for (const std::string& strLogPath :
+         std::vector<std::string>{"C:", "C:\\", "..", ".", "relative\\log", "\\\\srv\\share\\", "",
+                                  "C:\\" + std::string(259, 'l'), "C:\\" + std::string(4997, 'l')})
+    {
         Installation zn;
         WriteAll(zn.oldData / "qm.ini", "Log:\n   LogPath=" + strLogPath);
         EXPECT_EQ(zn.Run(zn.MoveWords(), strNoCopy).strErr, USAGE) << strLogPath;
@@ -180,14 +227,17 @@ TEST(Runs, PlacesThatCannotBeNamedOrReachedAreRefused) {
     EXPECT_EQ(zn.Run(zn.MoveWords()).strErr, Message(38) + USAGE);
 }
 
-TEST(Runs, EveryFailingStepLeavesWhatTheGuideSays) {
-    const struct {
+TEST(Runs, EveryFailingStepLeavesWhatTheGuideSays)
+{
+    const struct
+    {
         const char* pszFaults;
         unsigned nMessage;
         std::string strState;
     } cases[] = {
         {"xcsGetQMDetails:1:a:1:0", 32, UNCHANGED},
-        {"xcsGetQMDetails:6:o:1:0", 32, UNCHANGED}, // deleted while its directory name, then its data directory, is asked for
+        {"xcsGetQMDetails:6:o:1:0", 32,
+         UNCHANGED}, // deleted while its directory name, then its data directory, is asked for
         {"xcsGetQMDetails:7:o:1:0", 32, UNCHANGED},
         {"xcsGetInstallationDetails:1:a:10006164:0", 32, UNCHANGED},
         {"xcsIsSubpoolActive:1:a:0:0;xcsExecProgramHandle:1:o:1:0", 33, UNCHANGED},
@@ -207,7 +257,8 @@ TEST(Runs, EveryFailingStepLeavesWhatTheGuideSays) {
         {"DeleteFileW:6:a:0:20", 40, "data -+ log ++ zns new qm new"},
         {"DeleteFileW:7:a:0:20", 40, "data -+ log ~+ zns new qm new"},
     };
-    for (const auto& c : cases) {
+    for (const auto& c : cases)
+    {
         Installation zn;
         const RunResult result = zn.Run(zn.MoveWords(), c.pszFaults);
         EXPECT_EQ(result.nStatus, FAILED) << c.pszFaults;

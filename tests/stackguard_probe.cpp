@@ -5,14 +5,17 @@
 
 extern "C" uintptr_t __stack_chk_guard;
 
-[[gnu::noinline, gnu::no_sanitize("undefined")]] static int Fill(int nLength) {
+[[gnu::noinline, gnu::no_sanitize("undefined")]] static int Fill(int nLength)
+{
     char achBuffer[16];
     volatile char* const p = achBuffer;
-    for (int i = 0; i < nLength; ++i) p[i] = 'x';
+    for (int i = 0; i < nLength; ++i)
+        p[i] = 'x';
     return p[15];
 }
 
-int main(int, char** argv) {
+int main(int, char** argv)
+{
     std::printf("%llx\n", static_cast<unsigned long long>(__stack_chk_guard));
     std::fflush(stdout);
     return Fill(std::atoi(argv[1]));

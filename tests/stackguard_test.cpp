@@ -3,7 +3,8 @@
 
 #include "installation.h"
 
-TEST(StackGuard, IsRandomAndEndsTheProcessThatOverwritesIt) {
+TEST(StackGuard, IsRandomAndEndsTheProcessThatOverwritesIt)
+{
     const TempDir scratch;
     const auto run = [&](const wchar_t* pszLength) {
         return RunProgram(ProgramFolder() / "stackguard_probe.exe", pszLength, scratch.root);

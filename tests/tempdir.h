@@ -12,12 +12,15 @@
 
 namespace fs = std::filesystem;
 
-inline std::string ReadAll(const fs::path& path) {
+inline std::string ReadAll(const fs::path& path)
+{
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-inline void WriteAll(const fs::path& path, const std::string& strContent, DWORD nAttributes = FILE_ATTRIBUTE_NORMAL) {
+inline void WriteAll(const fs::path& path, const std::string& strContent,
+                     DWORD nAttributes = FILE_ATTRIBUTE_NORMAL)
+{
     fs::create_directories(path.parent_path());
     std::ofstream(path, std::ios::binary) << strContent;
     SetFileAttributesW(path.c_str(), nAttributes);
@@ -25,17 +28,21 @@ inline void WriteAll(const fs::path& path, const std::string& strContent, DWORD 
 
 // Relative path and content of everything below a directory; directories have the content "<dir>".
 using Snapshot = std::map<std::wstring, std::string>;
-inline Snapshot TakeSnapshot(const fs::path& base) {
+inline Snapshot TakeSnapshot(const fs::path& base)
+{
     Snapshot snapshot;
     std::error_code missing;
     for (const auto& entry : fs::recursive_directory_iterator(base, missing))
-        snapshot[entry.path().lexically_relative(base).wstring()] = entry.is_directory() ? "<dir>" : ReadAll(entry.path());
+        snapshot[entry.path().lexically_relative(base).wstring()] =
+            entry.is_directory() ? "<dir>" : ReadAll(entry.path());
     return snapshot;
 }
 
-class TempDir {
+class TempDir
+{
   public:
-    TempDir() {
+    TempDir()
+    {
         Remove(); // of an earlier process of that number, which was killed
         fs::create_directories(root);
     }
@@ -44,18 +51,22 @@ class TempDir {
     TempDir& operator=(const TempDir&) = delete;
 
     // Names below a subdirectory, with their directories, sorted.
-    std::vector<std::wstring> Names(const fs::path& sub = "") const {
+    std::vector<std::wstring> Names(const fs::path& sub = "") const
+    {
         std::vector<std::wstring> names;
-        for (const auto& [strName, strContent] : TakeSnapshot(root / sub)) names.push_back(strName);
+        for (const auto& [strName, strContent] : TakeSnapshot(root / sub))
+            names.push_back(strName);
         return names;
     }
 
-    const fs::path root = fs::temp_directory_path() / ("zn" + std::to_string(GetCurrentProcessId()) + "." + std::to_string(s_nNext++));
+    const fs::path root = fs::temp_directory_path() /
+                          ("zn" + std::to_string(GetCurrentProcessId()) + "." + std::to_string(s_nNext++));
 
   private:
     static inline int s_nNext = 0;
 
-    void Remove() {
+    void Remove()
+    {
         std::error_code ignored; // a left-over fails no test
         for (const auto& entry : fs::recursive_directory_iterator(root, ignored))
             SetFileAttributesW(entry.path().c_str(), FILE_ATTRIBUTE_NORMAL);

@@ -3,14 +3,17 @@
 
 using testing::ElementsAre;
 
-namespace {
-void TracedFunction(ZNM_FUNCTION nFunction, int nReturnCode) {
+namespace
+{
+void TracedFunction(ZNM_FUNCTION nFunction, int nReturnCode)
+{
     CZNMTrace trace(nFunction);
     trace.Return(nReturnCode);
 }
 } // namespace
 
-TEST(Trace, WithoutAreaNothingIsHandedOver) {
+TEST(Trace, WithoutAreaNothingIsHandedOver)
+{
     Capture capture;
     TlsSetValue(xihTLSIndex, nullptr);
     CZNMTrace trace(FN_TMAIN);
@@ -21,7 +24,8 @@ TEST(Trace, WithoutAreaNothingIsHandedOver) {
     EXPECT_EQ(capture.area.nHistory, 0u);
 }
 
-TEST(Trace, EntryAndExitFillTheAreaEvenWhileInactive) {
+TEST(Trace, EntryAndExitFillTheAreaEvenWhileInactive)
+{
     Capture capture;
     capture.area.fTraceActive = 0;
     {
@@ -34,11 +38,12 @@ TEST(Trace, EntryAndExitFillTheAreaEvenWhileInactive) {
     EXPECT_EQ(capture.area.nDepth, 0u);
     EXPECT_EQ(capture.area.nHistory, 6u);
     EXPECT_THAT(std::vector(capture.area.aHistory, capture.area.aHistory + 6),
-        ElementsAre(0xF000A850, 0xF000A837, 0x1A837, 0xF000A83A, 0xFFFFA83A, 0xA850));
+                ElementsAre(0xF000A850, 0xF000A837, 0x1A837, 0xF000A83A, 0xFFFFA83A, 0xA850));
     EXPECT_TRUE(capture.lines.empty());
 }
 
-TEST(Trace, CountersStayWithinTheArrays) {
+TEST(Trace, CountersStayWithinTheArrays)
+{
     Capture capture;
     CZNMTrace::RecordExit(FN_TMAIN, 71); // the exit without an entry
     EXPECT_EQ(capture.area.nDepth, 0u);
@@ -54,13 +59,17 @@ TEST(Trace, CountersStayWithinTheArrays) {
     EXPECT_EQ(capture.area.aHistory[0], 0xA8B0u);
 }
 
-TEST(Trace, LinesAreHandedOverOnlyWhenWanted) {
+TEST(Trace, LinesAreHandedOverOnlyWhenWanted)
+{
     constexpr uint32_t ALL = 0x000C8000;
-    const std::tuple<XIH_PROCESS, uint32_t, uint32_t, bool, bool> cases[] = {{{1, 1, 0}, 1, ALL, true, true},
-        {{0, 1, 1}, 1, ALL, false, false}, {{1, 0, 0}, 1, ALL, false, false}, {{1, -1, 0}, 1, ALL, false, false},
-        {{1, 0, 1}, 0, 0, true, true}, {{1, 1, 0}, 0, ALL, false, false}, {{1, 1, 0}, 1, 0x00040000, true, false},
-        {{1, 1, 0}, 1, 0x00080000, true, false}, {{1, 1, 0}, 1, 0x00008000, false, true}, {{1, 1, 0}, 1, ~ALL, false, false}};
-    for (const auto& [process, fDetailed, nOptions, fParms, fText] : cases) {
+    const std::tuple<XIH_PROCESS, uint32_t, uint32_t, bool, bool> cases[] = {
+        {{1, 1, 0}, 1, ALL, true, true},         {{0, 1, 1}, 1, ALL, false, false},
+        {{1, 0, 0}, 1, ALL, false, false},       {{1, -1, 0}, 1, ALL, false, false},
+        {{1, 0, 1}, 0, 0, true, true},           {{1, 1, 0}, 0, ALL, false, false},
+        {{1, 1, 0}, 1, 0x00040000, true, false}, {{1, 1, 0}, 1, 0x00080000, true, false},
+        {{1, 1, 0}, 1, 0x00008000, false, true}, {{1, 1, 0}, 1, ~ALL, false, false}};
+    for (const auto& [process, fDetailed, nOptions, fParms, fText] : cases)
+    {
         Capture capture;
         xihProcess = process;
         capture.area.fDetailed = fDetailed;

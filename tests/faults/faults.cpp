@@ -18,8 +18,10 @@
 #include "../hook.h"
 #include "tovxcs2.h"
 
-namespace {
-struct Import {
+namespace
+{
+struct Import
+{
     const char* pszName;
     void* pReal;
     unsigned char* pFailure; // code that returns nReturn
@@ -34,19 +36,24 @@ Import s_imports[MAX_IMPORTS];
 int s_nImports = 0;
 long s_nAllCalls = 0, s_nKillAt = 0;
 
-extern "C" void* Dispatch(Import* pImport) {
+extern "C" void* Dispatch(Import* pImport)
+{
     const long nCall = ++pImport->nCalls;
     const bool fFails = nCall == pImport->nFailAt || (pImport->chMode == 'a' && nCall > pImport->nFailAt);
-    if (++s_nAllCalls == s_nKillAt || (fFails && pImport->chMode == 'k')) TerminateProcess(GetCurrentProcess(), 9);
-    if (pImport->nFailAt == 0 || !fFails) return pImport->pReal;
+    if (++s_nAllCalls == s_nKillAt || (fFails && pImport->chMode == 'k'))
+        TerminateProcess(GetCurrentProcess(), 9);
+    if (pImport->nFailAt == 0 || !fFails)
+        return pImport->pReal;
     SetLastError(pImport->nError);
     return pImport->pFailure;
 }
 
 // Code that keeps the arguments, asks Dispatch where to go, and goes there.
-unsigned char* EmitThunk(unsigned char* p, Import* pImport) {
+unsigned char* EmitThunk(unsigned char* p, Import* pImport)
+{
     auto emit = [&p](std::initializer_list<unsigned char> bytes) {
-        for (unsigned char byte : bytes) *p++ = byte;
+        for (unsigned char byte : bytes)
+            *p++ = byte;
     };
     auto emitPointer = [&p](auto value) {
         std::memcpy(p, &value, 8);
@@ -68,7 +75,8 @@ unsigned char* EmitThunk(unsigned char* p, Import* pImport) {
 
 // --- What has to be given back -------------------------------------------------------------------
 
-enum Kind {
+enum Kind
+{
     SEARCH,
     LOCAL_BLOCK,
     SID_BLOCK,
@@ -78,17 +86,22 @@ enum Kind {
 long s_held[KINDS];
 
 // Stands before a function that hands out or takes back; change tells from the result by how much.
-template <class Signature, class Tag = decltype([] {})> struct Counted;
-template <class Result, class... Args, class Tag> struct Counted<Result(Args...), Tag> {
+template <class Signature, class Tag = decltype([] {})>
+struct Counted;
+template <class Result, class... Args, class Tag>
+struct Counted<Result(Args...), Tag>
+{
     static inline Result (*s_pReal)(Args...);
     static inline long (*s_change)(Result);
     static inline Kind s_kind;
-    static Result Call(Args... args) {
+    static Result Call(Args... args)
+    {
         const Result result = s_pReal(args...);
         s_held[s_kind] += s_change(result);
         return result;
     }
-    Counted(const char* pszFunction, Kind kind, long (*change)(Result)) {
+    Counted(const char* pszFunction, Kind kind, long (*change)(Result))
+    {
         void** const ppSlot = FindImportSlot(pszFunction);
         s_kind = kind;
         s_change = change;
@@ -97,7 +110,8 @@ template <class Result, class... Args, class Tag> struct Counted<Result(Args...)
     }
 };
 
-void CountWhatIsHeld() {
+void CountWhatIsHeld()
+{
     static const auto done = [](DWORD nResult) { return nResult == 0 ? 1L : 0L; };
     static const auto found = [](HANDLE h) { return h != INVALID_HANDLE_VALUE ? 1L : 0L; };
     static const auto ok = [](int32_t nResult) { return nResult == 0 ? 1L : 0L; };
@@ -108,7 +122,8 @@ void CountWhatIsHeld() {
     Counted<decltype(GetNamedSecurityInfoW)>("GetNamedSecurityInfoW", LOCAL_BLOCK, done);
     Counted<decltype(SetEntriesInAclW)>("SetEntriesInAclW", LOCAL_BLOCK, done);
     Counted<decltype(LocalFree)>("LocalFree", LOCAL_BLOCK, back);
-    Counted<decltype(AllocateAndInitializeSid)>("AllocateAndInitializeSid", SID_BLOCK, [](BOOL f) { return f ? 1L : 0L; });
+    Counted<decltype(AllocateAndInitializeSid)>("AllocateAndInitializeSid", SID_BLOCK,
+                                                [](BOOL f) { return f ? 1L : 0L; });
     Counted<decltype(FreeSid)>("FreeSid", SID_BLOCK, back);
     Counted<decltype(xcsGetQMDetails)>("xcsGetQMDetails", RECORD, ok);
     Counted<decltype(xcsGetInstallationDetails)>("xcsGetInstallationDetails", RECORD, ok);
@@ -118,14 +133,18 @@ void CountWhatIsHeld() {
 
 // --- Start and end -------------------------------------------------------------------------------
 
-Import* FindImport(const char* pszName) {
+Import* FindImport(const char* pszName)
+{
     for (int i = 0; i < s_nImports; ++i)
-        if (std::strcmp(s_imports[i].pszName, pszName) == 0) return &s_imports[i];
+        if (std::strcmp(s_imports[i].pszName, pszName) == 0)
+            return &s_imports[i];
     return nullptr;
 }
 
-void TakeFaults(char* pszFaults) {
-    for (char* psz = std::strtok(pszFaults, ";"); psz != nullptr; psz = std::strtok(nullptr, ";")) {
+void TakeFaults(char* pszFaults)
+{
+    for (char* psz = std::strtok(pszFaults, ";"); psz != nullptr; psz = std::strtok(nullptr, ";"))
+    {
         char szName[64];
         unsigned long nCall = 0, nError = 0;
         unsigned long long nReturn = 0;
@@ -133,28 +152,38 @@ void TakeFaults(char* pszFaults) {
         std::sscanf(psz, "%63[^:]:%lx:%c:%llx:%lx", szName, &nCall, &chMode, &nReturn, &nError);
         if (std::strcmp(szName, "*") == 0)
             s_nKillAt = static_cast<long>(nCall);
-        else if (Import* const pImport = FindImport(szName)) {
+        else if (Import* const pImport = FindImport(szName))
+        {
             pImport->nFailAt = static_cast<long>(nCall);
             pImport->chMode = chMode;
             pImport->nReturn = nReturn;
             pImport->nError = nError;
-        } else
+        }
+        else
             TerminateProcess(GetCurrentProcess(), 99); // a fault in what is not imported would test nothing
     }
 }
 
-void ReplaceImports() {
+void ReplaceImports()
+{
     ForEachImport(GetModuleHandleW(nullptr), [](const char* pszDll, const char* pszName, void**) {
         // What is no function, and what the runtime needs to start and end.
-        if (std::strncmp(pszName, "xih", 3) == 0) return;
-        if (_stricmp(pszDll, "msvcrt.dll") == 0 && std::strcmp(pszName, "malloc") != 0 && std::strcmp(pszName, "_waccess") != 0) return;
-        if (s_nImports < MAX_IMPORTS && FindImport(pszName) == nullptr) s_imports[s_nImports++].pszName = pszName;
+        if (std::strncmp(pszName, "xih", 3) == 0)
+            return;
+        if (_stricmp(pszDll, "msvcrt.dll") == 0 && std::strcmp(pszName, "malloc") != 0 &&
+            std::strcmp(pszName, "_waccess") != 0)
+            return;
+        if (s_nImports < MAX_IMPORTS && FindImport(pszName) == nullptr)
+            s_imports[s_nImports++].pszName = pszName;
     });
-    if (char* const pszFaults = std::getenv("ZN_FAULTS")) TakeFaults(pszFaults);
+    if (char* const pszFaults = std::getenv("ZN_FAULTS"))
+        TakeFaults(pszFaults);
 
     CountWhatIsHeld();
-    auto* pCode = static_cast<unsigned char*>(VirtualAlloc(nullptr, MAX_IMPORTS * 128, MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
-    for (int i = 0; i < s_nImports; ++i) {
+    auto* pCode = static_cast<unsigned char*>(
+        VirtualAlloc(nullptr, MAX_IMPORTS * 128, MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
+    for (int i = 0; i < s_nImports; ++i)
+    {
         void** const ppSlot = FindImportSlot(s_imports[i].pszName);
         s_imports[i].pReal = *ppSlot;
         unsigned char* const pThunk = pCode + i * 128;
@@ -163,21 +192,26 @@ void ReplaceImports() {
     }
 }
 
-void Report() {
+void Report()
+{
     const char* const pszReport = std::getenv("ZN_FAULTS_REPORT");
     FILE* const pFile = pszReport != nullptr ? std::fopen(pszReport, "w") : nullptr;
-    if (pFile == nullptr) return;
+    if (pFile == nullptr)
+        return;
     for (int i = 0; i < s_nImports; ++i)
-        if (s_imports[i].nCalls > 0) std::fprintf(pFile, "%s %ld\n", s_imports[i].pszName, s_imports[i].nCalls);
+        if (s_imports[i].nCalls > 0)
+            std::fprintf(pFile, "%s %ld\n", s_imports[i].pszName, s_imports[i].nCalls);
     const char* const kinds[] = {"search", "local", "sid", "record"};
     for (int i = 0; i < KINDS; ++i)
-        if (s_held[i] != 0) std::fprintf(pFile, "held-%s %ld\n", kinds[i], s_held[i]);
+        if (s_held[i] != 0)
+            std::fprintf(pFile, "held-%s %ld\n", kinds[i], s_held[i]);
     std::fprintf(pFile, "* %ld\n", s_nAllCalls);
     std::fclose(pFile);
 }
 } // namespace
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD nReason, LPVOID) {
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD nReason, LPVOID)
+{
     if (nReason == DLL_PROCESS_ATTACH)
         ReplaceImports();
     else if (nReason == DLL_PROCESS_DETACH)
