@@ -1,7 +1,7 @@
 #include <windows.h>
 #include <sddl.h>
 
-#include "capture.h"
+#include "tracecapture.h"
 #include "tovmsebs.h"
 
 using testing::ElementsAre;

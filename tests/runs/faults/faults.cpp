@@ -15,7 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../hook.h"
+#include "hook.h"
 #include "tovxcs2.h"
 
 namespace

@@ -1,7 +1,7 @@
 #include <windows.h>
 #include <shellapi.h>
 
-#include "library.h"
+#include "productcalls.h"
 #include "znmapp.h"
 
 using testing::ElementsAre;

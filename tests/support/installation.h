@@ -130,7 +130,7 @@ class Installation : public TempDir
         SetEnvironmentVariableW(L"ZN_WORK_PATH", work.c_str());
     }
 
-    // Runs tarvel, without faults or as strFaults says (see faults/faults.cpp).
+    // Runs tarvel, without faults or as strFaults says (see runs/faults/faults.cpp).
     RunResult Run(const std::wstring& strWords, const std::string& strFaults = "")
     {
         SetEnvironmentVariableA("ZN_FAULTS", strFaults.c_str());

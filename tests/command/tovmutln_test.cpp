@@ -1,4 +1,4 @@
-#include "capture.h"
+#include "tracecapture.h"
 #include "tovmutln.h"
 
 using testing::ElementsAre;

@@ -1,6 +1,6 @@
 #include <random>
 
-#include "capture.h"
+#include "tracecapture.h"
 #include "znmapp.h"
 #include "znmcmdline.h"
 

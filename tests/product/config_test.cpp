@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "hook.h"
-#include "product_sandbox.h"
+#include "sandbox.h"
 #include "returncodes.h"
 #include "tovxcs2.h"
 

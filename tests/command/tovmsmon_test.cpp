@@ -1,4 +1,4 @@
-#include "library.h"
+#include "productcalls.h"
 #include "tovmsmon.h"
 
 using testing::ElementsAre;

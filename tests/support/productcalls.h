@@ -6,7 +6,7 @@
 #include <cstring>
 #include <map>
 
-#include "capture.h"
+#include "tracecapture.h"
 
 struct Library
 {

@@ -2,7 +2,7 @@
 #include <aclapi.h>
 #include <shellapi.h>
 
-#include "capture.h"
+#include "tracecapture.h"
 #include "tempdir.h"
 #include "znmapp.h"
 

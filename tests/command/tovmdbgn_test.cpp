@@ -1,4 +1,4 @@
-#include "capture.h"
+#include "tracecapture.h"
 #include "tovmdbgn.h"
 #include "tovmexpn.h"
 #include "tovmtrce.h"

@@ -9,7 +9,7 @@
 
 #include "installation.h"
 #include "owner.h"
-#include "product_sandbox.h"
+#include "sandbox.h"
 #include "returncodes.h"
 #include "text.h"
 #include "tovxcs2.h"

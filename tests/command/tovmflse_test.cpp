@@ -4,7 +4,7 @@
 #include <map>
 #include <set>
 
-#include "capture.h"
+#include "tracecapture.h"
 #include "tempdir.h"
 #include "tovmflse.h"
 

@@ -11,7 +11,7 @@
 #include <cstring>
 
 #include "hook.h"
-#include "product_sandbox.h"
+#include "sandbox.h"
 #include "returncodes.h"
 #include "tovxcs2.h"
 

@@ -1,4 +1,4 @@
-#include "capture.h"
+#include "tracecapture.h"
 #include "tovmtrce.h"
 
 using testing::ElementsAre;
