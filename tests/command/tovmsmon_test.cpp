@@ -43,6 +43,7 @@ TEST(QueueMgr, EveryQueryAsksAnewAndKeepsTheInstallationWhileItMatches)
     library.calls.clear();
     EXPECT_STREQ(queueMgr.GetDirectoryName(), "QM1");
     EXPECT_STREQ(queueMgr.GetDataDirectory(), "D:\\data\\qmgrs\\QM1");
+    EXPECT_STREQ(queueMgr.GetRunIdentity(), L"sub|QM1|id");
     for (const auto& [fFlags, nExpected] : {std::pair<uint8_t, int>{0, 0}, {0xFD, 0}, {0x02, 1}})
     {
         library.fFlags = fFlags;
@@ -59,6 +60,7 @@ TEST(QueueMgr, EveryQueryAsksAnewAndKeepsTheInstallationWhileItMatches)
     EXPECT_EQ(queueMgr.GetDataDirectory(), nullptr);
     EXPECT_EQ(queueMgr.IsMultiInstance() + queueMgr.IsRunning(), 0);
     EXPECT_EQ(queueMgr.Stop(1), -1);
+    EXPECT_TRUE(queueMgr.GetRunIdentity().IsEmpty());
     EXPECT_EQ(library.nHeld, 0);
 }
 

@@ -163,6 +163,17 @@ const char* CZNMQueueMgr::GetDataDirectory()
     return fFound ? m_pDetails->szDataDirectory : nullptr;
 }
 
+CString CZNMQueueMgr::GetRunIdentity() const
+{
+    if (!m_pDetails || !m_pInstallation)
+        return CString();
+    // No directory name has a '|' in it.
+    CString strIdentity = CString(m_pDetails->szSubpool) + L"|" + CString(m_pDetails->szDirectory) + L"|" +
+                          CString(m_pInstallation->szIdentity);
+    strIdentity.Replace(L'\\', L'/');
+    return strIdentity;
+}
+
 int32_t CZNMQueueMgr::Stop(int16_t nStopType)
 {
     CZNMTrace trace(FN_QUEUE_MGR_STOP);

@@ -51,6 +51,12 @@ class CZNMQueueMgr : public CCmdTarget
     // Its data directory, likewise.
     const char* GetDataDirectory();
 
+    // A text that differs for every queue manager of this machine and stays the same while its records do:
+    // what the running test tells queue managers apart by (subpool, directory name, installation). Made from
+    // the records that the last query left, without a new query and without a trace record; empty if that
+    // query failed. It has no backslash, so that it can be part of the name of a kernel object.
+    CString GetRunIdentity() const;
+
     // Ends it with the end command of its installation and waits for that command. 0 if it was not running;
     // the command's exit code if it was; -1 if the queue manager cannot be found or the command cannot be
     // run.
