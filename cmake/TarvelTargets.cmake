@@ -2,7 +2,7 @@
 
 add_library(tarvel_options INTERFACE)
 target_compile_definitions(tarvel_options INTERFACE
-  UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0601 _GLIBCXX_ASSERTIONS
+  UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0602 _GLIBCXX_ASSERTIONS
   TARVEL_VERSION="${PROJECT_VERSION}")
 target_compile_options(tarvel_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wformat=2

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "afxwin.h"
+#include "znmsources.h"
 
 // Which word the command-line parser expects next.
 enum ZN_EXPECTED : uint16_t
@@ -44,8 +45,9 @@ class CZNMSCSApp : public CWinApp
     // the attributes of a last component that exists already.
     uint32_t CreateZNDirectory(const CString& strDir, const CString& strLastDir);
 
-    // Copies the content of strSrc into strDest, over what is there, and replaces the access rights of the
-    // copy. 1, or 0 if any of it failed; what was copied stays, the source is never changed.
+    // Copies the content of strSrc into strDest, over what is there, compares the copy and strSrc with what
+    // m_sources remembers of strSrc, and replaces the access rights of the copy. 1, or 0 if any of it failed;
+    // what was copied stays, the source is never changed.
     int CopyZNFiles(const CString& strDest, const CString& strSrc);
 
     // Deletes strDir with all its content, stopping at the first thing that cannot be deleted. 1, also for a
@@ -59,6 +61,9 @@ class CZNMSCSApp : public CWinApp
     CString m_strQueueManager;          // value of /m
     CString m_strDataDest;              // value of /dd
     CString m_strLogDest;               // value of /ld
+
+    // What the look before the copy saw of both old trees.
+    CZNSources m_sources;
 
   protected:
     const AFX_MSGMAP* GetMessageMap() const override;

@@ -12,7 +12,6 @@
 #include "tovmsrid.h"
 #include "tovmtrce.h"
 #include "tovxcs2.h"
-#include "znmpaths.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmdirs"));
 
@@ -40,6 +39,58 @@ bool IsDirectory(DWORD nAttributes)
 std::wstring ShellList(const wchar_t* pszName)
 {
     return std::wstring(pszName) + L'\0'; // and the string's own terminator
+}
+
+// Makes a directory the current one for as long as the object lives. A failure to do so does not matter to
+// the copy.
+class WorkingDirectory
+{
+  public:
+    WorkingDirectory(const CZNMTrace& trace, const CString& strDir) : m_trace(trace)
+    {
+        // A current directory that does not fit leaves the buffer empty: it is changed all the same, but not
+        // restored.
+        if (GetCurrentDirectoryW(MAX_PATH, m_szSaved) == 0)
+            return;
+        trace.Parms("Current Dir = %S, Changing to = %S", static_cast<const wchar_t*>(m_szSaved), strDir);
+        if (SetCurrentDirectoryW(strDir) != TRUE)
+            trace.Parms("Failed to change current directory to '%S'", strDir);
+    }
+    ~WorkingDirectory()
+    {
+        if (m_szSaved[0] == L'\0')
+            return;
+        m_trace.Parms("Restoring original working directory '%S'", static_cast<const wchar_t*>(m_szSaved));
+        if (SetCurrentDirectoryW(m_szSaved) != TRUE)
+            m_trace.Text("Failed to restore original working directory!");
+    }
+    WorkingDirectory(const WorkingDirectory&) = delete;
+    WorkingDirectory& operator=(const WorkingDirectory&) = delete;
+
+  private:
+    const CZNMTrace& m_trace;
+    wchar_t m_szSaved[MAX_PATH] = {};
+};
+
+// Replaces the rights that the files of a copy brought along. The directory step is made whatever the first
+// one gave.
+int SecureCopy(const CZNMTrace& trace, const CString& strDest)
+{
+    int nResult = 1;
+    CZNMFileSecurity fileSecurity(nullptr);
+    if (fileSecurity.SetSecurityOnFiles(strDest + L"\\*", 1, 1, 1, WORLD_ACCESS_MODE, WORLD_PERMISSIONS,
+                                        WORLD_INHERITANCE) != TRUE)
+    {
+        trace.Text("Failed to set security on destination files");
+        nResult = 0;
+    }
+    if (fileSecurity.SetSecurityOnFiles(strDest, 0, 1, 1, WORLD_ACCESS_MODE, WORLD_PERMISSIONS,
+                                        WORLD_INHERITANCE) != TRUE)
+    {
+        trace.Text("Failed to set security on destination directory");
+        nResult = 0;
+    }
+    return nResult;
 }
 } // namespace
 
@@ -133,7 +184,6 @@ int CZNMSCSApp::CopyZNFiles(const CString& strDest, const CString& strSrc)
 {
     CZNMTrace trace(FN_COPY_ZN_FILES);
     trace.Parms("CZNMSCSApp::CopyZNFiles() (strDest = %S, strSrc = %S)", strDest, strSrc);
-    int nResult = 1;
 
     const CString strSrcSpec = strSrc + L"\\*";
     const std::wstring srcList = ShellList(strSrcSpec);
@@ -145,55 +195,22 @@ int CZNMSCSApp::CopyZNFiles(const CString& strDest, const CString& strSrc)
     request.pTo = destList.c_str();
     request.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOCONFIRMMKDIR | FOF_NOERRORUI;
 
-    // The shell takes no longer paths, and not every one says so: some leave out what is too long.
-    if (HasLongerPath(strSrc, MAX_PATH - 2 - strDest.GetLength()))
-    {
-        trace.Parms("Cannot copy directory '%S' to '%S': a path is too long", strSrcSpec, strDest);
-        return trace.Return(0);
-    }
-
-    // A longer current directory leaves the buffer empty and is not restored.
-    wchar_t szSavedDir[MAX_PATH] = {};
-    if (GetCurrentDirectoryW(MAX_PATH, szSavedDir) != 0)
-    {
-        trace.Parms("Current Dir = %S, Changing to = %S", static_cast<const wchar_t*>(szSavedDir), strSrc);
-        if (SetCurrentDirectoryW(strSrc) != TRUE)
-            trace.Parms("Failed to change current directory to '%S'",
-                        strSrc); // the copy is made all the same
-    }
-
+    const WorkingDirectory workingDirectory(trace, strSrc);
     const int nCopied = SHFileOperationW(&request);
     const DWORD nError = GetLastError();
     if (nCopied != 0)
     {
         trace.Parms("Cannot copy directory '%S' to '%S' rc=%u, gle=%u", strSrcSpec, strDest, nCopied, nError);
-        nResult = 0;
-    }
-    else
-    {
-        // The rights that the files brought along are replaced.
-        CZNMFileSecurity fileSecurity(nullptr);
-        if (fileSecurity.SetSecurityOnFiles(strDest + L"\\*", 1, 1, 1, WORLD_ACCESS_MODE, WORLD_PERMISSIONS,
-                                            WORLD_INHERITANCE) != TRUE)
-        {
-            trace.Text("Failed to set security on destination files");
-            nResult = 0;
-        }
-        if (fileSecurity.SetSecurityOnFiles(strDest, 0, 1, 1, WORLD_ACCESS_MODE, WORLD_PERMISSIONS,
-                                            WORLD_INHERITANCE) != TRUE)
-        {
-            trace.Text("Failed to set security on destination directory");
-            nResult = 0;
-        }
+        return trace.Return(0);
     }
 
-    if (szSavedDir[0] != L'\0')
-    {
-        trace.Parms("Restoring original working directory '%S'", static_cast<const wchar_t*>(szSavedDir));
-        if (SetCurrentDirectoryW(szSavedDir) != TRUE)
-            trace.Text("Failed to restore original working directory!");
-    }
-    return trace.Return(nResult);
+    // With these flags the shell goes on after an error, and may return 0 without having copied everything.
+    const CZNTree* const pSource = m_sources.Find(strSrc);
+    if (pSource == nullptr || !pSource->IsWholeIn(strDest, ZNTraceFinding(trace, "The copy is not whole")) ||
+        !pSource->IsUnchanged(strSrc, CZNTree::Moment::AFTER_COPY,
+                              ZNTraceFinding(trace, "The source changed while it was copied")))
+        return trace.Return(0);
+    return trace.Return(SecureCopy(trace, strDest));
 }
 
 // --- Deletion ------------------------------------------------------------------------------------

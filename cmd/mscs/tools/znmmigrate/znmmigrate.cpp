@@ -15,6 +15,7 @@
 #include "tovxzu.h"
 #include "znmapp.h"
 #include "znmcmdline.h"
+#include "znmcontrol.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmmigrate"));
 
@@ -24,6 +25,15 @@ int _dowildcard = 0;
 
 namespace
 {
+// What the process needs from its first moment; the start-up sequence of the entry function is fixed.
+bool PrepareProcess()
+{
+    SetErrorMode(SEM_FAILCRITICALERRORS); // an empty drive is an error, not a box that waits for somebody
+    SetDllDirectoryW(L"");        // during the copy the current directory is a tree that others may write to
+    return ZNTakeControlEvents(); // where that fails the system ends the process as it always does
+}
+[[gnu::used]] const bool s_fPrepared = PrepareProcess();
+
 constexpr int STATUS_MOVED = 0;
 constexpr int STATUS_FAILED = -1;
 constexpr int STATUS_NOT_AUTHORIZED = 71;

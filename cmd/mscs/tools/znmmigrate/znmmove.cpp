@@ -1,8 +1,10 @@
 // The migration procedure, step by step, and the update of the two configuration files.
 //
-// Nothing is rolled back, and nothing is deleted before both trees have been copied and both configuration
-// files name the copies. The queue manager that is stopped here is never started again.
+// Nothing is rolled back, and nothing is deleted before both copies were compared with the old trees and both
+// configuration files name them. The queue manager that is stopped here is never started again.
 #include "znmapp.h"
+
+#include <memory>
 
 #include "messages.h"
 #include "tovmsmon.h"
@@ -10,6 +12,7 @@
 #include "tovmtrce.h"
 #include "tovmutln.h"
 #include "tovxcs2.h"
+#include "znmcontrol.h"
 #include "znmpaths.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmmove"));
@@ -26,16 +29,24 @@ struct ConfigurationFile
 
     // pszQueueManager: null for the product's own file.
     bool Find(const char* pszQueueManager) { return xcsGetIniFilename(pszQueueManager, szName, &nType) == 0; }
+
+    // With its backslash: without, the root of a drive would be the directory that the console remembers for
+    // it.
+    CString Directory() const
+    {
+        const CString strName(szName);
+        return strName.Left(strName.ReverseFind(L'\\') + 1);
+    }
 };
 
 CString WithoutTrailingBackslash(const CString& strPath)
 {
-    return strPath.GetLast() == L'\\' ? strPath.Left(strPath.GetLength() - 1) : strPath;
+    return strPath.Right(1) == L"\\" ? strPath.Left(strPath.GetLength() - 1) : strPath;
 }
 
 CString WithTrailingBackslash(const CString& strPath)
 {
-    return strPath.GetLast() == L'\\' ? strPath : strPath + L"\\";
+    return strPath.Right(1) == L"\\" ? strPath : strPath + L"\\";
 }
 
 // Where the queue manager's logs are now. False if its configuration does not say.
@@ -44,32 +55,204 @@ bool ReadLogPath(const ConfigurationFile& qmIni, CString& strLogPath)
     constexpr uint32_t MAX_LOG_PATH = 261;
     char szLogPath[MAX_LOG_PATH + 1] = {}; // a value of the full length comes without its terminator
     uint32_t nLength = MAX_LOG_PATH;
-    if (xcsIniUtilRead("Log", nullptr, nullptr, "LogPath", szLogPath, &nLength, qmIni.szName, qmIni.nType) !=
-            0 ||
-        nLength > MAX_LOG_PATH)
+    const int32_t nResult =
+        xcsIniUtilRead("Log", nullptr, nullptr, "LogPath", szLogPath, &nLength, qmIni.szName, qmIni.nType);
+    if (nResult != 0 || nLength > MAX_LOG_PATH)
         return false;
     szLogPath[nLength] = '\0';
     strLogPath = WithoutTrailingBackslash(CString(szLogPath));
     return IsTreePath(strLogPath);
 }
 
-// The last statement of a failing step: what the trace and the user are told, and the result.
-template <class... Args>
-int Refuse(CZNMTrace& trace, const char* pszTrace, uint32_t nMessageID, const Args&... args)
+// A named object that exists as long as a move of a queue manager runs, even if its process is killed.
+class MoveMark
 {
-    if constexpr (sizeof...(args) > 0)
-        trace.Parms(pszTrace, args...);
-    else
-        trace.Text(pszTrace);
-    CZNMUtil::ZNMessageConsole(ZNM_MESSAGE_STDERR, nMessageID);
-    return trace.Return(0);
+  public:
+    // False if another move of the queue manager has its mark, or if that cannot be told.
+    bool Set(const CString& strRunIdentity)
+    {
+        if (strRunIdentity.IsEmpty())
+            return false;
+        const CString strName = CString(L"Global\\ZN.Move.") + strRunIdentity;
+        m_mark.reset(CreateMutexW(nullptr, FALSE, strName));
+        const DWORD nError = GetLastError();
+        return m_mark != nullptr && nError != ERROR_ALREADY_EXISTS;
+    }
+
+  private:
+    struct Closer
+    {
+        void operator()(HANDLE handle) const noexcept { CloseHandle(handle); }
+    };
+    std::unique_ptr<void, Closer> m_mark;
+};
+
+// One run of the procedure: what its steps hand on to each other. Each step returns whether the next one may
+// follow; a step that fails has said so to the trace and, where there is a message for it, to the user.
+class Migration
+{
+  public:
+    Migration(CZNMSCSApp& app, CZNMTrace& trace)
+        : m_app(app), m_trace(trace), m_queueMgr(app.m_strQueueManager), m_narrowName(app.m_strQueueManager)
+    {
+    }
+
+    bool FindQueueManager();
+    bool StopQueueManager();
+    bool FindPlaces();
+    bool CreateDestinations();
+    bool CopyTrees();
+    bool NameNewPlaces();
+    bool DeleteOldTrees();
+
+  private:
+    enum : uint32_t
+    {
+        NO_MESSAGE = 0 // the user sees only the usage line
+    };
+
+    // The last statement of a failing step.
+    template <class... Args>
+    bool Refuse(uint32_t nMessageID, const char* pszTrace, const Args&... args) const
+    {
+        if constexpr (sizeof...(args) > 0)
+            m_trace.Parms(pszTrace, args...);
+        else
+            m_trace.Text(pszTrace);
+        if (nMessageID != NO_MESSAGE)
+            CZNMUtil::ZNMessageConsole(ZNM_MESSAGE_STDERR, nMessageID);
+        return false;
+    }
+
+    bool RefuseUnknown() const
+    {
+        return Refuse(IDS_QM_NOT_FOUND, "Cannot contact Queue Manager '%S'", m_app.m_strQueueManager);
+    }
+
+    CZNMSCSApp& m_app;
+    CZNMTrace& m_trace;
+    CZNMQueueMgr m_queueMgr;
+    const CW2A m_narrowName;
+    MoveMark m_mark;
+    ConfigurationFile m_znsIni;
+    CZNSources::Places m_places;
+};
+
+// A failure leaves everything as it was.
+bool Migration::FindQueueManager()
+{
+    if (m_queueMgr.Refresh() != 1)
+        return RefuseUnknown();
+    if (m_queueMgr.IsMultiInstance() == 1)
+        return Refuse(IDS_QM_MULTI_INSTANCE, "Queue Manager '%S' is configured for multi-instance support",
+                      m_app.m_strQueueManager);
+    // Two moves of one queue manager would each delete what the other one copies.
+    if (!m_mark.Set(m_queueMgr.GetRunIdentity()))
+        return Refuse(IDS_QM_STILL_ACTIVE,
+                      "Queue Manager '%S' is being moved already, or that cannot be told",
+                      m_app.m_strQueueManager);
+    return true;
 }
 
-// The same for a step without a message of its own: the user sees only the usage line.
-int RefuseSilently(CZNMTrace& trace, const char* pszTrace)
+// A failure leaves everything as it was, but for a queue manager that may still be ending.
+bool Migration::StopQueueManager()
 {
-    trace.Text(pszTrace);
-    return trace.Return(0);
+    if (m_queueMgr.IsRunning() == 1 && m_queueMgr.Stop(ZNM_STOP_WAIT) != 0)
+        return Refuse(IDS_QM_STILL_ACTIVE, "Queue Manager is active & cannot be stopped, cannot continue");
+    return true;
+}
+
+// A failure leaves everything as it was, but for a queue manager that was stopped and stays so.
+bool Migration::FindPlaces()
+{
+    if (!m_znsIni.Find(nullptr))
+        return Refuse(NO_MESSAGE, "Unable to get zns.ini filename");
+    ConfigurationFile qmIni;
+    if (!qmIni.Find(m_narrowName))
+        return Refuse(NO_MESSAGE, "Unable to get qm.ini filename");
+
+    const CString strDirectory(m_queueMgr.GetDirectoryName());
+    m_places.strSrcDataDir = CString(m_queueMgr.GetDataDirectory());
+    if (strDirectory.IsEmpty() || !IsTreePath(m_places.strSrcDataDir)) // it was deleted meanwhile
+        return RefuseUnknown();
+    if (!ReadLogPath(qmIni, m_places.strSrcLogDir))
+        return Refuse(NO_MESSAGE, "Unable to read log path");
+
+    m_places.strDestDataDir = m_app.m_strDataDest + L"\\" + L"qmgrs" + L"\\" + strDirectory;
+    m_places.strDestLogDir = m_app.m_strLogDest + L"\\" + strDirectory;
+    m_places.strConfigurationDir = m_znsIni.Directory();
+    m_trace.Parms("strSrcDataDir:  %S", m_places.strSrcDataDir);
+    m_trace.Parms("strDestDataDir:  %S", m_places.strDestDataDir);
+    m_trace.Parms("strSrcLogDir:  %S", m_places.strSrcLogDir);
+    m_trace.Parms("strDestLogDir:  %S", m_places.strDestLogDir);
+
+    // Required to be this narrow: with case, data against data and log against log only. The look before the
+    // copy finds every other spelling.
+    if (m_places.strDestDataDir == m_places.strSrcDataDir || m_places.strDestLogDir == m_places.strSrcLogDir)
+        return Refuse(IDS_SAME_DESTINATION, "Cannot have the same source/destination directories");
+    if (CompareStringOrdinal(m_places.strDestDataDir, -1, m_places.strDestLogDir, -1, TRUE) == CSTR_EQUAL)
+        return Refuse(IDS_SAME_DESTINATION, "Cannot have one destination directory for data and log");
+    return true;
+}
+
+// A failure leaves the destination directories that were created.
+bool Migration::CreateDestinations()
+{
+    const bool fPossible =
+        CanBeDestination(m_places.strDestDataDir) && CanBeDestination(m_places.strDestLogDir);
+    if (!fPossible)
+        m_trace.Text("A destination directory is not absolute, too long, not in the code page, or not kept "
+                     "by Windows");
+    if (!fPossible || m_app.CheckAndCreateZNDirectory(m_places.strDestDataDir) != 1 ||
+        m_app.CheckAndCreateZNDirectory(m_places.strDestLogDir) != 1)
+        return Refuse(IDS_CREATE_FAILED, "Cannot create/access destination directories");
+    return true;
+}
+
+// A failure leaves whole or partial copies, or none; sources and configuration are untouched.
+bool Migration::CopyTrees()
+{
+    if (!m_app.m_sources.Look(m_places, ZNTraceFinding(m_trace, "Nothing is copied")) ||
+        m_app.CopyZNFiles(m_places.strDestDataDir, m_places.strSrcDataDir) != 1 ||
+        m_app.CopyZNFiles(m_places.strDestLogDir, m_places.strSrcLogDir) != 1)
+        return Refuse(IDS_COPY_FAILED, "Cannot copy Queue Manager data/log files to destination");
+    return true;
+}
+
+bool Migration::NameNewPlaces()
+{
+    ZNFinishWhatever();
+
+    // A failure leaves both copies and the configuration as it was.
+    const CW2A narrowPrefix(WithoutTrailingBackslash(m_app.m_strDataDest));
+    if (xcsIniUtilWrite("QueueManager", "Name", m_narrowName, "Prefix", narrowPrefix, m_znsIni.szName,
+                        m_znsIni.nType) != 0)
+        return Refuse(IDS_UPDATE_FAILED, "Cannot update prefix value for queue manager");
+
+    // A failure from here on leaves both copies; zns.ini names the new data directory, the qm.ini in it the
+    // old log directory. The name is asked for again because it now leads to that copy.
+    ConfigurationFile newQmIni;
+    if (!newQmIni.Find(m_narrowName))
+        return Refuse(NO_MESSAGE, "Unable to get new qm.ini filename");
+    const CW2A narrowLogPath(WithTrailingBackslash(m_places.strDestLogDir));
+    if (xcsIniUtilWrite("Log", nullptr, nullptr, "LogPath", narrowLogPath, newQmIni.szName, newQmIni.nType) !=
+        0)
+        return Refuse(IDS_UPDATE_FAILED, "Cannot update logpath value for queue manager");
+    return true;
+}
+
+// A failure leaves the configuration moved and the old trees whole, or partly or wholly deleted. A tree is
+// deleted only if it is still what was copied: a queue manager that was started meanwhile has written to it.
+bool Migration::DeleteOldTrees()
+{
+    const CZNSources& sources = m_app.m_sources;
+    if (!sources.CanDeleteData(ZNTraceFinding(m_trace, "Nothing is deleted: the old trees changed")) ||
+        m_app.DeleteZNFiles(m_places.strSrcDataDir) != 1 ||
+        !sources.CanDeleteLog(
+            ZNTraceFinding(m_trace, "Nothing more is deleted: the old log directory changed")) ||
+        m_app.DeleteZNFiles(m_places.strSrcLogDir) != 1)
+        return Refuse(IDS_DELETE_FAILED, "Failed to delete old data/log directories");
+    return true;
 }
 } // namespace
 
@@ -81,88 +264,9 @@ int CZNMSCSApp::MigrateQueueManager()
     if (m_nParameters != 6 || m_fParametersValid != TRUE)
         return trace.Return(0);
 
-    // --- The queue manager: known, single-instance, stopped. After a failure from here to the creation of
-    // the destinations nothing has changed, but for a queue manager that was stopped and stays so.
-    CZNMQueueMgr queueMgr(m_strQueueManager);
-    if (queueMgr.Refresh() != 1)
-        return Refuse(trace, "Cannot contact Queue Manager '%S'", IDS_QM_NOT_FOUND, m_strQueueManager);
-    if (queueMgr.IsMultiInstance() == 1)
-        return Refuse(trace, "Queue Manager '%S' is configured for multi-instance support",
-                      IDS_QM_MULTI_INSTANCE, m_strQueueManager);
-    if (const int fRunning = queueMgr.IsRunning(); fRunning == 1)
-    {
-        if (queueMgr.Stop(static_cast<int16_t>(fRunning)) != 0)
-            return Refuse(trace, "Queue Manager is active & cannot be stopped, cannot continue",
-                          IDS_QM_STILL_ACTIVE);
-    }
-
-    // --- Where everything is, and where it is to go.
-    ConfigurationFile znsIni;
-    if (!znsIni.Find(nullptr))
-        return RefuseSilently(trace, "Unable to get zns.ini filename");
-    const CW2A narrowName(m_strQueueManager);
-    ConfigurationFile qmIni;
-    if (!qmIni.Find(narrowName))
-        return RefuseSilently(trace, "Unable to get qm.ini filename");
-
-    const CString strDirectory(queueMgr.GetDirectoryName());
-    const CString strSrcDataDir(queueMgr.GetDataDirectory());
-    if (strDirectory.IsEmpty() || !IsTreePath(strSrcDataDir)) // it was deleted meanwhile
-        return Refuse(trace, "Cannot contact Queue Manager '%S'", IDS_QM_NOT_FOUND, m_strQueueManager);
-    CString strSrcLogDir;
-    if (!ReadLogPath(qmIni, strSrcLogDir))
-        return RefuseSilently(trace, "Unable to read log path");
-
-    const CString strDestDataDir = m_strDataDest + L"\\" + L"qmgrs" + L"\\" + strDirectory;
-    const CString strDestLogDir = m_strLogDest + L"\\" + strDirectory;
-    trace.Parms("strSrcDataDir:  %S", strSrcDataDir);
-    trace.Parms("strDestDataDir:  %S", strDestDataDir);
-    trace.Parms("strSrcLogDir:  %S", strSrcLogDir);
-    trace.Parms("strDestLogDir:  %S", strDestLogDir);
-
-    // Deliberately narrow: with case, data against data and log against log only.
-    if (strDestDataDir == strSrcDataDir || strDestLogDir == strSrcLogDir)
-        return Refuse(trace, "Cannot have the same source/destination directories", IDS_SAME_DESTINATION);
-
-    // One directory for both would let files of the second copy take the place of the first one's.
-    if (_wcsicmp(strDestDataDir, strDestLogDir) == 0)
-        return Refuse(trace, "Cannot have one destination directory for data and log", IDS_SAME_DESTINATION);
-
-    // --- A failure leaves the destination directories that were created.
-    const bool fPossible = CanBeDestination(strDestDataDir) && CanBeDestination(strDestLogDir);
-    if (!fPossible)
-        trace.Text("A destination directory is not absolute, too long or not in the code page");
-    if (!fPossible || CheckAndCreateZNDirectory(strDestDataDir) != 1 ||
-        CheckAndCreateZNDirectory(strDestLogDir) != 1)
-        return Refuse(trace, "Cannot create/access destination directories", IDS_CREATE_FAILED);
-
-    // --- A failure leaves whole or partial copies; sources and configuration are untouched.
-    if (CopyZNFiles(strDestDataDir, strSrcDataDir) != 1 || CopyZNFiles(strDestLogDir, strSrcLogDir) != 1)
-        return Refuse(trace, "Cannot copy Queue Manager data/log files to destination", IDS_COPY_FAILED);
-
-    // --- A failure leaves two complete copies and the configuration as it was.
-    const CW2A narrowPrefix(WithoutTrailingBackslash(m_strDataDest));
-    if (xcsIniUtilWrite("QueueManager", "Name", narrowName, "Prefix", narrowPrefix, znsIni.szName,
-                        znsIni.nType) != 0)
-        return Refuse(trace, "Cannot update prefix value for queue manager", IDS_UPDATE_FAILED);
-
-    // --- A failure leaves both copies; zns.ini names the new data directory, the qm.ini in it the old log
-    // directory. The name is asked for again because it now leads to that copy.
-    ConfigurationFile newQmIni;
-    if (!newQmIni.Find(narrowName))
-        return RefuseSilently(trace, "Unable to get new qm.ini filename");
-    const CW2A narrowLogPath(WithTrailingBackslash(strDestLogDir));
-    if (xcsIniUtilWrite("Log", nullptr, nullptr, "LogPath", narrowLogPath, newQmIni.szName, newQmIni.nType) !=
-        0)
-        return Refuse(trace, "Cannot update logpath value for queue manager", IDS_UPDATE_FAILED);
-
-    // --- A failure leaves the configuration moved and the old trees wholly or partly deleted. Where a new
-    // tree turns out to lie in an old one, under another spelling say, nothing is deleted at all.
-    const bool fInside = IsInsideTree(strDestDataDir, {strSrcDataDir, strSrcLogDir}) ||
-                         IsInsideTree(strDestLogDir, {strSrcDataDir, strSrcLogDir});
-    if (fInside)
-        trace.Text("A new directory lies in an old one: nothing is deleted");
-    if (fInside || DeleteZNFiles(strSrcDataDir) != 1 || DeleteZNFiles(strSrcLogDir) != 1)
-        return Refuse(trace, "Failed to delete old data/log directories", IDS_DELETE_FAILED);
-    return trace.Return(1);
+    Migration migration(*this, trace);
+    const bool fMoved = migration.FindQueueManager() && migration.StopQueueManager() &&
+                        migration.FindPlaces() && migration.CreateDestinations() && migration.CopyTrees() &&
+                        migration.NameNewPlaces() && migration.DeleteOldTrees();
+    return trace.Return(fMoved ? 1 : 0);
 }

@@ -1,13 +1,11 @@
-// Judges paths. Changes nothing on disk.
+// Judges paths. Asks the system how it resolves a path, but never looks at files.
 #include "znmpaths.h"
 
 #include <algorithm>
 #include <cwchar>
-#include <cwctype>
-#include <optional>
-#include <vector>
+#include <string>
+#include <string_view>
 
-#include "tovmhndl.h"
 #include "tovmsrid.h"
 #include "tovxcs2.h"
 
@@ -15,84 +13,108 @@ ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmpaths"));
 
 namespace
 {
-bool IsAbsolute(const wchar_t* pszPath)
+bool EqualsIgnoringCase(std::wstring_view left, std::wstring_view right)
 {
-    const bool fDrive = std::iswalpha(pszPath[0]) != 0 && pszPath[1] == L':' && pszPath[2] == L'\\';
-    return fDrive || (pszPath[0] == L'\\' && pszPath[1] == L'\\');
+    return CompareStringOrdinal(left.data(), static_cast<int>(left.size()), right.data(),
+                                static_cast<int>(right.size()), TRUE) == CSTR_EQUAL;
 }
 
-// What tells one directory from every other one on the machine.
-struct DirectoryIdentity
+bool HasDrive(std::wstring_view path)
 {
-    DWORD nVolume, nIndexHigh, nIndexLow;
-    bool operator==(const DirectoryIdentity&) const = default;
-};
+    const wchar_t chLetter = path.empty() ? L'\0' : static_cast<wchar_t>(path[0] | 0x20);
+    return path.size() >= 3 && chLetter >= L'a' && chLetter <= L'z' && path[1] == L':' && path[2] == L'\\';
+}
 
-std::optional<DirectoryIdentity> Identify(const CString& strDir)
+// "\\server\share...", not the prefixes \\?\ and \\.\, which switch Windows' checks off or name devices.
+bool IsUnc(std::wstring_view path)
 {
-    const CZNMFileHandle dir(CreateFileW(strDir, FILE_READ_ATTRIBUTES,
-                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                         OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-    BY_HANDLE_FILE_INFORMATION information = {};
-    if (!dir.IsOpen() || !GetFileInformationByHandle(dir.Get(), &information))
-        return std::nullopt;
-    return DirectoryIdentity{information.dwVolumeSerialNumber, information.nFileIndexHigh,
-                             information.nFileIndexLow};
+    return path.starts_with(L"\\\\") && !path.starts_with(L"\\\\?\\") && !path.starts_with(L"\\\\.\\");
+}
+
+// Names that lead to a device in every directory, whatever extension follows them.
+bool IsDeviceName(std::wstring_view component)
+{
+    std::wstring_view name = component.substr(0, component.find(L'.'));
+    while (name.ends_with(L' '))
+        name.remove_suffix(1);
+    for (const std::wstring_view device : {L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$"})
+        if (EqualsIgnoringCase(name, device))
+            return true;
+    constexpr std::wstring_view DIGITS = L"0123456789\u00B9\u00B2\u00B3"; // superscript digits count too
+    return name.size() == 4 && DIGITS.find(name[3]) != std::wstring_view::npos &&
+           (EqualsIgnoringCase(name.substr(0, 3), L"COM") || EqualsIgnoringCase(name.substr(0, 3), L"LPT"));
+}
+
+bool IsPlainComponent(std::wstring_view component)
+{
+    const bool fControl =
+        std::any_of(component.begin(), component.end(), [](wchar_t ch) { return ch < L' '; });
+    return !component.empty() && component.back() != L'.' && component.back() != L' ' && !fControl &&
+           component.find_first_of(L"<>:\"/|?*") == std::wstring_view::npos && !IsDeviceName(component);
+}
+
+bool ArePlainComponents(std::wstring_view path)
+{
+    for (;;)
+    {
+        const size_t nEnd = path.find(L'\\');
+        if (!IsPlainComponent(path.substr(0, nEnd)))
+            return false;
+        if (nEnd == std::wstring_view::npos)
+            return true;
+        path.remove_prefix(nEnd + 1);
+    }
+}
+
+bool IsKeptByCodePage(const CString& strPath)
+{
+    return CString(static_cast<const char*>(CW2A(strPath))) == strPath;
+}
+
+// Whether the path is exactly what Windows makes of it, but for the kind of slash.
+bool IsResolved(std::wstring path)
+{
+    constexpr DWORD MAX_LENGTH = 32'768;
+    std::wstring strFull(MAX_LENGTH, L'\0');
+    const DWORD nLength = GetFullPathNameW(path.c_str(), MAX_LENGTH, strFull.data(), nullptr);
+    if (nLength == 0 || nLength >= MAX_LENGTH)
+        return false;
+    strFull.resize(nLength);
+    std::replace(path.begin(), path.end(), L'/', L'\\');
+    return strFull == path;
+}
+
+// Whether the path is the root of a volume: of a drive, a share, or one that is mounted in a directory. True
+// also if the system does not say.
+bool IsVolumeRoot(const std::wstring& path)
+{
+    std::wstring strRoot(path.size() + MAX_PATH, L'\0'); // the path itself, or what the system adds to it
+    if (!GetVolumePathNameW(path.c_str(), strRoot.data(), static_cast<DWORD>(strRoot.size())))
+        return true;
+    strRoot.resize(std::wcslen(strRoot.c_str()));
+    const std::wstring_view rootWithout =
+        std::wstring_view(strRoot).substr(0, strRoot.find_last_not_of(L'\\') + 1);
+    return EqualsIgnoringCase(rootWithout,
+                              std::wstring_view(path).substr(0, path.find_last_not_of(L'\\') + 1));
 }
 } // namespace
 
 bool IsTreePath(const CString& strPath)
 {
-    const wchar_t* const pszPath = strPath;
-    if (!IsAbsolute(pszPath))
+    const std::wstring path(static_cast<const wchar_t*>(strPath));
+    if (HasDrive(path) ? path.size() == 3 : !IsUnc(path))
         return false;
-    if (pszPath[0] != L'\\')
-        return pszPath[3] != L'\0';
-    // "\\server\share" has three of them.
-    return std::count(pszPath, pszPath + strPath.GetLength(), L'\\') > 3;
+    return IsResolved(path) && !IsVolumeRoot(path);
 }
 
 bool CanBeDestination(const CString& strPath)
 {
-    constexpr int MAX_DIRECTORY = MAX_PATH - 12; // the system keeps room for a short file name
-    return IsAbsolute(strPath) && strPath.GetLength() < MAX_DIRECTORY &&
-           CString(static_cast<const char*>(CW2A(strPath))) == strPath;
-}
-
-bool IsInsideTree(const CString& strDir, std::initializer_list<CString> trees)
-{
-    std::vector<DirectoryIdentity> identities;
-    for (const CString& strTree : trees)
-        if (const auto identity = Identify(strTree))
-            identities.push_back(*identity);
-    for (CString strAncestor = strDir; !strAncestor.IsEmpty();)
-    {
-        const auto identity = Identify(strAncestor);
-        if (identity && std::find(identities.begin(), identities.end(), *identity) != identities.end())
-            return true;
-        strAncestor = strAncestor.Left(std::max(strAncestor.ReverseFind(L'\\'), 0));
-    }
-    return false;
-}
-
-bool HasLongerPath(const CString& strDir, int nLongest)
-{
-    WIN32_FIND_DATAW entry = {};
-    const CString strPattern = strDir + L"\\*";
-    const CZNMFindHandle find(FindFirstFileExW(strPattern, FindExInfoBasic, &entry, FindExSearchNameMatch,
-                                               nullptr, FIND_FIRST_EX_LARGE_FETCH));
-    if (!find.IsOpen())
+    constexpr size_t ROOT_LENGTH = 3;   // "E:\"
+    constexpr size_t PREFIX_LENGTH = 2; // of "\\server\share"
+    const std::wstring_view path(static_cast<const wchar_t*>(strPath));
+    if (!HasDrive(path) && !IsUnc(path))
         return false;
-    do
-    {
-        if (std::wcscmp(entry.cFileName, L".") == 0 || std::wcscmp(entry.cFileName, L"..") == 0)
-            continue;
-        const int nLength = static_cast<int>(std::wcslen(entry.cFileName));
-        if (nLength > nLongest)
-            return true;
-        const bool fDirectory = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-        if (fDirectory && HasLongerPath(strDir + L"\\" + entry.cFileName, nLongest - nLength - 1))
-            return true;
-    } while (FindNextFileW(find.Get(), &entry));
-    return false;
+    return path.size() <= ZN_MAX_DIRECTORY_PATH &&
+           ArePlainComponents(path.substr(HasDrive(path) ? ROOT_LENGTH : PREFIX_LENGTH)) &&
+           IsKeptByCodePage(strPath);
 }
