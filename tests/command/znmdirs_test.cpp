@@ -121,7 +121,8 @@ TEST_F(Directories, CopyHandsTheShellWholeListsOfAnyLength)
 TEST_F(Directories, CopyGoesOnWithoutItsCurrentDirectoryAndSecuresBothParts)
 {
     Make("\\from\\a");
-    fs::create_directory(Path("\\to"));
+    for (const char* psz : {"\\log", "\\tolog"})
+        fs::create_directory(Path(psz));
     const fs::path before = fs::current_path();
     const std::string strFiles = "- 174 Failed to set security on destination files",
                       strDirectory = "- 174 Failed to set security on destination directory",
@@ -149,6 +150,10 @@ TEST_F(Directories, CopyGoesOnWithoutItsCurrentDirectoryAndSecuresBothParts)
             "SetNamedSecurityInfoW", [&](LPWSTR psz, auto...) -> DWORD {
                 return std::wstring_view(psz).ends_with(c.strUnsafe) ? 5 : 0;
             });
+        fs::remove_all(Path("\\to"));
+        fs::create_directory(Path("\\to"));
+        ASSERT_TRUE(theApp.m_sources.Look({At(L"\\from"), At(L"\\to"), At(L"\\log"), At(L"\\tolog"), At(L"")},
+                                          [](const ZNFinding&) { return true; }));
         EXPECT_EQ(theApp.CopyZNFiles(At(L"\\to"), At(L"\\from")), c.strUnsafe == L"-") << &c - cases;
         std::vector<std::string> texts = capture.Only("-");
         std::erase_if(texts, [](const std::string& str) { return !str.starts_with("- 174"); });

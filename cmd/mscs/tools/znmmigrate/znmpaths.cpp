@@ -84,27 +84,31 @@ bool IsResolved(std::wstring path)
     return strFull == path;
 }
 
-// Whether the path is the root of a volume: of a drive, a share, or one that is mounted in a directory. True
-// also if the system does not say.
-bool IsVolumeRoot(const std::wstring& path)
+// "E:\" or "\\server\share".
+bool IsRoot(std::wstring_view path)
 {
-    std::wstring strRoot(path.size() + MAX_PATH, L'\0'); // the path itself, or what the system adds to it
-    if (!GetVolumePathNameW(path.c_str(), strRoot.data(), static_cast<DWORD>(strRoot.size())))
-        return true;
-    strRoot.resize(std::wcslen(strRoot.c_str()));
-    const std::wstring_view rootWithout =
-        std::wstring_view(strRoot).substr(0, strRoot.find_last_not_of(L'\\') + 1);
-    return EqualsIgnoringCase(rootWithout,
-                              std::wstring_view(path).substr(0, path.find_last_not_of(L'\\') + 1));
+    return HasDrive(path) ? path.size() == 3 : std::ranges::count(path, L'\\') <= 3;
+}
+
+// Whether a volume is mounted in the directory. False also where the system does not say, as of a path that
+// is too long for it.
+bool IsMountPoint(const std::wstring& strPath)
+{
+    std::wstring strVolume(strPath.size() + MAX_PATH,
+                           L'\0'); // the path itself, or what the system adds to it
+    if (!GetVolumePathNameW(strPath.c_str(), strVolume.data(), static_cast<DWORD>(strVolume.size())))
+        return false;
+    const auto withoutEnd = [](std::wstring_view path) {
+        return path.substr(0, path.find_last_not_of(L'\\') + 1);
+    };
+    return EqualsIgnoringCase(withoutEnd(strVolume.c_str()), withoutEnd(strPath));
 }
 } // namespace
 
 bool IsTreePath(const CString& strPath)
 {
     const std::wstring path(static_cast<const wchar_t*>(strPath));
-    if (HasDrive(path) ? path.size() == 3 : !IsUnc(path))
-        return false;
-    return IsResolved(path) && !IsVolumeRoot(path);
+    return (HasDrive(path) || IsUnc(path)) && !IsRoot(path) && IsResolved(path) && !IsMountPoint(path);
 }
 
 bool CanBeDestination(const CString& strPath)
