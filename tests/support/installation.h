@@ -2,6 +2,7 @@
 // for whole runs of the shipped tarvel.exe.
 #pragma once
 
+#include <functional>
 #include <sstream>
 
 #include "tempdir.h"
@@ -19,12 +20,47 @@ inline fs::path ProgramFolder()
     return fs::path(szPath).parent_path();
 }
 
+// Where a run with the fault "w" waits, and for what: events that the program inherits the names of.
+class Pause
+{
+  public:
+    Pause()
+    {
+        const std::wstring strName = L"Local\\ZN.Pause." + std::to_wstring(GetCurrentProcessId());
+        m_hReached = CreateEventW(nullptr, FALSE, FALSE, (strName + L".Reached").c_str());
+        m_hGo = CreateEventW(nullptr, FALSE, FALSE, (strName + L".Go").c_str());
+        SetEnvironmentVariableW(L"ZN_FAULTS_PAUSE", strName.c_str());
+    }
+    ~Pause()
+    {
+        CloseHandle(m_hReached);
+        CloseHandle(m_hGo);
+    }
+    Pause(const Pause&) = delete;
+    Pause& operator=(const Pause&) = delete;
+
+    // Runs body if the process comes to where it waits, and lets it go on.
+    bool Await(HANDLE hProcess, const std::function<void()>& body) const
+    {
+        const HANDLE ah[] = {m_hReached, hProcess};
+        if (WaitForMultipleObjects(2, ah, FALSE, INFINITE) != WAIT_OBJECT_0)
+            return false;
+        body();
+        return SetEvent(m_hGo);
+    }
+
+  private:
+    HANDLE m_hReached, m_hGo;
+};
+
 // Runs a program to its end, in the scratch directory, and takes what it writes. A program that went astray
 // would find nothing but its Wine prefix or system drive there. What it wrote is taken from pipes: something
 // of its console may live on for a moment and hold them.
-inline RunResult RunProgram(const fs::path& program, const std::wstring& strWords, const fs::path& scratch)
+inline RunResult RunProgram(const fs::path& program, const std::wstring& strWords, const fs::path& scratch,
+                            const std::function<void()>& atPause = nullptr)
 {
     constexpr DWORD PIPE_SIZE = 1 << 20; // all that it may write
+    const Pause pause;
     SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
     HANDLE ahRead[2], ahWrite[2];
     for (int i : {0, 1})
@@ -47,6 +83,8 @@ inline RunResult RunProgram(const fs::path& program, const std::wstring& strWord
     // Once in some thousand times Wine gives up a process before anything of it has run.
     if (start() || (GetLastError() == ERROR_INTERNAL_ERROR && start()))
     {
+        if (atPause && !pause.Await(process.hProcess, atPause))
+            result.strErr = "ended before the pause";
         WaitForSingleObject(process.hProcess, INFINITE);
         GetExitCodeProcess(process.hProcess, &result.nStatus);
         CloseHandle(process.hProcess);
@@ -59,9 +97,10 @@ inline RunResult RunProgram(const fs::path& program, const std::wstring& strWord
     {
         DWORD nLength = 0;
         PeekNamedPipe(ahRead[i], nullptr, 0, nullptr, &nLength, nullptr);
-        astr[i]->resize(nLength);
+        std::string strWritten(nLength, '\0');
         if (nLength > 0)
-            ReadFile(ahRead[i], astr[i]->data(), nLength, &nLength, nullptr);
+            ReadFile(ahRead[i], strWritten.data(), nLength, &nLength, nullptr);
+        *astr[i] += strWritten;
         CloseHandle(ahRead[i]);
         CloseHandle(ahWrite[i]);
     }
@@ -130,15 +169,32 @@ class Installation : public TempDir
         SetEnvironmentVariableW(L"ZN_WORK_PATH", work.c_str());
     }
 
-    // Runs tarvel, without faults or as strFaults says (see runs/faults/faults.cpp).
-    RunResult Run(const std::wstring& strWords, const std::string& strFaults = "")
+    // Runs tarvel, without faults or as strFaults says (see runs/faults/faults.cpp); atPause where those let
+    // it wait.
+    RunResult Run(const std::wstring& strWords, const std::string& strFaults = "",
+                  const std::function<void()>& atPause = nullptr)
     {
         SetEnvironmentVariableA("ZN_FAULTS", strFaults.c_str());
         SetEnvironmentVariableW(L"ZN_FAULTS_REPORT", (root / "report").c_str());
-        const RunResult result = RunProgram(
-            ProgramFolder() / (strFaults.empty() ? "tarvel.exe" : "faults\\tarvel.exe"), strWords, root);
+        const RunResult result =
+            RunProgram(ProgramFolder() / (strFaults.empty() ? "tarvel.exe" : "faults\\tarvel.exe"), strWords,
+                       root, atPause);
         strReport = ReadAll(root / "report");
         fs::remove(root / "report");
+        return result;
+    }
+    // Likewise, with the trace of the run in strTrace.
+    RunResult Traced(const std::wstring& strWords, const std::string& strFaults = "",
+                     const std::function<void()>& atPause = nullptr)
+    {
+        SetEnvironmentVariableW(L"ZN_TRACE", L"detail");
+        const RunResult result = Run(strWords, strFaults, atPause);
+        SetEnvironmentVariableW(L"ZN_TRACE", nullptr);
+        strTrace.clear();
+        wchar_t szWork[MAX_PATH];
+        GetEnvironmentVariableW(L"ZN_WORK_PATH", szWork, MAX_PATH);
+        for (const auto& [strName, strContent] : TakeSnapshot(fs::path(szWork) / "trace"))
+            strTrace += strContent;
         return result;
     }
     std::wstring MoveWords(const std::wstring& strName = L"QM1", const fs::path& newPrefix = "newdata",
@@ -178,7 +234,7 @@ class Installation : public TempDir
                    oldLog = root / "oldlog\\QM!1", newData = root / "newdata\\qmgrs\\QM!1",
                    newLog = root / "newlog\\QM!1";
     Snapshot data, log, rest;
-    std::string strZnsIni, strReport;
+    std::string strZnsIni, strReport, strTrace;
 
   private:
     static std::string Replaced(std::string str, const std::string& strOld, const std::string& strNew)

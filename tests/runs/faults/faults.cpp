@@ -5,15 +5,17 @@
 // ZN_FAULTS: "function:call:mode:return:error" (numbers hexadecimal), several separated by ';'. The call'th
 // call of the function (mode o), or that and all later ones (mode a), sets the last error and returns the
 // value without doing anything. Mode k ends the process at that call instead, as if the power had failed; the
-// function "*" then counts the calls of all functions together. ZN_FAULTS_REPORT: a file that receives, at
-// the end of the process, "function calls" for every function called and "held kind number" for what was not
-// given back.
+// function "*" then counts the calls of all functions together. Mode w lets the process wait after that call,
+// until the test that started it has done what it wants (ZN_FAULTS_PAUSE names the events). Mode c hands
+// Ctrl+C to the program's handler after that call. ZN_FAULTS_REPORT: a file that receives, at the end of the
+// process, "function calls" for every function called and "held kind number" for what was not given back.
 #include <windows.h>
 #include <aclapi.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "hook.h"
 #include "tovxcs2.h"
@@ -34,18 +36,68 @@ struct Import
 constexpr int MAX_IMPORTS = 256;
 Import s_imports[MAX_IMPORTS];
 int s_nImports = 0;
-long s_nAllCalls = 0, s_nKillAt = 0;
+long s_nAllCalls = 0, s_nAllAt = 0;
+char s_chAllMode = 'k', s_chPending = 0;
+PHANDLER_ROUTINE s_pfnHandler = nullptr;
+
+void WaitForTest()
+{
+    char szName[200], szEvent[220];
+    GetEnvironmentVariableA("ZN_FAULTS_PAUSE", szName, sizeof szName);
+    const auto open = [&](const char* pszKind) {
+        std::snprintf(szEvent, sizeof szEvent, "%s.%s", szName, pszKind);
+        return OpenEventA(SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, szEvent);
+    };
+    SetEvent(open("Reached"));
+    WaitForSingleObject(open("Go"), INFINITE);
+}
+
+void PressControlC()
+{
+    const HANDLE hThread = CreateThread(
+        nullptr, 0, [](void*) { return static_cast<DWORD>(s_pfnHandler(CTRL_C_EVENT)); }, nullptr, 0,
+        nullptr);
+    WaitForSingleObject(hThread, INFINITE);
+    CloseHandle(hThread);
+}
+
+// What is to happen after a call happens before the next one.
+void DoWhatIsPending()
+{
+    const DWORD nError = GetLastError();
+    if (const char ch = std::exchange(s_chPending, '\0'))
+        ch == 'w' ? WaitForTest() : PressControlC();
+    SetLastError(nError);
+}
+
+// True if the call is to be made.
+bool Happens(char chMode)
+{
+    if (chMode == 'k')
+        TerminateProcess(GetCurrentProcess(), 9);
+    if (chMode == 'w' || chMode == 'c')
+        s_chPending = chMode;
+    return chMode != 'o' && chMode != 'a';
+}
 
 extern "C" void* Dispatch(Import* pImport)
 {
+    DoWhatIsPending();
     const long nCall = ++pImport->nCalls;
-    const bool fFails = nCall == pImport->nFailAt || (pImport->chMode == 'a' && nCall > pImport->nFailAt);
-    if (++s_nAllCalls == s_nKillAt || (fFails && pImport->chMode == 'k'))
-        TerminateProcess(GetCurrentProcess(), 9);
-    if (pImport->nFailAt == 0 || !fFails)
+    const bool fFails = nCall == pImport->nFailAt ||
+                        (pImport->chMode == 'a' && nCall > pImport->nFailAt && pImport->nFailAt != 0);
+    if (++s_nAllCalls == s_nAllAt)
+        Happens(s_chAllMode);
+    if (!fFails || Happens(pImport->chMode))
         return pImport->pReal;
     SetLastError(pImport->nError);
     return pImport->pFailure;
+}
+
+BOOL WINAPI TakeHandler(PHANDLER_ROUTINE pfnHandler, BOOL fAdd)
+{
+    s_pfnHandler = pfnHandler;
+    return SetConsoleCtrlHandler(pfnHandler, fAdd);
 }
 
 // Code that keeps the arguments, asks Dispatch where to go, and goes there.
@@ -151,7 +203,7 @@ void TakeFaults(char* pszFaults)
         char chMode = 'o';
         std::sscanf(psz, "%63[^:]:%lx:%c:%llx:%lx", szName, &nCall, &chMode, &nReturn, &nError);
         if (std::strcmp(szName, "*") == 0)
-            s_nKillAt = static_cast<long>(nCall);
+            s_nAllAt = static_cast<long>(nCall), s_chAllMode = chMode;
         else if (Import* const pImport = FindImport(szName))
         {
             pImport->nFailAt = static_cast<long>(nCall);
@@ -179,6 +231,7 @@ void ReplaceImports()
     if (char* const pszFaults = std::getenv("ZN_FAULTS"))
         TakeFaults(pszFaults);
 
+    WriteImportSlot(FindImportSlot("SetConsoleCtrlHandler"), reinterpret_cast<void*>(&TakeHandler));
     CountWhatIsHeld();
     auto* pCode = static_cast<unsigned char*>(
         VirtualAlloc(nullptr, MAX_IMPORTS * 128, MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
