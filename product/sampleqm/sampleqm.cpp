@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "inifile.h"
+#include "path.h"
 #include "qmclient.h"
 #include "qmfiles.h"
 #include "qmrun.h"
@@ -111,12 +112,6 @@ std::wstring DirectoryNameOf(std::wstring strName)
     return strName;
 }
 
-void RemoveTrailingBackslash(std::wstring& strPath)
-{
-    if (!strPath.empty() && strPath.back() == L'\\')
-        strPath.pop_back();
-}
-
 std::optional<QueueManagerFiles> FilesOf(const QueueManager& queueManager)
 {
     const auto strName = Narrow(queueManager.strName);
@@ -129,7 +124,7 @@ std::optional<QueueManagerFiles> FilesOf(const QueueManager& queueManager)
     if (xcsIniUtilRead("Log", nullptr, nullptr, "LogPath", szLogPath, &nLength, szIni, nFileType) != 0)
         return std::nullopt;
     auto strLogDirectory = Widen({szLogPath, nLength});
-    if (!strLogDirectory)
+    if (!strLogDirectory || !IsAbsolutePath(*strLogDirectory))
         return std::nullopt;
     RemoveTrailingBackslash(*strLogDirectory);
     return QueueManagerFiles{queueManager.strDataDirectory, *strLogDirectory};
@@ -137,7 +132,7 @@ std::optional<QueueManagerFiles> FilesOf(const QueueManager& queueManager)
 
 int Create(Words words)
 {
-    if (words.strDataPrefix.empty() || words.strLogParent.empty())
+    if (!IsAbsolutePath(words.strDataPrefix) || !IsAbsolutePath(words.strLogParent))
         return Fail(EXIT_USAGE, USAGE);
     if (FindQueueManager(words.strName))
         return Fail(EXIT_CONFIGURATION,

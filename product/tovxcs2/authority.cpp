@@ -3,6 +3,7 @@
 
 #include "returncodes.h"
 #include "tovxcs2.h"
+#include "trace.h"
 #include "volume.h"
 #include "workpath.h"
 #include "znmgroup.h"
@@ -31,15 +32,12 @@ bool IsZnmMember()
 } // namespace
 
 int32_t xcsCheckAuthorization(int32_t)
-try
 {
-    // Where the work path's volume keeps no access lists anybody could have written what is read from it.
-    std::wstring strRoot;
-    if (TestVolumeSecurity(WorkPath(), strRoot) == XCS_RC_NO_VOLUME_SECURITY)
-        return XCS_RC_NO_VOLUME_SECURITY;
-    return IsAdministrator() || IsZnmMember() ? XCS_RC_OK : XCS_RC_NOT_AUTHORIZED;
-}
-catch (...)
-{
-    return XCS_RC_NO_MEMORY; // nothing else is raised
+    return Operation("xcsCheckAuthorization", [](const OperationTrace&) -> Outcome {
+        // Where the work path's volume keeps no access lists anybody could have written what is read from it.
+        std::wstring strRoot;
+        if (TestVolumeSecurity(WorkPath(), strRoot).nCode == XCS_RC_NO_VOLUME_SECURITY)
+            return XCS_RC_NO_VOLUME_SECURITY;
+        return IsAdministrator() || IsZnmMember() ? XCS_RC_OK : XCS_RC_NOT_AUTHORIZED;
+    });
 }

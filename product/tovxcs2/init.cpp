@@ -21,23 +21,20 @@ int32_t xcsCheckConsistency(const char* pszVersionLevel)
 }
 
 int32_t xcsInitializeEx(int32_t, int32_t, void*, void*, void*, void*, void*, XCS_CONNECTION* pConnection)
-try
 {
-    if (pConnection == nullptr)
-        return XCS_RC_PARAMETER;
-    *pConnection = {};
-    if (CurrentThreadState() != nullptr)
-        return XCS_RC_INITIALIZED;
-    if (!ConfigFile::OpenProduct())
-        return XCS_RC_SYSTEM;
-    if (!CreateThreadState())
-        return XCS_RC_NO_MEMORY;
-    *pConnection = {CONNECTION_MARK, GetCurrentProcessId()};
-    return XCS_RC_OK;
-}
-catch (...)
-{
-    return XCS_RC_NO_MEMORY; // nothing else is raised
+    return Operation("xcsInitializeEx", [&](const OperationTrace&) -> Outcome {
+        if (pConnection == nullptr)
+            return XCS_RC_PARAMETER;
+        *pConnection = {};
+        if (CurrentThreadState() != nullptr)
+            return XCS_RC_INITIALIZED;
+        if (const DWORD nError = ConfigFile().OpenProduct())
+            return {XCS_RC_SYSTEM, nError};
+        if (!CreateThreadState())
+            return XCS_RC_NO_MEMORY;
+        *pConnection = {CONNECTION_MARK, GetCurrentProcessId()};
+        return XCS_RC_OK;
+    });
 }
 
 int32_t xcsTerminate(XCS_CONNECTION* pConnection, int32_t)

@@ -1,10 +1,12 @@
 // Runs a program to its end. Must not involve a shell or a search path, and must not let a word become two.
 #include <windows.h>
 
+#include <cstring>
+#include <optional>
 #include <string>
 
-#include "config.h"
 #include "owner.h"
+#include "path.h"
 #include "returncodes.h"
 #include "text.h"
 #include "tovxcs2.h"
@@ -32,6 +34,23 @@ void AppendQuoted(std::wstring& strCommandLine, std::wstring_view strWord)
     strCommandLine.append(nBackslashes, L'\\').append(L"\"");
 }
 
+// The command line for a list of zero-terminated words that ends in an empty word. Nothing when a word is no
+// text or the line would be too long for the system.
+std::optional<std::wstring> CommandLine(const char* pszWords)
+{
+    std::wstring strCommandLine;
+    for (const char* pszWord = pszWords; *pszWord != '\0'; pszWord += std::strlen(pszWord) + 1)
+    {
+        const auto strWord = Widen(pszWord);
+        if (!strWord)
+            return std::nullopt;
+        AppendQuoted(strCommandLine, *strWord);
+        if (strCommandLine.size() >= MAX_COMMAND_LINE)
+            return std::nullopt;
+    }
+    return strCommandLine;
+}
+
 // A batch file, say, would be run by a shell.
 bool IsExecutable(const std::wstring& strPath)
 {
@@ -40,56 +59,44 @@ bool IsExecutable(const std::wstring& strPath)
            CompareStringOrdinal(strPath.c_str() + strPath.size() - EXTENSION.size(), -1, EXTENSION.data(), -1,
                                 TRUE) == CSTR_EQUAL;
 }
+
+// The program gets neither the caller's handles nor its console: what it prints is not the caller's to show.
+// It runs in its own directory, so that it does not hold the caller's.
+Outcome RunToEnd(const std::wstring& strProgram, std::wstring strCommandLine, int32_t& nExitCode)
+{
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION information = {};
+    const std::wstring strDirectory = strProgram.substr(0, strProgram.find_last_of(L'\\') + 1);
+    if (!CreateProcessW(strProgram.c_str(), strCommandLine.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW,
+                        nullptr, strDirectory.c_str(), &startup, &information))
+        return SystemRefused();
+    const KernelHandle process(information.hProcess);
+    const KernelHandle thread(information.hThread);
+    DWORD nCode = 0;
+    if (WaitForSingleObject(process.Get(), INFINITE) != WAIT_OBJECT_0 ||
+        !GetExitCodeProcess(process.Get(), &nCode))
+        return SystemRefused();
+    nExitCode = static_cast<int32_t>(nCode);
+    return XCS_RC_OK;
+}
 } // namespace
 
 int32_t xcsExecProgramHandle(int32_t, const char* pszProgram, int32_t, const char* pszArguments, void*,
                              int32_t, int32_t, void*, void*, void*, int32_t* pnResult, void*)
-try
 {
-    OperationTrace trace("xcsExecProgramHandle");
-    trace.Parms("(pszProgram = %s)", pszProgram);
-    if (pszProgram == nullptr || pszArguments == nullptr || pnResult == nullptr)
-        return trace.Return(XCS_RC_PARAMETER);
-    const auto strProgram = Widen(pszProgram);
-    if (!strProgram || !IsAbsolutePath(*strProgram) || !IsExecutable(*strProgram))
-        return trace.Return(XCS_RC_PARAMETER);
-    std::wstring strCommandLine;
-    for (const char* pszWord = pszArguments; *pszWord != '\0';
-         pszWord += std::char_traits<char>::length(pszWord) + 1)
-    {
-        const auto strWord = Widen(pszWord);
-        if (!strWord)
-            return trace.Return(XCS_RC_PARAMETER);
-        AppendQuoted(strCommandLine, *strWord);
-        if (strCommandLine.size() >= MAX_COMMAND_LINE)
-            return trace.Return(XCS_RC_PARAMETER);
-    }
-
-    trace.Parms("command line %S", strCommandLine.c_str());
-
-    // Neither the caller's handles nor its console: what the program prints is not the caller's to show. It
-    // stands in its own directory, so that the caller's is not in its way.
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION information = {};
-    const std::wstring strDirectory = strProgram->substr(0, strProgram->find_last_of(L'\\') + 1);
-    if (!CreateProcessW(strProgram->c_str(), strCommandLine.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW,
-                        nullptr, strDirectory.c_str(), &startup, &information))
-    {
-        const DWORD nError = GetLastError();
-        return trace.Return(XCS_RC_SYSTEM, nError);
-    }
-    const KernelHandle process(information.hProcess);
-    const KernelHandle thread(information.hThread);
-    DWORD nExitCode = 0;
-    if (WaitForSingleObject(process.Get(), INFINITE) != WAIT_OBJECT_0 ||
-        !GetExitCodeProcess(process.Get(), &nExitCode))
-        return trace.Return(XCS_RC_SYSTEM);
-    *pnResult = static_cast<int32_t>(nExitCode);
-    trace.Parms("exit code %d", *pnResult);
-    return trace.Return(XCS_RC_OK);
-}
-catch (...)
-{
-    return XCS_RC_NO_MEMORY; // nothing else is raised
+    return Operation("xcsExecProgramHandle", [&](OperationTrace& trace) -> Outcome {
+        trace.Parms("(pszProgram = %s)", pszProgram);
+        if (pszProgram == nullptr || pszArguments == nullptr || pnResult == nullptr)
+            return XCS_RC_PARAMETER;
+        const auto strProgram = Widen(pszProgram);
+        const auto strCommandLine = CommandLine(pszArguments);
+        if (!strProgram || !IsAbsolutePath(*strProgram) || !IsExecutable(*strProgram) || !strCommandLine)
+            return XCS_RC_PARAMETER;
+        trace.Parms("command line %S", strCommandLine->c_str());
+        const Outcome outcome = RunToEnd(*strProgram, *strCommandLine, *pnResult);
+        if (outcome.nCode == XCS_RC_OK)
+            trace.Parms("exit code %d", *pnResult);
+        return outcome;
+    });
 }

@@ -1,84 +1,59 @@
 // Looks queue managers up. Must not report a directory that is not exactly the queue manager's own.
 #include "qmdetails.h"
 
-#include <windows.h>
-
-#include <new>
-#include <string_view>
-
-#include "config.h"
-#include "returncodes.h"
+#include "path.h"
 #include "trace.h"
 
-namespace
+int32_t ReadQueueManagerDetails(const ConfigFile& file, const IniFile::Stanza& stanza,
+                                XCS_QM_DETAILS& details)
 {
-// One component of a path, and the same one for the system: it would drop a dot or blank from the end.
-bool IsDirectoryName(std::string_view strName)
-{
-    if (strName.empty() || strName.back() == '.' || strName.back() == ' ')
-        return false;
-    for (const char ch : strName)
-        if (static_cast<unsigned char>(ch) < ' ')
-            return false;
-    return strName.find_first_of("\\/:?*<>|\"") == std::string_view::npos;
-}
-} // namespace
-
-int32_t FindQueueManager(const char* pszName, XCS_QM_DETAILS& details)
-{
-    if (pszName == nullptr || *pszName == '\0')
-        return XCS_RC_PARAMETER;
-    const auto file = ConfigFile::OpenProduct();
-    if (!file)
-        return XCS_RC_SYSTEM;
-    const IniFile::Stanza* const pStanza = file->Find({"QueueManager", "Name", pszName});
-    if (pStanza == nullptr)
-        return XCS_RC_NOT_FOUND;
-    std::optional<std::string> strPrefix = file->Value(*pStanza, "Prefix");
-    const auto strDirectory = file->Value(*pStanza, "Directory");
-    if (!strPrefix || !strDirectory || !IsAbsolutePath(*strPrefix) || !IsDirectoryName(*strDirectory))
+    std::wstring strPrefix = file.ValueOrEmpty(stanza, "Prefix");
+    const std::wstring strDirectory = file.ValueOrEmpty(stanza, "Directory");
+    const std::wstring strName = file.ValueOrEmpty(stanza, "Name");
+    if (strName.empty() || !IsAbsolutePath(strPrefix) || !IsDirectoryName(strDirectory))
         return XCS_RC_BAD_CONFIGURATION;
-    if (strPrefix->back() == '\\') // "E:\" and "E:" are the same prefix
-        strPrefix->pop_back();
+    RemoveTrailingBackslash(strPrefix);
 
     details = {};
-    if (file->Value(*pStanza, "MultiInstance") == "Yes")
+    if (file.Value(stanza, "MultiInstance") == L"Yes")
         details.fFlags |= XCS_QM_MULTI_INSTANCE;
-    const bool fFits =
-        CopyToField(details.szName, pszName) && CopyToField(details.szDirectory, *strDirectory) &&
-        CopyToField(details.szDataDirectory, *strPrefix + "\\qmgrs\\" + *strDirectory) &&
-        CopyToField(details.szInstallationName, file->ValueOrEmpty(*pStanza, "InstallationName")) &&
-        CopyToField(details.szSubpool, pszName);
+    const bool fFits = CopyToField(details.szName, strName) && CopyToField(details.szSubpool, strName) &&
+                       CopyToField(details.szDirectory, strDirectory) &&
+                       CopyToField(details.szDataDirectory, strPrefix + L"\\qmgrs\\" + strDirectory) &&
+                       CopyToField(details.szInstallationName, file.ValueOrEmpty(stanza, "InstallationName"));
     return fFits ? XCS_RC_OK : XCS_RC_BAD_CONFIGURATION;
 }
 
-int32_t xcsGetQMDetails(const char* pszQMName, XCS_SCRATCH*, XCS_QM_DETAILS** ppDetails)
-try
+Outcome LookUpQueueManager(const char* pszName, XCS_QM_DETAILS& details)
 {
-    OperationTrace trace("xcsGetQMDetails");
-    trace.Parms("(pszQMName = %s)", pszQMName);
-    if (ppDetails == nullptr)
-        return trace.Return(XCS_RC_PARAMETER);
-    *ppDetails = nullptr;
-    XCS_QM_DETAILS details = {};
-    const int32_t nResult = FindQueueManager(pszQMName, details);
-    const DWORD nError = GetLastError();
-    if (nResult != XCS_RC_OK)
-        return trace.Return(nResult, nError);
-    void* const pRecord = ::operator new(sizeof details, std::nothrow);
-    if (pRecord == nullptr)
-        return trace.Return(XCS_RC_NO_MEMORY);
-    *ppDetails = new (pRecord) XCS_QM_DETAILS(details);
-    trace.Parms("szDataDirectory = %s, szInstallationName = %s, fFlags = %d", details.szDataDirectory,
-                details.szInstallationName, details.fFlags);
-    return trace.Return(XCS_RC_OK);
+    if (pszName == nullptr || *pszName == '\0')
+        return XCS_RC_PARAMETER;
+    ConfigFile file;
+    if (const DWORD nError = file.OpenProduct())
+        return {XCS_RC_SYSTEM, nError};
+    const IniFile::Stanza* const pStanza = file.Find({"QueueManager", "Name", pszName});
+    return pStanza != nullptr ? ReadQueueManagerDetails(file, *pStanza, details) : int32_t{XCS_RC_NOT_FOUND};
 }
-catch (...)
+
+int32_t xcsGetQMDetails(const char* pszQMName, XCS_SCRATCH*, XCS_QM_DETAILS** ppDetails)
 {
-    return XCS_RC_NO_MEMORY; // nothing else is raised
+    return Operation("xcsGetQMDetails", [&](OperationTrace& trace) -> Outcome {
+        trace.Parms("(pszQMName = %s)", pszQMName);
+        if (ppDetails == nullptr)
+            return XCS_RC_PARAMETER;
+        *ppDetails = nullptr;
+        XCS_QM_DETAILS details = {};
+        const Outcome outcome = LookUpQueueManager(pszQMName, details);
+        if (outcome.nCode != XCS_RC_OK)
+            return outcome;
+        *ppDetails = new XCS_QM_DETAILS(details);
+        trace.Parms("szDataDirectory = %s, szInstallationName = %s, fFlags = %d", details.szDataDirectory,
+                    details.szInstallationName, details.fFlags);
+        return XCS_RC_OK;
+    });
 }
 
 void xcsFreeMemFn(void*, int32_t, void*, void* pRecord)
 {
-    ::operator delete(pRecord); // as both kinds of record are allocated
+    ::operator delete(pRecord); // both kinds of record are plain data from operator new
 }

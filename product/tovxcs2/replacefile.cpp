@@ -15,12 +15,35 @@ namespace
 {
 constexpr LONGLONG MAX_FILE_SIZE = 256LL << 20;
 constexpr DWORD LOCK_TIMEOUT_MS = 30'000;
+constexpr DWORD READ_PAUSE_MS = 50;
+constexpr DWORD RENAME_PAUSE_MS = 100;
 
 // The code of a call that has just failed, also where the system gave none: 0 would pass for success.
 DWORD Failure()
 {
     const DWORD nError = GetLastError();
     return nError != ERROR_SUCCESS ? nError : DWORD{ERROR_GEN_FAILURE};
+}
+
+// Another program has the file open for a moment: a virus scanner, a backup, another reader during a rename.
+bool IsBusy(DWORD nError)
+{
+    return nError == ERROR_ACCESS_DENIED || nError == ERROR_SHARING_VIOLATION ||
+           nError == ERROR_LOCK_VIOLATION;
+}
+
+// Calls attempt, which returns an error code, until it does not find the file busy, at most 20 times.
+template <class Attempt>
+DWORD WhileBusy(DWORD nPauseMs, Attempt attempt)
+{
+    constexpr int ATTEMPTS = 20;
+    DWORD nError = attempt();
+    for (int n = 1; n < ATTEMPTS && IsBusy(nError); ++n)
+    {
+        Sleep(nPauseMs);
+        nError = attempt();
+    }
+    return nError;
 }
 
 // Two programs that change one file at the same time would lose one of the changes.
@@ -105,7 +128,12 @@ class NewFile
             return nError;
         m_file = std::move(file);
         m_strPath = strPath;
-        if (!SetSecurityDescriptorControl(pDescriptor, SE_DACL_PROTECTED, fControl & SE_DACL_PROTECTED) ||
+        // The system keeps the auto-inherited mark only where the request bit is set, too.
+        constexpr SECURITY_DESCRIPTOR_CONTROL INHERITANCE =
+            SE_DACL_PROTECTED | SE_DACL_AUTO_INHERITED | SE_DACL_AUTO_INHERIT_REQ;
+        if (fControl & SE_DACL_AUTO_INHERITED)
+            fControl |= SE_DACL_AUTO_INHERIT_REQ;
+        if (!SetSecurityDescriptorControl(pDescriptor, INHERITANCE, fControl & INHERITANCE) ||
             !SetKernelObjectSecurity(m_file.Get(), DACL_SECURITY_INFORMATION, pDescriptor))
             return Failure();
         return ERROR_SUCCESS;
@@ -130,20 +158,22 @@ class NewFile
     DWORD TakePlaceOf(const std::wstring& strOther)
     {
         m_file.Close();
-        if (!MoveFileExW(m_strPath.c_str(), strOther.c_str(),
-                         MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-            return Failure();
-        m_strPath.clear();
-        return ERROR_SUCCESS;
+        const DWORD nError = WhileBusy(RENAME_PAUSE_MS, [&] {
+            return MoveFileExW(m_strPath.c_str(), strOther.c_str(),
+                               MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)
+                       ? DWORD{ERROR_SUCCESS}
+                       : Failure();
+        });
+        if (nError == ERROR_SUCCESS)
+            m_strPath.clear();
+        return nError;
     }
 
   private:
     FileHandle m_file;
     std::wstring m_strPath;
 };
-} // namespace
-
-DWORD ReadWholeFile(const std::wstring& strPath, std::string& strContent)
+DWORD ReadOnce(const std::wstring& strPath, std::string& strContent)
 {
     const FileHandle file(CreateFileW(strPath.c_str(), GENERIC_READ,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
@@ -169,6 +199,12 @@ DWORD ReadWholeFile(const std::wstring& strPath, std::string& strContent)
     }
     strContent = std::move(strRead);
     return ERROR_SUCCESS;
+}
+} // namespace
+
+DWORD ReadWholeFile(const std::wstring& strPath, std::string& strContent)
+{
+    return WhileBusy(READ_PAUSE_MS, [&] { return ReadOnce(strPath, strContent); });
 }
 
 DWORD ReplaceFileContent(const std::wstring& strPath, const ContentChange& change)

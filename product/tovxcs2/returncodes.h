@@ -1,6 +1,8 @@
 // Return codes of the library beyond those that its interface names.
 #pragma once
 
+#include <windows.h>
+
 #include <cstdint>
 
 enum XCS_RC : int32_t
@@ -20,3 +22,19 @@ enum XCS_RC : int32_t
     XCS_RC_NO_MEMORY = 0x20006121,
     XCS_RC_DIFFERENT = 1, // two things that were compared are not the same
 };
+
+// What an operation came to: its return code and, with XCS_RC_SYSTEM, the system's error code where it gave
+// one.
+struct Outcome
+{
+    Outcome(int32_t nResult, uint32_t nReason = 0) : nCode(nResult), nSystemError(nReason) {}
+
+    int32_t nCode;
+    uint32_t nSystemError;
+};
+
+// The outcome of a call to the system that has just failed.
+inline Outcome SystemRefused()
+{
+    return {XCS_RC_SYSTEM, GetLastError()};
+}

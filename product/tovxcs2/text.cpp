@@ -27,6 +27,13 @@ std::optional<std::wstring> Decode(std::string_view text, UINT nCodePage, DWORD 
     return strResult;
 }
 
+// The number behind CP_THREAD_ACP, which can be UTF-8.
+UINT Resolve(UINT nCodePage)
+{
+    CPINFOEXW info = {};
+    return GetCPInfoExW(nCodePage, 0, &info) ? info.CodePage : nCodePage;
+}
+
 std::optional<std::string> Encode(std::wstring_view text, UINT nCodePage)
 {
     if (text.empty())
@@ -34,7 +41,7 @@ std::optional<std::string> Encode(std::wstring_view text, UINT nCodePage)
     if (text.size() > INT_MAX)
         return std::nullopt;
     // UTF-8 takes neither the flag nor the lost-character indicator of the other code pages.
-    const bool fUtf8 = nCodePage == CP_UTF8;
+    const bool fUtf8 = Resolve(nCodePage) == CP_UTF8;
     BOOL fLost = FALSE;
     const DWORD fFlags = fUtf8 ? WC_ERR_INVALID_CHARS : WC_NO_BEST_FIT_CHARS;
     const int nSize = static_cast<int>(text.size());
@@ -71,7 +78,12 @@ void AppendUtf8(std::string& strResult, unsigned nChar)
 
 std::optional<std::wstring> Widen(std::string_view text)
 {
-    return Decode(text, CP_THREAD_ACP, MB_ERR_INVALID_CHARS);
+    return Widen(text, CP_THREAD_ACP);
+}
+
+std::optional<std::wstring> Widen(std::string_view text, unsigned nCodePage)
+{
+    return Decode(text, nCodePage, MB_ERR_INVALID_CHARS);
 }
 
 std::optional<std::string> Narrow(std::wstring_view text)
@@ -83,7 +95,7 @@ std::optional<std::string> Recode(std::string_view text, unsigned nFrom, unsigne
 {
     if (nFrom == nTo)
         return std::string(text);
-    const std::optional<std::wstring> strWide = Decode(text, nFrom, MB_ERR_INVALID_CHARS);
+    const std::optional<std::wstring> strWide = Widen(text, nFrom);
     return strWide ? Encode(*strWide, nTo) : std::nullopt;
 }
 

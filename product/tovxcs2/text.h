@@ -7,6 +7,7 @@
 
 // Nothing when a character cannot be converted: a path that lost a character names something else.
 std::optional<std::wstring> Widen(std::string_view text);
+std::optional<std::wstring> Widen(std::string_view text, unsigned nCodePage);
 std::optional<std::string> Narrow(std::wstring_view text);
 
 // From one code page to another, by the same rule.

@@ -130,9 +130,9 @@ void OperationTrace::Enter() noexcept
 void OperationTrace::Leave() const noexcept
 {
     WithoutFailing([&] {
-        std::string strLine = std::string("< ") + m_pszName + " = " + ReturnCodeText(m_nResult);
-        if (m_nSystemError != 0)
-            strLine += ", " + ToUtf8Line(ErrorText(m_nSystemError));
+        std::string strLine = std::string("< ") + m_pszName + " = " + ReturnCodeText(m_outcome.nCode);
+        if (m_outcome.nSystemError != 0)
+            strLine += ", " + ToUtf8Line(ErrorText(m_outcome.nSystemError));
         WriteTraceLine(TraceDepth(), strLine + Spent(m_nEntered));
     });
 }

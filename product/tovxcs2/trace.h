@@ -54,15 +54,14 @@ bool WithoutFailing(Body body) noexcept
     return fDone;
 }
 
-// One of the library's own operations in the trace, at the depth of the function that calls it. Made by the
-// first statement of an exported operation: what these call within the library leaves no lines. The area's
+// One of the library's own operations in the trace, at the depth of the function that calls it. Made for
+// exported operations only: what these call within the library leaves no lines. The area's
 // history, call stack and depth are the program's and stay as they are.
 class OperationTrace
 {
   public:
-    // nOutOfMemory is the result if the operation is left without Return, by an exception.
-    explicit OperationTrace(const char* pszName, int32_t nOutOfMemory = XCS_RC_NO_MEMORY) noexcept
-        : m_pszName(pszName), m_nResult(nOutOfMemory), m_fTraced(xihProcess.fTraceEnabled != 0)
+    explicit OperationTrace(const char* pszName) noexcept
+        : m_pszName(pszName), m_fTraced(xihProcess.fTraceEnabled != 0)
     {
         if (m_fTraced)
             Enter();
@@ -83,13 +82,11 @@ class OperationTrace
             Write(pszFormat, args...);
     }
 
-    // Makes nResult the result and hands it back. The system's reason is told if it was the system that
-    // refused.
-    int32_t Return(int32_t nResult, uint32_t nSystemError = 0) noexcept
+    // Makes this the operation's result, and hands its code back.
+    int32_t Return(const Outcome& outcome) noexcept
     {
-        m_nResult = nResult;
-        m_nSystemError = nResult == XCS_RC_SYSTEM ? nSystemError : 0;
-        return nResult;
+        m_outcome = outcome;
+        return outcome.nCode;
     }
 
   private:
@@ -98,8 +95,23 @@ class OperationTrace
     void Write(const char* pszFormat, ...) const noexcept;
 
     const char* m_pszName;
-    int32_t m_nResult;
-    uint32_t m_nSystemError = 0;
+    Outcome m_outcome = XCS_RC_OK;
     bool m_fTraced;
     int64_t m_nEntered = 0;
 };
+
+// Runs the body of an exported operation, which gets the operation's trace and returns its outcome. Nothing
+// is raised but a shortage of memory, whose outcome is nOutOfMemory.
+template <class Body>
+int32_t Operation(const char* pszName, Body body, int32_t nOutOfMemory = XCS_RC_NO_MEMORY) noexcept
+{
+    OperationTrace trace(pszName);
+    try
+    {
+        return trace.Return(body(trace));
+    }
+    catch (...)
+    {
+        return trace.Return(nOutOfMemory);
+    }
+}

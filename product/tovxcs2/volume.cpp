@@ -10,7 +10,7 @@
 #include "tovxcs2.h"
 #include "trace.h"
 
-int32_t TestVolumeSecurity(const std::wstring& strPath, std::wstring& strRoot)
+Outcome TestVolumeSecurity(const std::wstring& strPath, std::wstring& strRoot)
 {
     strRoot.clear();
     if (strPath.empty())
@@ -18,34 +18,29 @@ int32_t TestVolumeSecurity(const std::wstring& strPath, std::wstring& strRoot)
     // The root is part of the path, or what the system adds to it.
     std::wstring strBuffer(strPath.size() + MAX_PATH + 2, L'\0');
     if (!GetVolumePathNameW(strPath.c_str(), strBuffer.data(), static_cast<DWORD>(strBuffer.size())))
-        return XCS_RC_SYSTEM;
+        return SystemRefused();
     strRoot.assign(strBuffer, 0, strBuffer.find(L'\0'));
     DWORD fFlags = 0;
     if (!GetVolumeInformationW(strRoot.c_str(), nullptr, 0, nullptr, nullptr, &fFlags, nullptr, 0))
-        return XCS_RC_SYSTEM;
-    return fFlags & FILE_PERSISTENT_ACLS ? int32_t{XCS_RC_OK} : XCS_RC_NO_VOLUME_SECURITY;
+        return SystemRefused();
+    return (fFlags & FILE_PERSISTENT_ACLS) != 0 ? int32_t{XCS_RC_OK} : XCS_RC_NO_VOLUME_SECURITY;
 }
 
 int32_t xcsVolumeSupportsSecurity(const char* pszPath, uint32_t* pnRootLength)
-try
 {
-    OperationTrace trace("xcsVolumeSupportsSecurity");
-    trace.Parms("(pszPath = %s)", pszPath);
-    const auto strPath = pszPath != nullptr ? Widen(pszPath) : std::nullopt;
-    if (!strPath)
-        return trace.Return(XCS_RC_PARAMETER);
-    std::wstring strRoot;
-    const int32_t nResult = TestVolumeSecurity(*strPath, strRoot);
-    const DWORD nError = GetLastError();
-    // "E:" lies on the root "E:\", of which it has only two characters.
-    const size_t nLength = std::min(strRoot.size(), strPath->size());
-    if (pnRootLength != nullptr && nLength > 0 &&
-        CompareStringOrdinal(strRoot.c_str(), static_cast<int>(nLength), strPath->c_str(),
-                             static_cast<int>(nLength), TRUE) == CSTR_EQUAL)
-        *pnRootLength = static_cast<uint32_t>(nLength);
-    return trace.Return(nResult, nError);
-}
-catch (...)
-{
-    return XCS_RC_NO_MEMORY; // nothing else is raised
+    return Operation("xcsVolumeSupportsSecurity", [&](OperationTrace& trace) -> Outcome {
+        trace.Parms("(pszPath = %s)", pszPath);
+        const auto strPath = pszPath != nullptr ? Widen(pszPath) : std::nullopt;
+        if (!strPath)
+            return XCS_RC_PARAMETER;
+        std::wstring strRoot;
+        const Outcome outcome = TestVolumeSecurity(*strPath, strRoot);
+        // "E:" lies on the root "E:\", of which it has only two characters.
+        const size_t nLength = std::min(strRoot.size(), strPath->size());
+        if (pnRootLength != nullptr && nLength > 0 &&
+            CompareStringOrdinal(strRoot.c_str(), static_cast<int>(nLength), strPath->c_str(),
+                                 static_cast<int>(nLength), TRUE) == CSTR_EQUAL)
+            *pnRootLength = static_cast<uint32_t>(nLength);
+        return outcome;
+    });
 }

@@ -3,7 +3,7 @@
 
 #include <windows.h>
 
-#include "config.h"
+#include "path.h"
 
 namespace
 {

@@ -9,7 +9,7 @@ std::vector<unsigned char> ZnmGroupSid()
     DWORD nDomainSize = ARRAYSIZE(szDomain);
     SID_NAME_USE eUse = SidTypeUnknown;
     if (!LookupAccountNameW(nullptr, L"znm", sid.data(), &nSidSize, szDomain, &nDomainSize, &eUse) ||
-        eUse != SidTypeAlias)
+        (eUse != SidTypeAlias && eUse != SidTypeGroup))
         return {};
     sid.resize(nSidSize);
     return sid;

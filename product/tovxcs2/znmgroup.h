@@ -1,10 +1,10 @@
-// The local group whose members administer the product.
+// The group whose members administer the product.
 #pragma once
 
 #include <windows.h>
 
 #include <vector>
 
-// SID of the local group "znm", or empty when this machine has none. An account of that name that is no group
-// counts for nothing.
+// SID of the group "znm": a local group of this machine or, where there is none, a global group of its
+// domain. Empty when there is neither. An account of that name that is no group counts for nothing.
 std::vector<unsigned char> ZnmGroupSid();

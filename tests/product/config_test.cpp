@@ -18,11 +18,30 @@ using testing::ElementsAre;
 const std::string TEXT =
     "# kept\r\nQueueManager:\r\n   Name=QM1\r\n   Prefix=C:\\data\r\n   Directory=QM1\r\n";
 
-int32_t WritePrefix(const Sandbox& sandbox, const char* pszName, const char* pszValue)
+int32_t WritePrefix(const Sandbox& sandbox, const char* pszValue)
 {
-    return xcsIniUtilWrite("QueueManager", "Name", pszName, "Prefix", pszValue,
-                           sandbox.Path("zns.ini").c_str(), 1);
+    return xcsIniUtilWrite("QueueManager", "Name", "QM1", "Prefix", pszValue, sandbox.Path("zns.ini").c_str(),
+                           1);
 }
+
+// The thread's ANSI code page for the life of this object. For UTF-8 a conversion refuses what Windows
+// refuses.
+struct ThreadCodePage
+{
+    UINT nCodePage;
+    UINT Actual(UINT n) const { return n == CP_THREAD_ACP ? nCodePage : n; }
+    ImportHook<decltype(GetCPInfoExW)> info{
+        "GetCPInfoExW", [this](UINT n, auto f, auto* p) { return info.Real(Actual(n), f, p); }};
+    ImportHook<decltype(MultiByteToWideChar)> widen{
+        "MultiByteToWideChar", [this](UINT n, auto... args) { return widen.Real(Actual(n), args...); }};
+    ImportHook<decltype(WideCharToMultiByte)> narrow{
+        "WideCharToMultiByte",
+        [this](UINT n, DWORD f, auto pWide, auto nWide, auto p, auto nSize, auto pDefault, auto* pfUsed) {
+            if (Actual(n) == CP_UTF8 && ((f & WC_NO_BEST_FIT_CHARS) != 0 || pfUsed != nullptr))
+                return SetLastError(ERROR_INVALID_PARAMETER), 0;
+            return narrow.Real(Actual(n), f, pWide, nWide, p, nSize, pDefault, pfUsed);
+        }};
+};
 
 TEST(Config, ReadsIntoTheCallersBuffer)
 {
@@ -47,21 +66,90 @@ TEST(Config, ReadsIntoTheCallersBuffer)
 
 TEST(Config, WritesOrRefusesWithTheFileUntouched)
 {
-    const std::tuple<const char*, const char*, int32_t> cases[] = {
-        {"QM1", "E:\\new data", XCS_RC_OK},    {"QM2", "E:", XCS_RC_NOT_FOUND},
-        {"qm1", "E:", XCS_RC_NOT_FOUND},       {"QM1", "E:\\a\nb", XCS_RC_BAD_VALUE},
-        {"QM1", "E:\\a ", XCS_RC_BAD_VALUE},   {"QM1", "E:\\a?", XCS_RC_BAD_VALUE},
-        {"QM1", "E:\\a*", XCS_RC_BAD_VALUE},   {"QM1", "\"E:\\a\"", XCS_RC_BAD_VALUE},
-        {"QM1", "E:\\a|<>", XCS_RC_BAD_VALUE}, {"QM1", nullptr, XCS_RC_PARAMETER}};
-    for (const auto& [pszName, pszValue, nResult] : cases)
+    const std::string strText = TEXT + "Log:\r\n   LogPath=C:\\data\r\n", strLong(248, 'p');
+    const struct
     {
-        const Sandbox sandbox(TEXT);
-        EXPECT_EQ(WritePrefix(sandbox, pszName, pszValue), nResult);
-        std::string strExpected = TEXT;
-        if (nResult == XCS_RC_OK)
-            strExpected.replace(strExpected.find("C:\\data"), 7, pszValue);
+        const char* pszName; // of the queue manager; null: LogPath is written
+        std::string strValue;
+        int32_t nResult = XCS_RC_BAD_VALUE;
+    } cases[] = {{"QM1", "E:\\new data", XCS_RC_OK},
+                 {"QM1", "E:", XCS_RC_OK},
+                 {"QM1", "\\\\srv\\share", XCS_RC_OK},
+                 {"QM1", "E:\\" + strLong.substr(1), XCS_RC_OK}, // with \qmgrs\QM1: 260 characters
+                 {nullptr, "E:\\log\\", XCS_RC_OK},
+                 {"QM2", "E:", XCS_RC_NOT_FOUND},
+                 {"qm1", "E:", XCS_RC_NOT_FOUND},
+                 {"QM1", "E:\\" + strLong},
+                 {"QM1", "E:\\a "},
+                 {"QM1", "data"},
+                 {"QM1", ""},
+                 {"QM1", "\\\\.\\E:\\a"},
+                 {"QM1", "E:\\data::$INDEX_ALLOCATION"},
+                 {nullptr, "E:\\log:stream"},
+                 {nullptr, "E:log"},
+                 {nullptr, "E:\\a\nb"},
+                 {nullptr, "E:\\a|b"},
+                 {nullptr, "E:\\" + std::string(258, 'l')}};
+    for (const auto& c : cases)
+    {
+        const Sandbox sandbox(strText);
+        EXPECT_EQ(c.pszName != nullptr
+                      ? xcsIniUtilWrite("QueueManager", "Name", c.pszName, "Prefix", c.strValue.c_str(),
+                                        sandbox.Path("zns.ini").c_str(), 1)
+                      : xcsIniUtilWrite("Log", nullptr, nullptr, "LogPath", c.strValue.c_str(),
+                                        sandbox.Path("zns.ini").c_str(), 2),
+                  c.nResult)
+            << c.strValue;
+        std::string strExpected = strText;
+        if (c.nResult == XCS_RC_OK)
+            strExpected.replace(strExpected.find("C:\\data", c.pszName != nullptr ? 0 : TEXT.size()), 7,
+                                c.strValue);
         EXPECT_EQ(sandbox.Read("zns.ini"), strExpected);
         EXPECT_THAT(sandbox.Names(), ElementsAre(L"zns.ini"));
+    }
+}
+
+// Another program has a file open for a moment, or does not let it go.
+TEST(Config, TriesBusyFilesAgainForAWhile)
+{
+    const struct
+    {
+        const char* pszCase;
+        DWORD nError;
+        int nReads, nRenames; // how many of them fail
+        int32_t nResult;
+        DWORD nSlept;
+        DWORD nAttributes = FILE_ATTRIBUTE_NORMAL;
+    } cases[] = {{"read, access", ERROR_ACCESS_DENIED, 19, 0, XCS_RC_OK, 19 * 50},
+                 {"read, sharing", ERROR_SHARING_VIOLATION, 1, 0, XCS_RC_OK, 50},
+                 {"read, lock", ERROR_LOCK_VIOLATION, 1, 0, XCS_RC_OK, 50},
+                 {"read, for good", ERROR_SHARING_VIOLATION, 20, 0, XCS_RC_SYSTEM, 19 * 50},
+                 {"read, other", ERROR_FILE_NOT_FOUND, 1, 0, XCS_RC_SYSTEM, 0},
+                 {"rename, access", ERROR_ACCESS_DENIED, 0, 3, XCS_RC_OK, 3 * 100},
+                 {"rename, sharing", ERROR_SHARING_VIOLATION, 0, 19, XCS_RC_OK, 19 * 100},
+                 {"rename, lock", ERROR_LOCK_VIOLATION, 0, 1, XCS_RC_OK, 100},
+                 {"rename, for good", ERROR_ACCESS_DENIED, 0, 20, XCS_RC_SYSTEM, 19 * 100},
+                 {"rename, other", ERROR_DISK_FULL, 0, 1, XCS_RC_SYSTEM, 0},
+                 {"read-only", 0, 0, 0, XCS_RC_SYSTEM, 0, FILE_ATTRIBUTE_READONLY}};
+    for (const auto& c : cases)
+    {
+        const Sandbox sandbox(TEXT);
+        SetFileAttributesW((sandbox.root / "zns.ini").c_str(), c.nAttributes);
+        int nReads = c.nReads, nRenames = c.nRenames;
+        DWORD nSlept = 0;
+        ImportHook<decltype(CreateFileW)> open(
+            "CreateFileW", [&](auto p, auto a, auto s, auto* sa, auto d, auto f, auto t) {
+                return d == OPEN_EXISTING && nReads-- > 0 ? (SetLastError(c.nError), INVALID_HANDLE_VALUE)
+                                                          : open.Real(p, a, s, sa, d, f, t);
+            });
+        ImportHook<decltype(MoveFileExW)> rename("MoveFileExW", [&](auto pFrom, auto pTo, auto f) {
+            return nRenames-- > 0 ? (SetLastError(c.nError), FALSE) : rename.Real(pFrom, pTo, f);
+        });
+        ImportHook<decltype(Sleep)> sleep("Sleep", [&](DWORD n) { nSlept += n; });
+        EXPECT_EQ(WritePrefix(sandbox, "E:"), c.nResult) << c.pszCase;
+        EXPECT_EQ(nSlept, c.nSlept) << c.pszCase;
+        EXPECT_EQ(sandbox.Read("zns.ini") == TEXT, c.nResult != XCS_RC_OK) << c.pszCase;
+        EXPECT_THAT(sandbox.Names(), ElementsAre(L"zns.ini")) << c.pszCase;
     }
 }
 
@@ -118,17 +206,17 @@ TEST(Config, SurvivesEveryFailureOfTheReplacement)
     for (const auto& [pszCase, with] : cases)
     {
         const Sandbox sandbox(TEXT);
-        EXPECT_EQ(with([&] { return WritePrefix(sandbox, "QM1", "E:"); }), XCS_RC_SYSTEM) << pszCase;
+        EXPECT_EQ(with([&] { return WritePrefix(sandbox, "E:"); }), XCS_RC_SYSTEM) << pszCase;
         EXPECT_EQ(sandbox.Read("zns.ini"), TEXT) << pszCase;
         EXPECT_THAT(sandbox.Names(), ElementsAre(L"zns.ini")) << pszCase;
-        EXPECT_EQ(WritePrefix(sandbox, "QM1", "E:"), XCS_RC_OK) << pszCase; // no lock is left behind
+        EXPECT_EQ(WritePrefix(sandbox, "E:"), XCS_RC_OK) << pszCase; // no lock is left behind
     }
     const Sandbox sandbox(TEXT); // written in parts, as a pipe or a full disk makes it happen
     ImportHook<decltype(WriteFile)> hook("WriteFile",
                                          [&](HANDLE h, const void* p, DWORD n, DWORD* pn, OVERLAPPED* o) {
                                              return hook.Real(h, p, std::min<DWORD>(n, 7), pn, o);
                                          });
-    EXPECT_EQ(WritePrefix(sandbox, "QM1", "C:\\dato"), XCS_RC_OK);
+    EXPECT_EQ(WritePrefix(sandbox, "C:\\dato"), XCS_RC_OK);
     EXPECT_EQ(sandbox.Read("zns.ini"), std::string(TEXT).replace(TEXT.find("data"), 4, "dato"));
 }
 
@@ -137,7 +225,7 @@ TEST(Config, NewFileIsBornWithTheOldFilesAccessList)
     const Sandbox sandbox(TEXT);
     ImportHook<decltype(GetNamedSecurityInfoW)> old(
         "GetNamedSecurityInfoW", [](auto, auto, auto, auto, auto, auto, auto, auto* ppsd) {
-            return ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:(A;;FA;;;BA)(A;ID;FR;;;SY)", 1,
+            return ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:AI(A;;FA;;;BA)(A;ID;FR;;;SY)", 1,
                                                                         ppsd, nullptr)
                        ? 0
                        : GetLastError();
@@ -161,8 +249,8 @@ TEST(Config, NewFileIsBornWithTheOldFilesAccessList)
         });
     ImportHook<decltype(SetKernelObjectSecurity)> set("SetKernelObjectSecurity",
                                                       [&](auto, auto, auto psd) { return add(psd), TRUE; });
-    EXPECT_EQ(WritePrefix(sandbox, "QM1", "E:"), XCS_RC_OK);
-    EXPECT_THAT(lists, ElementsAre(L"D:P(A;;FA;;;BA)(A;ID;FR;;;SY)", L"D:(A;;FA;;;BA)(A;ID;FR;;;SY)"));
+    EXPECT_EQ(WritePrefix(sandbox, "E:"), XCS_RC_OK);
+    EXPECT_THAT(lists, ElementsAre(L"D:PAI(A;;FA;;;BA)(A;ID;FR;;;SY)", L"D:ARAI(A;;FA;;;BA)(A;ID;FR;;;SY)"));
 }
 
 TEST(QueueManagers, DetailsAreExactOrRefused)
@@ -216,12 +304,38 @@ TEST(QueueManagers, DetailsAreExactOrRefused)
     }
 }
 
+// In these code pages a character's second byte can be a backslash or a bar; UTF-8 has conversion rules of
+// its own.
+TEST(QueueManagers, PathsAreWholeCharactersInEveryCodePage)
+{
+    const struct
+    {
+        UINT nCodePage;
+        std::string strPrefix, strDirectory;
+    } cases[] = {{932, "D:\\\x95\\", "\x83|"},
+                 {936, "D:\\\x81\\", "\x81|"},
+                 {950, "D:\\\xA5\\", "\xA5|"},
+                 {CP_UTF8, "D:\\\xC3\xA4", "\xE4\xBD\xA0"}};
+    for (const auto& c : cases)
+    {
+        const ThreadCodePage codePage{c.nCodePage};
+        const Sandbox sandbox("QueueManager:\n Name=QM1\n Prefix=C:\n Directory=" + c.strDirectory + "\n");
+        EXPECT_EQ(WritePrefix(sandbox, c.strPrefix.c_str()), XCS_RC_OK) << c.nCodePage;
+        XCS_QM_DETAILS* pDetails = nullptr;
+        EXPECT_EQ(xcsGetQMDetails("QM1", nullptr, &pDetails), XCS_RC_OK) << c.nCodePage;
+        EXPECT_EQ(pDetails != nullptr ? pDetails->szDataDirectory : "",
+                  c.strPrefix + "\\qmgrs\\" + c.strDirectory);
+        xcsFreeMemFn(nullptr, 23, nullptr, pDetails);
+    }
+}
+
 TEST(Authority, MembersOfEitherGroupOnVolumesWithAccessLists)
 {
     const Sandbox sandbox;
     const std::tuple<BOOL, BOOL, SID_NAME_USE, DWORD, int32_t> cases[] = {
         {TRUE, FALSE, SidTypeAlias, FILE_PERSISTENT_ACLS, XCS_RC_OK},
         {FALSE, TRUE, SidTypeAlias, FILE_PERSISTENT_ACLS, XCS_RC_OK},
+        {FALSE, TRUE, SidTypeGroup, FILE_PERSISTENT_ACLS, XCS_RC_OK}, // of the domain
         {FALSE, TRUE, SidTypeUser, FILE_PERSISTENT_ACLS, XCS_RC_NOT_AUTHORIZED},
         {FALSE, FALSE, SidTypeAlias, FILE_PERSISTENT_ACLS, XCS_RC_NOT_AUTHORIZED},
         {TRUE, TRUE, SidTypeAlias, 0, XCS_RC_NO_VOLUME_SECURITY}};
