@@ -53,8 +53,7 @@ need_packages() {
         apt-get install -q -y --no-install-recommends "${missing[@]}"
 }
 
-# The prefix's server, reached where scripts/wine reaches it.
-wineserver() { env WINEPREFIX="${WINEPREFIX:?}" TMPDIR="$WINEPREFIX" /usr/lib/wine/wineserver "$@"; }
+wineserver() { "$top/scripts/wine" wineserver "$@"; }
 
 # start_wine <directory>: makes the Wine prefix there, unless it is there already, and keeps its server until the script
 # ends, so that every later start of a program is cheap.
