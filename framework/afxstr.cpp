@@ -1,16 +1,20 @@
-// CString and its conversions. Everything but LoadString is plain text work without system state.
+// CString.
 #include "afxstr.h"
 
 #include <algorithm>
 #include <cstring>
 #include <cwchar>
 
-CString::CString(const wchar_t* psz) : CString(psz, psz != nullptr ? std::wcslen(psz) : 0) {}
+CString::CString(const wchar_t* psz)
+{
+    if (psz != nullptr && *psz != L'\0')
+        m_pText = std::make_shared<std::wstring>(psz);
+}
 
-CString::CString(const wchar_t* pch, size_t nLength)
+CString::CString(const wchar_t* pch, int nLength)
 {
     if (nLength > 0)
-        m_pText = std::make_shared<std::wstring>(pch, nLength);
+        m_pText = std::make_shared<std::wstring>(pch, static_cast<size_t>(nLength));
 }
 
 CString::CString(const char* psz)
@@ -21,7 +25,7 @@ CString::CString(const char* psz)
     std::wstring text(static_cast<size_t>(nSize), L'\0');
     if (MultiByteToWideChar(CP_THREAD_ACP, 0, psz, -1, text.data(), nSize) == 0)
         return;
-    text.pop_back(); // the terminator, which was converted too
+    text.pop_back(); // the terminator is converted too
     m_pText = std::make_shared<std::wstring>(std::move(text));
 }
 
@@ -56,13 +60,13 @@ wchar_t CString::GetLast() const noexcept
 
 CString CString::Left(int nCount) const
 {
-    return CString(*this, static_cast<size_t>(std::clamp(nCount, 0, GetLength())));
+    return CString(*this, std::clamp(nCount, 0, GetLength()));
 }
 
 CString CString::Right(int nCount) const
 {
     const int nTaken = std::clamp(nCount, 0, GetLength());
-    return CString(static_cast<const wchar_t*>(*this) + (GetLength() - nTaken), static_cast<size_t>(nTaken));
+    return CString(static_cast<const wchar_t*>(*this) + (GetLength() - nTaken), nTaken);
 }
 
 int CString::Find(wchar_t ch) const noexcept
@@ -77,22 +81,25 @@ int CString::ReverseFind(wchar_t ch) const noexcept
     return nIndex == std::wstring::npos ? -1 : static_cast<int>(nIndex);
 }
 
-void CString::Replace(wchar_t chOld, wchar_t chNew)
+int CString::Replace(wchar_t chOld, wchar_t chNew)
 {
-    if (Find(chOld) >= 0)
+    const auto nFound = static_cast<int>(std::count(Text().begin(), Text().end(), chOld));
+    if (nFound > 0)
         std::replace(Own().begin(), Own().end(), chOld, chNew);
+    return nFound;
 }
 
-void CString::MakeLower()
+CString& CString::MakeLower()
 {
     if (!IsEmpty())
         CharLowerBuffW(Own().data(), static_cast<DWORD>(GetLength()));
+    return *this;
 }
 
 CString& CString::operator+=(const wchar_t* psz)
 {
     if (psz != nullptr && *psz != L'\0')
-        Own() += std::wstring(psz); // a copy first: psz may be this string's own text
+        Own() += std::wstring(psz); // copied first: psz can be this string's own text
     return *this;
 }
 
@@ -102,54 +109,46 @@ CString& CString::operator+=(wchar_t ch)
     return *this;
 }
 
-bool CString::LoadString(HINSTANCE hInstance, UINT nID)
+BOOL CString::LoadString(UINT nID)
 {
     m_pText.reset();
 
-    // Strings are stored sixteen to a block, each a length and that many units without a terminator.
+    // A block holds sixteen strings, each a length and that many units without a terminator.
+    const HMODULE hInstance = GetModuleHandleW(nullptr);
     const auto nBlock = static_cast<WORD>((nID >> 4) + 1);
     const HRSRC hResource =
         FindResourceW(hInstance, MAKEINTRESOURCEW(nBlock), MAKEINTRESOURCEW(6) /* RT_STRING */);
     const HGLOBAL hData = hResource != nullptr ? LoadResource(hInstance, hResource) : nullptr;
     const auto* pch = hData != nullptr ? static_cast<const wchar_t*>(LockResource(hData)) : nullptr;
     if (pch == nullptr)
-        return false;
+        return FALSE;
 
     const wchar_t* const pchEnd = pch + SizeofResource(hInstance, hResource) / sizeof(wchar_t);
     for (UINT nSkip = nID & 15; nSkip > 0 && pch < pchEnd; --nSkip)
         pch += std::min<ptrdiff_t>(1 + *pch, pchEnd - pch);
     if (pch >= pchEnd || *pch == 0 || *pch >= pchEnd - pch)
-        return false;
+        return FALSE;
     *this = CString(pch + 1, *pch);
-    return true;
+    return TRUE;
 }
 
-CString operator+(const CString& strLeft, const CString& strRight)
+CString operator+(const CString& str1, const CString& str2)
 {
-    return strLeft + static_cast<const wchar_t*>(strRight);
+    return str1 + static_cast<const wchar_t*>(str2);
 }
 
-CString operator+(const CString& strLeft, const wchar_t* pszRight)
+CString operator+(const CString& str1, const wchar_t* psz2)
 {
-    CString strResult(strLeft);
-    return strResult += pszRight;
+    CString strResult(str1);
+    return strResult += psz2;
 }
 
-bool operator==(const CString& strLeft, const CString& strRight) noexcept
+bool operator==(const CString& str1, const CString& str2) noexcept
 {
-    return strLeft == static_cast<const wchar_t*>(strRight);
+    return str1 == static_cast<const wchar_t*>(str2);
 }
 
-bool operator==(const CString& strLeft, const wchar_t* pszRight) noexcept
+bool operator==(const CString& str1, const wchar_t* psz2) noexcept
 {
-    return std::wcscmp(strLeft, pszRight) == 0;
-}
-
-CW2A::CW2A(const wchar_t* psz, UINT nCodePage)
-{
-    const size_t nSize = (std::wcslen(psz) + 1) * 2;
-    m_pszNarrow = std::make_unique<char[]>(nSize);
-    if (WideCharToMultiByte(nCodePage, 0, psz, -1, m_pszNarrow.get(), static_cast<int>(nSize), nullptr,
-                            nullptr) == 0)
-        m_pszNarrow.reset();
+    return std::wcscmp(str1, psz2) == 0;
 }

@@ -1,5 +1,4 @@
-// CString, the reference-counted UTF-16 string of the class-library subset, and the conversions between it
-// and narrow text.
+// CString, the string of the class library.
 #pragma once
 
 #include <windows.h>
@@ -9,8 +8,7 @@
 
 // A string of UTF-16 code units with value semantics. Copies share one buffer until one of them is changed.
 //
-// Running out of memory raises std::bad_alloc, an impossible length std::length_error; the string is then as
-// it was before the call.
+// Running out of memory throws std::bad_alloc; the string is then as it was before the call.
 class CString
 {
   public:
@@ -19,13 +17,13 @@ class CString
     // Zero-terminated text; null is taken as empty.
     CString(const wchar_t* psz);
 
-    // The first nLength units of pch, whether or not there is a terminator among them.
-    CString(const wchar_t* pch, size_t nLength);
+    // The first nLength units of pch, with or without a terminator among them. nLength is not negative.
+    CString(const wchar_t* pch, int nLength);
 
-    // Narrow text in the thread's ANSI code page; null, or text that cannot be converted, is taken as empty.
+    // Narrow text in the thread's ANSI code page. Null, or text that cannot be converted, is taken as empty.
     explicit CString(const char* psz);
 
-    // The zero-terminated units; valid until the string is changed or destroyed. Never null.
+    // The zero-terminated units, never null. Valid until the string is changed or destroyed.
     operator const wchar_t*() const noexcept;
 
     int GetLength() const noexcept;
@@ -38,24 +36,22 @@ class CString
     CString Left(int nCount) const;
     CString Right(int nCount) const;
 
-    // Index of the first ch, or -1.
+    // Index of the first or the last ch, or -1.
     int Find(wchar_t ch) const noexcept;
-
-    // Index of the last ch, or -1.
     int ReverseFind(wchar_t ch) const noexcept;
 
-    // Replaces every chOld by chNew.
-    void Replace(wchar_t chOld, wchar_t chNew);
+    // Replaces every chOld by chNew and returns how many there were.
+    int Replace(wchar_t chOld, wchar_t chNew);
 
-    // Lower case by the rules of the system (CharLowerW), without regard to the user's locale.
-    void MakeLower();
+    // Lower case by the rules of the system, without regard to the user's locale.
+    CString& MakeLower();
 
     CString& operator+=(const wchar_t* psz);
     CString& operator+=(wchar_t ch);
 
-    // Loads the string of that identifier in the language of the calling thread, by the system's own order of
-    // fallback. False, and an empty string, if there is none or if it is damaged.
-    bool LoadString(HINSTANCE hInstance, UINT nID);
+    // Loads a string of the program's string table, in the language that the system chooses for the calling
+    // thread. FALSE, and an empty string, if there is none or if the table is damaged.
+    BOOL LoadString(UINT nID);
 
   private:
     const std::wstring& Text() const noexcept;
@@ -64,22 +60,9 @@ class CString
     std::shared_ptr<std::wstring> m_pText; // null: empty
 };
 
-CString operator+(const CString& strLeft, const CString& strRight);
-CString operator+(const CString& strLeft, const wchar_t* pszRight);
+CString operator+(const CString& str1, const CString& str2);
+CString operator+(const CString& str1, const wchar_t* psz2);
 
 // Equal unit by unit, with case.
-bool operator==(const CString& strLeft, const CString& strRight) noexcept;
-bool operator==(const CString& strLeft, const wchar_t* pszRight) noexcept;
-
-// Narrow form of a zero-terminated wide text, for the length of one call: CW2A(strName). A null pointer if
-// the conversion fails, as it does for a text that needs more than two bytes a unit; characters that the code
-// page lacks become its default character.
-class CW2A
-{
-  public:
-    explicit CW2A(const wchar_t* psz, UINT nCodePage = CP_THREAD_ACP);
-    operator const char*() const noexcept { return m_pszNarrow.get(); }
-
-  private:
-    std::unique_ptr<char[]> m_pszNarrow;
-};
+bool operator==(const CString& str1, const CString& str2) noexcept;
+bool operator==(const CString& str1, const wchar_t* psz2) noexcept;

@@ -1,18 +1,14 @@
-// The application object and the command-line walk of the class-library subset.
+// The application object and the walk over the command line.
 #include "afxwin.h"
 
 #include <cstdlib>
 
 namespace
 {
-CWinApp* s_pApp = nullptr;
+bool s_fAppExists = false;
 } // namespace
 
-const CRuntimeClass* CObject::GetRuntimeClass() const
-{
-    static const CRuntimeClass s_class{"CObject"};
-    return &s_class;
-}
+IMPLEMENT_DYNAMIC(CObject, )
 
 const AFX_MSGMAP* CCmdTarget::GetThisMessageMap()
 {
@@ -25,26 +21,16 @@ const AFX_MSGMAP* CCmdTarget::GetMessageMap() const
     return GetThisMessageMap();
 }
 
-BOOL CWinThread::InitInstance()
-{
-    return FALSE; // a thread without an override has nothing to run
-}
-
-int CWinThread::ExitInstance()
-{
-    return 0;
-}
-
 void CCommandLineInfo::ParseParam(const wchar_t*, BOOL, BOOL) {}
 
-CWinApp::CWinApp(const wchar_t* lpszAppName) : m_strAppName(lpszAppName)
+CWinApp::CWinApp()
 {
-    s_pApp = this;
+    s_fAppExists = true;
 }
 
 CWinApp::~CWinApp()
 {
-    s_pApp = nullptr;
+    s_fAppExists = false;
 }
 
 BOOL CWinApp::InitInstance()
@@ -57,31 +43,17 @@ int CWinApp::ExitInstance()
     return 0;
 }
 
-void CWinApp::ParseCommandLine(CCommandLineInfo& cmdInfo)
+void CWinApp::ParseCommandLine(CCommandLineInfo& rCmdInfo)
 {
     for (int i = 1; i < __argc; ++i)
     {
         const wchar_t* pszParam = __wargv[i];
-        const BOOL fFlag = *pszParam == L'-' || *pszParam == L'/';
-        cmdInfo.ParseParam(fFlag ? pszParam + 1 : pszParam, fFlag, i + 1 == __argc);
+        const BOOL bFlag = *pszParam == L'-' || *pszParam == L'/';
+        rCmdInfo.ParseParam(bFlag ? pszParam + 1 : pszParam, bFlag, i + 1 == __argc);
     }
 }
 
 BOOL AfxWinInit(HINSTANCE hInstance, HINSTANCE hPrevInstance, wchar_t* lpCmdLine, int)
 {
-    if (s_pApp == nullptr || hInstance == nullptr || hPrevInstance != nullptr || lpCmdLine == nullptr)
-        return FALSE;
-    s_pApp->m_hInstance = hInstance;
-    s_pApp->m_lpCmdLine = lpCmdLine;
-    return TRUE;
-}
-
-CWinApp* AfxGetApp()
-{
-    return s_pApp;
-}
-
-HINSTANCE AfxFindStringResourceHandle(UINT)
-{
-    return GetModuleHandleW(nullptr);
+    return s_fAppExists && hInstance != nullptr && hPrevInstance == nullptr && lpCmdLine != nullptr;
 }

@@ -1,17 +1,21 @@
-// The class-library subset that the command is written against: run-time class names, the application object
-// and the walk over the command line. There is no window and no message loop behind it.
+// The subset of the class library that the command needs: run-time class names, message maps, the application
+// object and the walk over the command line. It has no window and no message loop.
+//
+// Names and signatures are those of the class library, so that the command compiles against that as well. For
+// the same reason sources include this header instead of windows.h.
 #pragma once
 
 #include <windows.h>
 
 #include "afxstr.h"
+#include "atlconv.h"
 
 struct CRuntimeClass
 {
     const char* m_lpszClassName;
 };
 
-// Root of the classes whose name can be asked at run time.
+// The root of the classes whose name can be queried at run time.
 class CObject
 {
   public:
@@ -19,13 +23,25 @@ class CObject
     CObject(const CObject&) = delete;
     CObject& operator=(const CObject&) = delete;
 
-    virtual const CRuntimeClass* GetRuntimeClass() const;
+    virtual CRuntimeClass* GetRuntimeClass() const;
 
   protected:
     CObject() = default;
 };
 
-// A map of message handlers. Those of the command have no entries; they only chain to the base class's map.
+// Give a class its run-time name: the first stands in the class, the second in its source.
+#define DECLARE_DYNAMIC(class_name)                                                                          \
+  public:                                                                                                    \
+    CRuntimeClass* GetRuntimeClass() const override;
+
+#define IMPLEMENT_DYNAMIC(class_name, base_class_name)                                                       \
+    CRuntimeClass* class_name::GetRuntimeClass() const                                                       \
+    {                                                                                                        \
+        static CRuntimeClass s_class = {#class_name};                                                        \
+        return &s_class;                                                                                     \
+    }
+
+// A map of message handlers. The maps here have no entries; each only leads to the map of the base class.
 struct AFX_MSGMAP
 {
     const AFX_MSGMAP* (*pfnGetBaseMap)();
@@ -38,51 +54,55 @@ class CCmdTarget : public CObject
     static const AFX_MSGMAP* GetThisMessageMap();
 };
 
+// Give a class its message map: the first stands in the class, the other two in its source.
+#define DECLARE_MESSAGE_MAP()                                                                                \
+  protected:                                                                                                 \
+    static const AFX_MSGMAP* GetThisMessageMap();                                                            \
+    const AFX_MSGMAP* GetMessageMap() const override;
+
+#define BEGIN_MESSAGE_MAP(theClass, baseClass)                                                               \
+    const AFX_MSGMAP* theClass::GetMessageMap() const                                                        \
+    {                                                                                                        \
+        return GetThisMessageMap();                                                                          \
+    }                                                                                                        \
+    const AFX_MSGMAP* theClass::GetThisMessageMap()                                                          \
+    {                                                                                                        \
+        static const AFX_MSGMAP s_map = {&baseClass::GetThisMessageMap};
+
+#define END_MESSAGE_MAP()                                                                                    \
+    return &s_map;                                                                                           \
+    }
+
 class CWinThread : public CCmdTarget
 {
-  public:
-    virtual BOOL InitInstance();
-    virtual int ExitInstance();
 };
 
-// One word of the command line at a time, as CWinApp::ParseCommandLine hands them over.
+// Receives the command line from CWinApp::ParseCommandLine, one word at a time.
 class CCommandLineInfo
 {
   public:
     virtual ~CCommandLineInfo() = default;
 
-    // pszParam: the word, for a switch without its leading '/' or '-'. The base class keeps nothing of it.
-    virtual void ParseParam(const wchar_t* pszParam, BOOL fFlag, BOOL fLast);
+    // pszParam: the word, without the first character if that is '/' or '-'. bFlag: it is. bLast: there is no
+    // further word. The base class stores nothing.
+    virtual void ParseParam(const wchar_t* pszParam, BOOL bFlag, BOOL bLast);
 };
 
-// The application object: one to a program, made before and destroyed after the entry function.
+// The application object. A program has exactly one, made before the entry function runs and destroyed after
+// it.
 class CWinApp : public CWinThread
 {
   public:
-    // lpszAppName: null for a program without a name of its own.
-    explicit CWinApp(const wchar_t* lpszAppName = nullptr);
+    CWinApp();
     ~CWinApp() override;
 
-    BOOL InitInstance() override;
-    int ExitInstance() override;
+    virtual BOOL InitInstance(); // returns TRUE
+    virtual int ExitInstance();  // returns 0
 
-    // Hands the words of the process's command line, from the second to the last, to cmdInfo.
-    void ParseCommandLine(CCommandLineInfo& cmdInfo);
-
-  private:
-    friend BOOL AfxWinInit(HINSTANCE, HINSTANCE, wchar_t*, int);
-
-    CString m_strAppName;
-    HINSTANCE m_hInstance = nullptr;
-    wchar_t* m_lpCmdLine = nullptr;
+    // Passes the words of the process's command line, from the second to the last, to rCmdInfo.
+    void ParseCommandLine(CCommandLineInfo& rCmdInfo);
 };
 
-// Binds the framework to the program. False if there is no application object, module or command line, or if
-// a previous instance is named, which no system since the 16-bit ones has.
+// Initialises the framework. Returns FALSE if there is no application object, module or command line, or if a
+// previous instance is given, which only 16-bit systems had.
 BOOL AfxWinInit(HINSTANCE hInstance, HINSTANCE hPrevInstance, wchar_t* lpCmdLine, int nCmdShow);
-
-// The application object, or null outside its life.
-CWinApp* AfxGetApp();
-
-// The module that holds string resource nID: the program itself, the only module of its own that it has.
-HINSTANCE AfxFindStringResourceHandle(UINT nID);

@@ -15,7 +15,7 @@ namespace
 CString Normalized(CString strDest)
 {
     strDest.Replace(L'/', L'\\');
-    while (strDest.GetLast() == L'\\')
+    while (strDest.Right(1) == L"\\")
         strDest = strDest.Left(strDest.GetLength() - 1);
     return strDest;
 }
@@ -31,11 +31,8 @@ CZNMSCSApp::~CZNMSCSApp()
     const CZNMTrace trace(FN_APP_DTOR);
 }
 
-const AFX_MSGMAP* CZNMSCSApp::GetMessageMap() const
-{
-    static const AFX_MSGMAP s_map{&CCmdTarget::GetThisMessageMap};
-    return &s_map;
-}
+BEGIN_MESSAGE_MAP(CZNMSCSApp, CWinApp)
+END_MESSAGE_MAP()
 
 BOOL CZNMSCSApp::InitInstance()
 {

@@ -65,8 +65,7 @@ class CZNMSCSApp : public CWinApp
     // What the look before the copy saw of both old trees.
     CZNSources m_sources;
 
-  protected:
-    const AFX_MSGMAP* GetMessageMap() const override;
+    DECLARE_MESSAGE_MAP()
 };
 
 // The one application object.

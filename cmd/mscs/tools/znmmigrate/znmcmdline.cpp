@@ -2,6 +2,8 @@
 // migration procedure's to say.
 #include "znmcmdline.h"
 
+#include <memory>
+
 #include "tovmdbgn.h"
 #include "tovmexpn.h"
 #include "tovmsrid.h"

@@ -1,12 +1,11 @@
 // Entry of the command: brings the framework, the common services and the trace up, moves the queue manager,
 // and turns the outcome into a message and an exit status. Touches nothing on disk itself.
-#include <windows.h>
+#include "afxwin.h"
+
 #include <tchar.h>
 
 #include <cstring>
-#include <optional>
 
-#include "afxwin.h"
 #include "messages.h"
 #include "tovmsrid.h"
 #include "tovmtrce.h"

@@ -1,5 +1,5 @@
-// Formats diagnostics and hands them to the product's failure-data facility or to the trace. Must never write
-// to the console, and must not fail its caller: who reports a failure has one already.
+// Formats diagnostics and passes them to the product's failure-data facility or to the trace. Must never
+// write to the console and must not fail its caller, which is already handling a failure.
 #include "tovmdbgn.h"
 
 #include <cstdarg>
@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 
+#include "atlconv.h"
 #include "tovmsrid.h"
 #include "tovmtrce.h"
 #include "tovxcs2.h"
@@ -19,9 +20,9 @@ CZNMDebug* s_pInstance = nullptr;
 
 constexpr size_t MAX_TEXT = 1024;
 
-// The format with every directive that has no argument turned into plain text. Texts that were formatted once
-// are used as formats again, on purpose, and may hold what a user typed: nothing of that may read or write
-// memory.
+// Returns the format with every directive that has no argument turned into plain text. Required: texts that
+// were formatted once are used as formats again. They can contain what a user typed, and a directive in that
+// must not read or write memory.
 template <class Char>
 std::basic_string<Char> Neutralized(const Char* pszFormat, size_t nArguments)
 {
@@ -37,7 +38,7 @@ std::basic_string<Char> Neutralized(const Char* pszFormat, size_t nArguments)
         else if (nArguments == 0)
             strResult += ch;
         else
-            --nArguments; // a format of our own, whose arguments match it
+            --nArguments; // from a format in this library, which matches its arguments
     }
     return strResult;
 }
@@ -58,14 +59,14 @@ CZNMDebug* CZNMDebug::GetInstance()
 void CZNMDebug::Output(int nFunction, int nProbe, uint32_t nSeverity, const wchar_t* pszFormat,
                        size_t nArguments, ...)
 {
-    // The runtime's legacy formatter by its own name: %s takes wide text, and a text of exactly the limit is
-    // complete but not terminated.
+    // Called by its own name because the compiler replaces the standard one, in whose formats %s takes narrow
+    // text. A text of exactly MAX_TEXT characters is complete but not terminated.
     wchar_t szText[MAX_TEXT] = {};
     va_list args;
     va_start(args, nArguments);
     const int nLength = _vsnwprintf(szText, MAX_TEXT, Neutralized(pszFormat, nArguments).c_str(), args);
     va_end(args);
-    const CString strText = nLength < 0 ? CString() : CString(szText, static_cast<size_t>(nLength));
+    const CString strText = nLength < 0 ? CString() : CString(szText, nLength);
 
     if (nSeverity == ZNM_SEVERITY_FAILURE)
     {
@@ -73,7 +74,7 @@ void CZNMDebug::Output(int nFunction, int nProbe, uint32_t nSeverity, const wcha
         XCS_INSERTS inserts = {};
         std::memcpy(inserts.achEyeCatcher, "XMSA", sizeof inserts.achEyeCatcher);
         inserts.apszText[0] = narrowText;
-        // The line that failure records of this module have always named.
+        // Required: every failure record names this line, wherever the call stands.
         constexpr int RECORD_LINE = 140;
         xcsSaveFileContextSccsId(ZNM_CLUSTER_LIBRARY("tovmdbgn"), RECORD_LINE);
         xcsVORTFn(ZNM_COMPONENT, static_cast<uint16_t>(nFunction), nProbe, XCS_RC_PROGRAM_FAILURE, &inserts,
@@ -81,7 +82,7 @@ void CZNMDebug::Output(int nFunction, int nProbe, uint32_t nSeverity, const wcha
     }
     else if (CZNMTrace::WantsParms())
     {
-        // The text itself is the format; readers of the trace see what the second formatting made of it.
+        // Required: the text is used as a format, so that "%%" in it becomes "%".
         const CW2A narrowText(strText);
         if (const char* const pszText = narrowText)
             CZNMTrace::Record(nFunction, Neutralized(pszText, 0).c_str());

@@ -1,6 +1,7 @@
-// CZNMException. Raising one only records; what is done about it is the handler's.
+// CZNMException. Making one must only trace: its handler decides whether to report it.
 #include "tovmexpn.h"
 
+#include "atlconv.h"
 #include "tovmdbgn.h"
 #include "tovmsrid.h"
 #include "tovmtrce.h"

@@ -1,5 +1,5 @@
-// Builds access lists and applies them. Never grants Everyone anything new: an entry for Everyone is only
-// restated, and only where one was read.
+// Builds access lists and applies them. Everyone must never be given new access: an entry for Everyone is
+// only set again where the old access list had one.
 #include "tovmflse.h"
 
 #include <algorithm>
@@ -7,6 +7,7 @@
 #include <cwchar>
 #include <cwctype>
 
+#include "atlconv.h"
 #include "tovmdbgn.h"
 #include "tovmsrid.h"
 #include "tovmtrce.h"
@@ -16,7 +17,8 @@ ZNM_SOURCE_ID(ZNM_CLUSTER_LIBRARY("tovmflse"));
 
 namespace
 {
-// The last answer about a volume. One for all objects, while the root it belongs to is each object's own.
+// The last answer of the volume test. Required: one answer for all objects, although each object remembers
+// by itself which volume it tested last.
 BOOL s_fDiskSupportsSecurity = TRUE;
 
 // SIDs found in an access list.
@@ -29,7 +31,7 @@ constexpr uint32_t SID_USER = 0x10;
 constexpr DWORD MAX_ENTRIES = 5;
 constexpr DWORD INHERIT_ALL = SUB_CONTAINERS_AND_OBJECTS_INHERIT;
 
-// What an access list begins with whose entry names a SID; the SID follows.
+// The fixed part of an entry; its SID follows.
 struct AceHeaderAndMask
 {
     ACE_HEADER header;
@@ -37,7 +39,7 @@ struct AceHeaderAndMask
 };
 static_assert(sizeof(AceHeaderAndMask) == 8);
 
-// The functions take names as writable but only read them.
+// The system's functions take names as writable but only read them.
 wchar_t* Writable(const wchar_t* psz)
 {
     return const_cast<wchar_t*>(psz);
@@ -53,25 +55,62 @@ bool IsDotEntry(const WIN32_FIND_DATAW& entry)
     return std::wcscmp(entry.cFileName, L".") == 0 || std::wcscmp(entry.cFileName, L"..") == 0;
 }
 
-// A search that found nothing to look at, which is no failure.
-bool IsNothingThere(DWORD nError)
+// One of the two searches that a walk makes in each directory.
+struct Search
+{
+    FINDEX_SEARCH_OPS eOperation;
+    ZNM_DIAGNOSTIC failure;
+};
+
+constexpr Search FILE_SEARCH = {
+    .eOperation = FindExSearchNameMatch,
+    .failure = {.nProbe = 1, .pszFormat = L"FindFirstFileEx(1) error %d, path '%s'"},
+};
+constexpr Search DIRECTORY_SEARCH = {
+    .eOperation = FindExSearchLimitToDirectories,
+    .failure = {.nProbe = 2, .pszFormat = L"FindFirstFileEx(2) error %d, path '%s'"},
+};
+
+// A search that fails with one of these found nothing, which is not a failure of the walk.
+bool IsNothingFound(DWORD nError)
 {
     return nError == ERROR_FILE_NOT_FOUND || nError == ERROR_PATH_NOT_FOUND || nError == ERROR_INVALID_NAME;
 }
+
+// Calls visit for every entry that matches pszPattern. FALSE if a visit or the search failed; a visit that
+// fails does not stop the loop. pszReported: the path that a failure record names.
+template <class Visit>
+BOOL VisitEntries(const Search& search, const wchar_t* pszPattern, const wchar_t* pszReported, Visit visit)
+{
+    WIN32_FIND_DATAW entry = {};
+    const CZNMFindHandle find(
+        FindFirstFileExW(pszPattern, FindExInfoStandard, &entry, search.eOperation, nullptr, 0));
+    const DWORD nError = GetLastError();
+    if (!find.IsOpen())
+    {
+        if (IsNothingFound(nError))
+            return TRUE;
+        CZNMDebug::RecordFailure(FN_SET_SECURITY_ON_FILES, search.failure, nError, pszReported);
+        return FALSE;
+    }
+    BOOL fResult = TRUE;
+    do
+        fResult &= visit(entry);
+    while (FindNextFileW(find.Get(), &entry));
+    return fResult;
+}
 } // namespace
 
-// Where files and directories differ.
+// The differences between files and directories.
 struct CZNMFileSecurity::Variant
 {
     ZNM_FUNCTION nFunction;
     DWORD nInheritance; // of the fixed entries
-    int nSidProbe;
-    const wchar_t* pszSid;
-    int nAceProbe; // of the first of three failures of the scan
-    int nMergeProbe;
-    const wchar_t* pszMerge;
-    int nSetProbe;
-    const wchar_t* pszSet;
+    ZNM_DIAGNOSTIC noSid;
+    ZNM_DIAGNOSTIC unreadable; // without a text: no failure record is written
+    ZNM_DIAGNOSTIC noAce, wrongAceType, invalidSid;
+    ZNM_DIAGNOSTIC notMerged;
+    ZNM_DIAGNOSTIC notSet;
     const char* pszDone;
 
     static const Variant File;
@@ -79,30 +118,45 @@ struct CZNMFileSecurity::Variant
 };
 
 const CZNMFileSecurity::Variant CZNMFileSecurity::Variant::File = {
-    FN_CHANGE_FILE_SECURITY,
-    NO_INHERITANCE, // a file has nothing to inherit to; only the user's entry says otherwise, as it always
-                    // has
-    4, L"Create SID error, file: %s", 6, 9, L"Error %d merging ACLs on '%s'", 10,
-    L"Error %d setting file security on '%s'", "Set file security '%S'"};
+    .nFunction = FN_CHANGE_FILE_SECURITY,
+    .nInheritance = NO_INHERITANCE,
+    .noSid = {.nProbe = 4, .pszFormat = L"Create SID error, file: %s"},
+    .unreadable = {.nProbe = 5, .pszFormat = L"Error %d getting security info '%s'"},
+    .noAce = {.nProbe = 6, .pszFormat = L"Unable to retrieve ACE in ACL!"},
+    .wrongAceType = {.nProbe = 7, .pszFormat = L"Incorrect ACE type specified!"},
+    .invalidSid = {.nProbe = 8, .pszFormat = L"Invalid SID specified in ACE!"},
+    .notMerged = {.nProbe = 9, .pszFormat = L"Error %d merging ACLs on '%s'"},
+    .notSet = {.nProbe = 10, .pszFormat = L"Error %d setting file security on '%s'"},
+    .pszDone = "Set file security '%S'",
+};
 
 const CZNMFileSecurity::Variant CZNMFileSecurity::Variant::Directory = {
-    FN_CHANGE_DIR_SECURITY,
-    INHERIT_ALL,
-    11,
-    L"Create SID error, directory: %s",
-    12,
-    15,
-    L"Dir security: error %d merging ACLs on '%s'",
-    16,
-    L"Error %d setting directory security on '%s'",
-    "Set directory security '%S'"};
+    .nFunction = FN_CHANGE_DIR_SECURITY,
+    .nInheritance = INHERIT_ALL,
+    .noSid = {.nProbe = 11, .pszFormat = L"Create SID error, directory: %s"},
+    .unreadable = {}, // required: only traced
+    .noAce = {.nProbe = 12, .pszFormat = L"Unable to retrieve ACE in ACL!"},
+    .wrongAceType = {.nProbe = 13, .pszFormat = L"Incorrect ACE type specified!"},
+    .invalidSid = {.nProbe = 14, .pszFormat = L"Invalid SID specified in ACE!"},
+    .notMerged = {.nProbe = 15, .pszFormat = L"Dir security: error %d merging ACLs on '%s'"},
+    .notSet = {.nProbe = 16, .pszFormat = L"Error %d setting directory security on '%s'"},
+    .pszDone = "Set directory security '%S'",
+};
 
-// The entry for Everyone that a caller wants.
+// What a caller wants the entry for Everyone to be.
 struct CZNMFileSecurity::World
 {
     uint32_t nAccessMode;
     uint32_t nPermissions;
     uint32_t nInheritance;
+};
+
+// The access list of an object before the change.
+struct CZNMFileSecurity::AccessList
+{
+    CZNMLocalBlock pDescriptor; // owns what pDacl points to
+    PACL pDacl = nullptr;       // null: nothing to merge with
+    uint32_t fSids = 0;         // SIDs that the list allows something
 };
 
 CZNMFileSecurity::CZNMFileSecurity(const wchar_t* pszUser) : m_strUser(pszUser)
@@ -150,7 +204,8 @@ BOOL CZNMFileSecurity::ChangeFileSecurity(const wchar_t* pszPath, uint32_t fDisc
 {
     CZNMTrace trace(FN_CHANGE_FILE_SECURITY);
     trace.Parms("CZNMFileSecurity::ChangeFileSecurity() (pszPath = %S)", pszPath);
-    const World world = {nWorldAccessMode, nWorldPermissions, NO_INHERITANCE};
+    const World world = {
+        .nAccessMode = nWorldAccessMode, .nPermissions = nWorldPermissions, .nInheritance = NO_INHERITANCE};
     return trace.Return(ChangeSecurity(trace, Variant::File, pszPath, fDiscard != 0, world));
 }
 
@@ -161,67 +216,38 @@ BOOL CZNMFileSecurity::ChangeDirSecurity(const wchar_t* pszPath, uint32_t fDisca
     trace.Parms("CZNMFileSecurity::ChangeDirSecurity() (pszPath = %S)", pszPath);
     if (!DiskSupportsSecurity(pszPath))
         return trace.Return(TRUE);
-    const World world = {nWorldAccessMode, nWorldPermissions, nWorldInheritance};
+    const World world = {.nAccessMode = nWorldAccessMode,
+                         .nPermissions = nWorldPermissions,
+                         .nInheritance = nWorldInheritance};
     return trace.Return(ChangeSecurity(trace, Variant::Directory, pszPath, fDiscard != 0, world));
 }
 
-BOOL CZNMFileSecurity::ChangeSecurity(CZNMTrace& trace, const Variant& variant, const wchar_t* pszPath,
+BOOL CZNMFileSecurity::ChangeSecurity(const CZNMTrace& trace, const Variant& variant, const wchar_t* pszPath,
                                       bool fDiscard, const World& world)
 {
     if (!CreateSids())
     {
-        CZNMDebug::RecordFailure(variant.nFunction, variant.nSidProbe, variant.pszSid, pszPath);
+        CZNMDebug::RecordFailure(variant.nFunction, variant.noSid, pszPath);
         return FALSE;
     }
 
+    AccessList old;
     BOOL fSuccess = TRUE;
-    bool fAlreadyHasAccess = false;
-    uint32_t fSids = 0;
-    PACL pOldDacl = nullptr;
-    CZNMLocalBlock pDescriptor; // holds the old access list
     if (!fDiscard)
     {
-        fSuccess = ReadAccessList(trace, variant, pszPath, pOldDacl, pDescriptor, fSids);
-        const uint32_t fWanted = SID_ADMIN | SID_SYSTEM | SID_ZNM | (m_pUserSid ? SID_USER : 0);
-        fAlreadyHasAccess = (fSids & fWanted) == fWanted;
+        trace.Text("SID's retrieved successfully!");
+        fSuccess = ReadAccessList(trace, variant, pszPath, old);
     }
+    const bool fAlreadyHasAccess = HasAccess(old.fSids);
     trace.Parms("fSuccess = %d, fAlreadyHasAccess = %d", fSuccess, static_cast<int>(fAlreadyHasAccess));
     if (!fSuccess || fAlreadyHasAccess)
         return fSuccess;
 
-    EXPLICIT_ACCESS_W entries[MAX_ENTRIES] = {};
-    const DWORD nEntries = BuildEntries(trace, variant, world, fSids, entries);
-    PACL pNewDacl = nullptr;
-    const DWORD nMerged = SetEntriesInAclW(nEntries, entries, pOldDacl, &pNewDacl);
-    const CZNMLocalBlock newDaclOwner(pNewDacl);
-    if (nMerged != ERROR_SUCCESS)
-    {
-        CZNMDebug::RecordFailure(variant.nFunction, variant.nMergeProbe, variant.pszMerge, nMerged, pszPath);
-        return FALSE;
-    }
-    trace.Text("Successfully merged ACLs");
-
-    auto setDacl = [&] {
-        return SetFileSecurityInfo(pszPath, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                                   pNewDacl, nullptr);
-    };
-    DWORD nResult = setDacl();
-    if (nResult != ERROR_SUCCESS)
-    {
-        trace.Text("Access denied! Changing ownership and retrying");
-        SetOwner(pszPath, SE_FILE_OBJECT); // the second try tells whether it helped
-        nResult = setDacl();
-    }
-    if (nResult != ERROR_SUCCESS)
-    {
-        CZNMDebug::RecordFailure(variant.nFunction, variant.nSetProbe, variant.pszSet, nResult, pszPath);
-        return FALSE;
-    }
-    trace.Parms(variant.pszDone, pszPath);
-    return TRUE;
+    const CZNMLocalBlock pNewDacl = BuildAccessList(trace, variant, pszPath, world, old);
+    return pNewDacl && WriteAccessList(trace, variant, pszPath, static_cast<PACL>(pNewDacl.get()));
 }
 
-// True if there is every SID that an access list needs.
+// Makes each SID that an access list needs. Returns true if all of them exist.
 bool CZNMFileSecurity::CreateSids()
 {
     CreateSystemSid(m_pSystemSid.get());
@@ -232,112 +258,150 @@ bool CZNMFileSecurity::CreateSids()
     return m_pWorldSid && m_pAdminSid && m_pZnmSid && m_pSystemSid && (m_pUserSid || m_strUser.IsEmpty());
 }
 
-// Reads the access list (null if there is none to merge with) and says which SIDs it allows something. FALSE
-// only if a list that exists cannot be read.
-BOOL CZNMFileSecurity::ReadAccessList(const CZNMTrace& trace, const Variant& variant, const wchar_t* pszPath,
-                                      PACL& pDacl, CZNMLocalBlock& pDescriptor, uint32_t& fSids)
+// True if an access list with these SIDs needs no further entry. An entry for Everyone does not count.
+bool CZNMFileSecurity::HasAccess(uint32_t fSids) const
 {
-    trace.Text("SID's retrieved successfully!");
-    PSECURITY_DESCRIPTOR pRead = nullptr;
+    const uint32_t fWanted = SID_ADMIN | SID_SYSTEM | SID_ZNM | (m_pUserSid ? SID_USER : 0);
+    return (fSids & fWanted) == fWanted;
+}
+
+// Reads and scans the access list. FALSE if it exists and cannot be read.
+BOOL CZNMFileSecurity::ReadAccessList(const CZNMTrace& trace, const Variant& variant, const wchar_t* pszPath,
+                                      AccessList& list)
+{
+    PACL pDacl = nullptr;
+    PSECURITY_DESCRIPTOR pDescriptor = nullptr;
     const DWORD nResult = GetFileSecurityInfo(pszPath, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
-                                              nullptr, &pDacl, nullptr, &pRead);
-    pDescriptor.reset(pRead);
+                                              nullptr, &pDacl, nullptr, &pDescriptor);
+    list.pDescriptor.reset(pDescriptor);
     if (nResult == ERROR_SUCCESS)
     {
         trace.Text("Retrieved named security information!");
-        fSids = ScanAccessList(trace, variant, pDacl);
+        list.pDacl = pDacl;
+        list.fSids = ScanAccessList(trace, variant, pDacl);
         return TRUE;
     }
-    pDacl = nullptr;
     if (nResult == ERROR_FILE_NOT_FOUND || nResult == ERROR_PATH_NOT_FOUND)
         return TRUE;
-    if (variant.nFunction == FN_CHANGE_FILE_SECURITY)
-        CZNMDebug::RecordFailure(variant.nFunction, 5, L"Error %d getting security info '%s'", nResult,
-                                 pszPath);
-    else // of directories only the trace hears
+    if (variant.unreadable.pszFormat != nullptr)
+        CZNMDebug::RecordFailure(variant.nFunction, variant.unreadable, nResult, pszPath);
+    else
         trace.Parms("Error %u getting security info '%S'", nResult, pszPath);
     return FALSE;
 }
 
-// Which SIDs the list allows something, whatever that is. An entry that cannot be judged ends the scan, with
-// the bits gathered so far.
+// Returns the SIDs that the list allows something; the kind of access does not matter. An entry that cannot
+// be judged ends the scan, and the SIDs found before it are returned.
 uint32_t CZNMFileSecurity::ScanAccessList(const CZNMTrace& trace, const Variant& variant, PACL pDacl) const
 {
     uint32_t fSids = 0;
-    const DWORD nCount = pDacl != nullptr ? pDacl->AceCount : 0; // no list at all is treated as an empty one
+    auto stop = [&](const ZNM_DIAGNOSTIC& reason) {
+        CZNMDebug::RecordFailure(variant.nFunction, reason);
+        return fSids;
+    };
+    const DWORD nCount = pDacl != nullptr ? pDacl->AceCount : 0; // no list is treated as an empty one
     for (DWORD i = 0; i < nCount; ++i)
     {
         void* pAce = nullptr;
         if (!GetAce(pDacl, i, &pAce))
-        {
-            CZNMDebug::RecordFailure(variant.nFunction, variant.nAceProbe, L"Unable to retrieve ACE in ACL!");
-            break;
-        }
+            return stop(variant.noAce);
         const auto* const pHeader = static_cast<const AceHeaderAndMask*>(pAce);
         if (pHeader->header.AceType == ACCESS_DENIED_ACE_TYPE)
             continue;
         if (pHeader->header.AceType != ACCESS_ALLOWED_ACE_TYPE)
-        {
-            CZNMDebug::RecordFailure(variant.nFunction, variant.nAceProbe + 1,
-                                     L"Incorrect ACE type specified!");
-            break;
-        }
+            return stop(variant.wrongAceType);
         PSID const pSid = static_cast<unsigned char*>(pAce) + sizeof(AceHeaderAndMask);
         if (!IsValidSid(pSid))
-        {
-            CZNMDebug::RecordFailure(variant.nFunction, variant.nAceProbe + 2,
-                                     L"Invalid SID specified in ACE!");
-            break;
-        }
-        if (EqualSid(pSid, m_pAdminSid.get()))
-            fSids |= SID_ADMIN;
-        else if (EqualSid(pSid, m_pSystemSid.get()))
-            fSids |= SID_SYSTEM;
-        else if (EqualSid(pSid, m_pWorldSid.get()))
-            fSids |= SID_WORLD;
-        else if (EqualSid(pSid, m_pZnmSid.get()))
-            fSids |= SID_ZNM;
-        else if (m_pUserSid && EqualSid(pSid, m_pUserSid.get()))
-            fSids |= SID_USER;
+            return stop(variant.invalidSid);
+        fSids |= KindOf(pSid);
         trace.Parms("Current SID Flags = %04X", fSids);
     }
     return fSids;
 }
 
-// Fills the entries of a new access list and returns their number, MAX_ENTRIES at most.
-DWORD CZNMFileSecurity::BuildEntries(const CZNMTrace& trace, const Variant& variant, const World& world,
-                                     uint32_t fSids, EXPLICIT_ACCESS_W* pEntries) const
+// Returns the SID_... value of a SID, or 0 for the SID of another account.
+uint32_t CZNMFileSecurity::KindOf(PSID pSid) const
 {
+    if (EqualSid(pSid, m_pAdminSid.get()))
+        return SID_ADMIN;
+    if (EqualSid(pSid, m_pSystemSid.get()))
+        return SID_SYSTEM;
+    if (EqualSid(pSid, m_pWorldSid.get()))
+        return SID_WORLD;
+    if (EqualSid(pSid, m_pZnmSid.get()))
+        return SID_ZNM;
+    return m_pUserSid && EqualSid(pSid, m_pUserSid.get()) ? SID_USER : 0;
+}
+
+// Returns the new access list, or null after a failure, which is recorded.
+CZNMLocalBlock CZNMFileSecurity::BuildAccessList(const CZNMTrace& trace, const Variant& variant,
+                                                 const wchar_t* pszPath, const World& world,
+                                                 const AccessList& old) const
+{
+    EXPLICIT_ACCESS_W entries[MAX_ENTRIES] = {};
     DWORD nEntries = 0;
     auto add = [&](const wchar_t* pszName, PSID pSid, DWORD nPermissions, ACCESS_MODE eMode,
                    DWORD nInheritance, const char* pszTrace) {
-        EXPLICIT_ACCESS_W& entry = pEntries[nEntries++];
+        EXPLICIT_ACCESS_W& entry = entries[nEntries++];
         BuildExplicitAccessWithNameW(&entry, Writable(pszName), nPermissions, eMode, nInheritance);
-        // The name is a placeholder: accounts are known by their SID alone.
+        // The name is only a placeholder: the SID identifies the account.
         entry.Trustee.TrusteeForm = TRUSTEE_IS_SID;
         entry.Trustee.ptstrName = static_cast<wchar_t*>(pSid);
         trace.Text(pszTrace);
     };
-    const DWORD nInheritance = variant.nInheritance;
-    add(L"Admin", m_pAdminSid.get(), GENERIC_ALL, SET_ACCESS, nInheritance,
+    add(L"Admin", m_pAdminSid.get(), GENERIC_ALL, SET_ACCESS, variant.nInheritance,
         "Added Administrator to access list structure");
-    add(L"ZNM", m_pZnmSid.get(), GENERIC_ALL, SET_ACCESS, nInheritance,
+    add(L"ZNM", m_pZnmSid.get(), GENERIC_ALL, SET_ACCESS, variant.nInheritance,
         "Added ZNM Group to access list structure");
-    add(L"System", m_pSystemSid.get(), GENERIC_ALL, SET_ACCESS, nInheritance,
+    add(L"System", m_pSystemSid.get(), GENERIC_ALL, SET_ACCESS, variant.nInheritance,
         "Added System to access list structure");
-    if (world.nAccessMode != 0 && (fSids & SID_WORLD) != 0)
+    if (world.nAccessMode != 0 && (old.fSids & SID_WORLD) != 0)
         add(L"World", m_pWorldSid.get(), world.nPermissions, static_cast<ACCESS_MODE>(world.nAccessMode),
             world.nInheritance, "Added World to access list structure");
-    if (m_pUserSid)
+    if (m_pUserSid) // required: inherited also on a file, unlike the fixed entries
         add(m_strUser, m_pUserSid.get(), GENERIC_ALL, SET_ACCESS, INHERIT_ALL,
             "Added specified user to access list structure");
     trace.Text("Created access control lists!");
-    return nEntries;
+
+    PACL pMerged = nullptr;
+    const DWORD nResult = SetEntriesInAclW(nEntries, entries, old.pDacl, &pMerged);
+    CZNMLocalBlock pNewDacl(pMerged);
+    if (nResult == ERROR_SUCCESS)
+    {
+        trace.Text("Successfully merged ACLs");
+        return pNewDacl;
+    }
+    CZNMDebug::RecordFailure(variant.nFunction, variant.notMerged, nResult, pszPath);
+    return nullptr;
+}
+
+// Writes the access list, a second time after taking ownership if the first time fails for any reason.
+BOOL CZNMFileSecurity::WriteAccessList(const CZNMTrace& trace, const Variant& variant, const wchar_t* pszPath,
+                                       PACL pDacl)
+{
+    auto set = [&] {
+        return SetFileSecurityInfo(pszPath, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                                   pDacl, nullptr);
+    };
+    DWORD nResult = set();
+    if (nResult != ERROR_SUCCESS)
+    {
+        trace.Text("Access denied! Changing ownership and retrying");
+        SetOwner(pszPath, SE_FILE_OBJECT); // the second try shows whether it helped
+        nResult = set();
+    }
+    if (nResult != ERROR_SUCCESS)
+    {
+        CZNMDebug::RecordFailure(variant.nFunction, variant.notSet, nResult, pszPath);
+        return FALSE;
+    }
+    trace.Parms(variant.pszDone, pszPath);
+    return TRUE;
 }
 
 // --- Volumes -------------------------------------------------------------------------------------
 
-// Only the first character tells whether a path lies on the volume tested last.
+// True if a path counts as being on the volume tested last. Required: only the first character is compared.
 bool CZNMFileSecurity::IsVolumeTested(const wchar_t* pszPath) const
 {
     return std::towlower(m_szRootPath[0]) == std::towlower(pszPath[0]);
@@ -352,11 +416,11 @@ BOOL CZNMFileSecurity::DiskSupportsSecurity(const wchar_t* pszPath)
 
     char szTested[MAX_PATH + 1] = {};
     const CW2A narrowPath(pszPath);
-    if (narrowPath != nullptr) // what does not fit, CanBeTested refuses
+    if (narrowPath != nullptr) // CanBeTested refuses a path that does not fit
         std::strncpy(szTested, narrowPath, MAX_PATH);
     if (char* const pAsterisk = std::strchr(szTested, '*'))
     {
-        // A file pattern is no path that could be tested.
+        // A file pattern cannot be tested; the directory before it is.
         *pAsterisk = '\0';
         char* const pBackslash = std::strrchr(szTested, '\\');
         *(pBackslash != nullptr ? pBackslash : szTested) = '\0';
@@ -383,11 +447,13 @@ BOOL CZNMFileSecurity::DiskSupportsSecurity(const wchar_t* pszPath)
 
 // --- Trees ---------------------------------------------------------------------------------------
 
-// Whether a path fits the limit of the volume test, if it is going to be tested.
+// False if a path is too long for the volume test and would have to be tested.
 bool CZNMFileSecurity::CanBeTested(const wchar_t* pszPath) const
 {
+    if (IsVolumeTested(pszPath))
+        return true;
     const CW2A narrowPath(pszPath);
-    return IsVolumeTested(pszPath) || narrowPath == nullptr || std::strlen(narrowPath) <= MAX_PATH;
+    return narrowPath == nullptr || std::strlen(narrowPath) <= MAX_PATH;
 }
 
 BOOL CZNMFileSecurity::SetSecurityOnFiles(const wchar_t* pszPath, const uint32_t& fFiles,
@@ -397,18 +463,18 @@ BOOL CZNMFileSecurity::SetSecurityOnFiles(const wchar_t* pszPath, const uint32_t
 {
     CZNMTrace trace(FN_SET_SECURITY_ON_FILES);
     trace.Parms("CZNMFileSecurity::SetSecurityOnFiles() (pszPath = %S, ...)", pszPath);
-    if (CanBeTested(pszPath) && !DiskSupportsSecurity(pszPath))
+    const bool fCanBeTested = CanBeTested(pszPath);
+    if (fCanBeTested && !DiskSupportsSecurity(pszPath))
     {
         trace.Text("File system does not support security");
         return trace.Return(TRUE);
     }
-    if (!CanBeTested(pszPath) || std::wcslen(pszPath) >= ZNM_SECURITY_PATH_SIZE)
+    if (!fCanBeTested || std::wcslen(pszPath) >= ZNM_SECURITY_PATH_SIZE)
     {
         trace.Text("Path is too long");
         return trace.Return(FALSE);
     }
 
-    BOOL fResult = TRUE;
     CString strDirectory(pszPath);
     CString strPattern;
     if (fFiles == 0)
@@ -432,62 +498,31 @@ BOOL CZNMFileSecurity::SetSecurityOnFiles(const wchar_t* pszPath, const uint32_t
     trace.Text(fDiscard != 0 ? "Discarding previous security settings"
                              : "Merging previous security settings");
 
-    // A search that could not be started; the search handle is closed at the end of each of the two blocks.
-    auto searchFailed = [&](DWORD nError, int nProbe, const wchar_t* pszFormat) {
-        if (IsNothingThere(nError))
-            return;
-        fResult = FALSE;
-        CZNMDebug::RecordFailure(FN_SET_SECURITY_ON_FILES, nProbe, pszFormat, nError, pszPath);
+    auto secureFile = [&](const WIN32_FIND_DATAW& entry) -> BOOL {
+        if (IsDirectory(entry))
+            return TRUE;
+        const CString strFile = strDirectory + L"\\" + entry.cFileName;
+        if (static_cast<size_t>(strFile.GetLength()) < ZNM_SECURITY_PATH_SIZE)
+            return ChangeFileSecurity(strFile, fDiscard, nWorldAccessMode, nWorldPermissions);
+        trace.Text("Path is too long");
+        return FALSE;
     };
-    WIN32_FIND_DATAW entry = {};
+    auto walkSubdirectory = [&](const WIN32_FIND_DATAW& entry) -> BOOL {
+        if (!IsDirectory(entry) || IsDotEntry(entry))
+            return TRUE;
+        CString strChild = strDirectory + L"\\" + entry.cFileName;
+        if (fFiles != 0)
+            strChild = strChild + L"\\" + strPattern;
+        return SetSecurityOnFiles(strChild, fFiles, fSubdirs, fDiscard, nWorldAccessMode, nWorldPermissions,
+                                  nWorldInheritance);
+    };
+    BOOL fResult = TRUE;
     if (fFiles != 0)
-    {
-        CZNMFindHandle find(
-            FindFirstFileExW(pszPath, FindExInfoStandard, &entry, FindExSearchNameMatch, nullptr, 0));
-        const DWORD nError = GetLastError();
-        if (!find.IsOpen())
-            searchFailed(nError, 1, L"FindFirstFileEx(1) error %d, path '%s'");
-        else
-        {
-            do
-            {
-                if (IsDirectory(entry))
-                    continue;
-                const CString strChild = strDirectory + L"\\" + entry.cFileName;
-                const bool fFits = static_cast<size_t>(strChild.GetLength()) < ZNM_SECURITY_PATH_SIZE;
-                if (!fFits)
-                    trace.Text("Path is too long");
-                else if (ChangeFileSecurity(strChild, fDiscard, nWorldAccessMode, nWorldPermissions))
-                    continue;
-                fResult = FALSE;
-            } while (FindNextFileW(find.Get(), &entry));
-        }
-    }
+        fResult &= VisitEntries(FILE_SEARCH, pszPath, pszPath, secureFile);
     if (fSubdirs != 0)
-    {
-        const CString strChildPattern = strDirectory + L"\\*";
-        CZNMFindHandle find(FindFirstFileExW(strChildPattern, FindExInfoStandard, &entry,
-                                             FindExSearchLimitToDirectories, nullptr, 0));
-        const DWORD nError = GetLastError();
-        if (!find.IsOpen())
-            searchFailed(nError, 2, L"FindFirstFileEx(2) error %d, path '%s'");
-        else
-        {
-            do
-            {
-                if (!IsDirectory(entry) || IsDotEntry(entry))
-                    continue;
-                CString strChild = strDirectory + L"\\" + entry.cFileName;
-                if (fFiles != 0)
-                    strChild = strChild + L"\\" + strPattern;
-                if (!SetSecurityOnFiles(strChild, fFiles, fSubdirs, fDiscard, nWorldAccessMode,
-                                        nWorldPermissions, nWorldInheritance))
-                    fResult = FALSE;
-            } while (FindNextFileW(find.Get(), &entry));
-        }
-    }
-    if (fFiles == 0 &&
-        !ChangeDirSecurity(strDirectory, fDiscard, nWorldAccessMode, nWorldPermissions, nWorldInheritance))
-        fResult = FALSE;
+        fResult &= VisitEntries(DIRECTORY_SEARCH, strDirectory + L"\\*", pszPath, walkSubdirectory);
+    if (fFiles == 0)
+        fResult &=
+            ChangeDirSecurity(strDirectory, fDiscard, nWorldAccessMode, nWorldPermissions, nWorldInheritance);
     return trace.Return(fResult);
 }

@@ -2,8 +2,9 @@
 // gives such a thing back by hand.
 #pragma once
 
-#include <windows.h>
+#include "afxwin.h"
 
+#include <cstdlib>
 #include <memory>
 
 // A search handle, whose nothing is INVALID_HANDLE_VALUE. Closing it keeps the thread's last error, so that

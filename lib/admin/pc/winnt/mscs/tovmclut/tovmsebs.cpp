@@ -1,10 +1,11 @@
-// Makes the security identifiers and takes ownership. A failure is recorded and shows as a null member;
-// nothing here throws or stops its caller.
+// Makes the security identifiers and takes ownership. A failure is recorded and leaves the member null; it
+// must not throw or stop the caller.
 #include "tovmsebs.h"
 
+#include <cstdlib>
 #include <cwchar>
+#include <iterator>
 
-#include "afxstr.h"
 #include "tovmdbgn.h"
 #include "tovmsrid.h"
 #include "tovmtrce.h"
@@ -14,10 +15,10 @@ ZNM_SOURCE_ID(ZNM_CLUSTER_LIBRARY("tovmsebs"));
 
 namespace
 {
-// The take-ownership privilege was enabled in the process token. Never reset.
+// True once the take-ownership privilege is enabled in the process token. Never reset.
 bool s_fPrivilegeEnabled = false;
 
-// Takes over a SID that a caller brought; the member itself may be what is brought.
+// Makes a caller's SID the member, unless it is null. Returns true if there was one. It may be the member.
 template <class Owner>
 bool Adopt(Owner& member, PSID pSidIn)
 {
@@ -26,7 +27,7 @@ bool Adopt(Owner& member, PSID pSidIn)
     return pSidIn != nullptr;
 }
 
-// A SID of up to two sub-authorities; null with the last error set.
+// Returns a SID of up to two sub-authorities, or null with the last error set.
 CZNMAllocatedSid WellKnownSid(SID_IDENTIFIER_AUTHORITY authority, BYTE nCount, DWORD nFirst,
                               DWORD nSecond = 0)
 {
@@ -36,40 +37,30 @@ CZNMAllocatedSid WellKnownSid(SID_IDENTIFIER_AUTHORITY authority, BYTE nCount, D
                                                                                                : nullptr);
 }
 
-// How the failures of an account look-up are reported; the two accounts differ in nothing else.
+// The failures of an account look-up, which the two accounts report differently.
 struct LookupFailures
 {
     ZNM_FUNCTION nFunction;
-    int nFirstAllocProbe;
-    const wchar_t* pszFirstAlloc;
-    int nFirstLookupProbe;
-    const wchar_t* pszFirstLookup;
-    int nSecondAllocProbe;
-    const wchar_t* pszSecondAlloc;
-    int nSecondLookupProbe;
-    const wchar_t* pszSecondLookup;
+    ZNM_DIAGNOSTIC firstAllocation, firstLookup, secondAllocation, secondLookup;
 };
 
-constexpr LookupFailures ZNM_LOOKUP = {FN_CREATE_ZNM_SID,
-                                       1,
-                                       L"Error allocating ZNM SID buffer (1)",
-                                       5,
-                                       L"Error %d looking up ZNM account (1)",
-                                       3,
-                                       L"Error allocating ZNM SID buffer (2)",
-                                       4,
-                                       L"Error %d looking up ZNM account name (2)"};
-constexpr LookupFailures USER_LOOKUP = {FN_CREATE_USER_SID,
-                                        12,
-                                        L"Error allocating User SID buffer (1)",
-                                        16,
-                                        L"Error %d looking up User account (1)",
-                                        14,
-                                        L"Error allocating User SID buffer (2)",
-                                        15,
-                                        L"Error %d looking up User account name (2)"};
+constexpr LookupFailures ZNM_LOOKUP = {
+    .nFunction = FN_CREATE_ZNM_SID,
+    .firstAllocation = {.nProbe = 1, .pszFormat = L"Error allocating ZNM SID buffer (1)"},
+    .firstLookup = {.nProbe = 5, .pszFormat = L"Error %d looking up ZNM account (1)"},
+    .secondAllocation = {.nProbe = 3, .pszFormat = L"Error allocating ZNM SID buffer (2)"},
+    .secondLookup = {.nProbe = 4, .pszFormat = L"Error %d looking up ZNM account name (2)"},
+};
+constexpr LookupFailures USER_LOOKUP = {
+    .nFunction = FN_CREATE_USER_SID,
+    .firstAllocation = {.nProbe = 12, .pszFormat = L"Error allocating User SID buffer (1)"},
+    .firstLookup = {.nProbe = 16, .pszFormat = L"Error %d looking up User account (1)"},
+    .secondAllocation = {.nProbe = 14, .pszFormat = L"Error allocating User SID buffer (2)"},
+    .secondLookup = {.nProbe = 15, .pszFormat = L"Error %d looking up User account name (2)"},
+};
 
-// The SID of an account, in a buffer of its own; null after a failure, which is recorded.
+// Puts the SID of an account into the member, in a new buffer. After a failure, which is recorded, the member
+// is null.
 void LookUpAccount(CZNMHeapSid& member, const wchar_t* pszAccount, const LookupFailures& failures)
 {
     constexpr DWORD FIRST_SID_SIZE = 64;
@@ -82,37 +73,34 @@ void LookUpAccount(CZNMHeapSid& member, const wchar_t* pszAccount, const LookupF
 
     member.reset(malloc(FIRST_SID_SIZE));
     if (!member)
-        return CZNMDebug::RecordFailure(failures.nFunction, failures.nFirstAllocProbe,
-                                        failures.pszFirstAlloc);
+        return CZNMDebug::RecordFailure(failures.nFunction, failures.firstAllocation);
     if (LookupAccountNameW(nullptr, pszAccount, member.get(), &nSidSize, szDomain, &nDomainSize, &eUse))
         return;
     const DWORD nFirstError = GetLastError();
     if (nFirstError != ERROR_INSUFFICIENT_BUFFER)
     {
-        CZNMDebug::RecordFailure(failures.nFunction, failures.nFirstLookupProbe, failures.pszFirstLookup,
-                                 nFirstError);
+        CZNMDebug::RecordFailure(failures.nFunction, failures.firstLookup, nFirstError);
         return member.reset();
     }
 
-    // The first buffer is abandoned on purpose: whoever was handed it may still look at it.
+    // Required: the first buffer is leaked, once for each look-up of a SID that needs more.
     static_cast<void>(member.release());
     member.reset(malloc(nSidSize));
     if (!member)
     {
-        CZNMDebug::RecordFailure(failures.nFunction, failures.nSecondAllocProbe, failures.pszSecondAlloc);
-        nSidSize = 0; // the look-up is made all the same, but must not write to where nothing is
+        CZNMDebug::RecordFailure(failures.nFunction, failures.secondAllocation);
+        nSidSize = 0; // required: the look-up is still made; with this size it writes to no buffer
     }
-    nDomainSize = DOMAIN_SIZE; // the first call stored the size it wanted, which may be more than there is
+    nDomainSize = DOMAIN_SIZE; // the first call stored the size that it needed, which can be larger
     if (LookupAccountNameW(nullptr, pszAccount, member.get(), &nSidSize, szDomain, &nDomainSize, &eUse))
         return;
     const DWORD nSecondError = GetLastError();
-    CZNMDebug::RecordFailure(failures.nFunction, failures.nSecondLookupProbe, failures.pszSecondLookup,
-                             nSecondError);
+    CZNMDebug::RecordFailure(failures.nFunction, failures.secondLookup, nSecondError);
     member.reset();
 }
 
-// Enables the take-ownership privilege in the process token. Judged by return values alone: an account that
-// does not hold the privilege counts as having enabled it, and the change of owner then fails by itself.
+// Enables the take-ownership privilege in the process token. Required: only the return values count. For an
+// account without the privilege the last call returns TRUE too; the change of owner then fails.
 void EnableTakeOwnership()
 {
     TOKEN_PRIVILEGES privileges = {};
@@ -123,7 +111,7 @@ void EnableTakeOwnership()
         const DWORD nError = GetLastError();
         return CZNMDebug::RecordFailure(FN_SET_OWNER, 8, L"LookupPrivilegeValue() failed, error: %d", nError);
     }
-    // The token stays open to the end of the process; it is opened once.
+    // Required: the token is left open. It is opened once unless the next call fails.
     HANDLE hToken = nullptr;
     if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &hToken))
     {
@@ -164,7 +152,7 @@ void CZNMSecurityID::CreateAdminSid(PSID pSidIn)
     m_pAdminSid =
         WellKnownSid(SECURITY_NT_AUTHORITY, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS);
     const DWORD nError = GetLastError();
-    if (!m_pAdminSid) // readers of failure records know this one by "world", too
+    if (!m_pAdminSid) // required: the text says "world"
         CZNMDebug::RecordFailure(FN_CREATE_ADMIN_SID, 0, L"Error %d creating world SID", nError);
 }
 
@@ -228,7 +216,7 @@ BOOL CZNMSecurityID::SetOwner(const wchar_t* pszObjectName, SE_OBJECT_TYPE Objec
     if (!s_fPrivilegeEnabled)
         EnableTakeOwnership();
 
-    // The function takes the name as writable but only reads it.
+    // The system's function takes the name as writable but only reads it.
     const DWORD nResult =
         SetNamedSecurityInfoW(const_cast<wchar_t*>(static_cast<const wchar_t*>(strObject)), ObjectType,
                               OWNER_SECURITY_INFORMATION, m_pAdminSid.get(), nullptr, nullptr, nullptr);

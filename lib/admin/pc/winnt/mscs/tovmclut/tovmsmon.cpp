@@ -1,9 +1,12 @@
-// Finds, questions and stops a queue manager through the product's common services. Must not talk to the
-// user: what an answer means for the move is the migration procedure's to say.
+// Finds, queries and stops a queue manager through the product's common services. Must not write messages:
+// the migration procedure decides what an answer means for the move.
 #include "tovmsmon.h"
 
-#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <string>
 
+#include "atlconv.h"
 #include "tovmsrid.h"
 #include "tovmtrce.h"
 
@@ -15,7 +18,8 @@ constexpr int STATE_UNAVAILABLE = -1;
 constexpr int STATE_NOT_RUNNING = 0;
 constexpr int STATE_RUNNING = 3;
 
-// Queue managers recorded under this installation, or under none, belong to the primary one.
+// A queue manager of this installation, or of none, belongs to the primary installation if there is no
+// installation of this name.
 constexpr char DEFAULT_INSTALLATION[] = "Installation0";
 
 const char* StopOption(int16_t nStopType)
@@ -35,12 +39,16 @@ const char* StopOption(int16_t nStopType)
     }
 }
 
-// The whole of what snprintf made is in the buffer.
-bool Fits(int nWritten, size_t nSize)
+// Returns the text of a record's field, or nothing if the field has no terminator.
+template <size_t SIZE>
+std::optional<std::string> TextOf(const char (&szField)[SIZE])
 {
-    return nWritten >= 0 && static_cast<size_t>(nWritten) < nSize;
+    const size_t nLength = strnlen(szField, SIZE);
+    return nLength < SIZE ? std::optional(std::string(szField, nLength)) : std::nullopt;
 }
 } // namespace
+
+IMPLEMENT_DYNAMIC(CZNMQueueMgr, CCmdTarget)
 
 void CZNMRecordDeleter::operator()(void* pRecord) const noexcept
 {
@@ -63,12 +71,6 @@ CZNMQueueMgr::~CZNMQueueMgr()
     m_pInstallation.reset();
 }
 
-const CRuntimeClass* CZNMQueueMgr::GetRuntimeClass() const
-{
-    static const CRuntimeClass s_class{"CZNMQueueMgr"};
-    return &s_class;
-}
-
 int CZNMQueueMgr::Refresh()
 {
     CZNMTrace trace(FN_QUEUE_MGR_REFRESH);
@@ -89,7 +91,7 @@ bool CZNMQueueMgr::FetchDetails()
     return nResult == 0 && m_pDetails != nullptr;
 }
 
-// Keeps the installation record while it is the one that the details name.
+// Keeps the installation record as long as it is the one that the details name.
 bool CZNMQueueMgr::FetchInstallation()
 {
     const char* const pszName = m_pDetails->szInstallationName;
@@ -167,7 +169,7 @@ CString CZNMQueueMgr::GetRunIdentity() const
 {
     if (!m_pDetails || !m_pInstallation)
         return CString();
-    // No directory name has a '|' in it.
+    // A directory name cannot contain '|'.
     CString strIdentity = CString(m_pDetails->szSubpool) + L"|" + CString(m_pDetails->szDirectory) + L"|" +
                           CString(m_pInstallation->szIdentity);
     strIdentity.Replace(L'\\', L'/');
@@ -188,29 +190,25 @@ int32_t CZNMQueueMgr::Stop(int16_t nStopType)
         trace.Text("Queue Manager not running!");
         return trace.Return(0);
     }
-    if (!m_pDetails || !m_pInstallation) // it vanished while it was asked
+    if (!m_pDetails || !m_pInstallation) // released by a refresh of the running test
+        return trace.Return(-1);
+    const auto strInstallationPath = TextOf(m_pInstallation->szPath);
+    const auto strName = TextOf(m_pDetails->szName);
+    if (!strInstallationPath || !strName)
         return trace.Return(-1);
 
-    char szProgram[XCS_PATH_SIZE + sizeof "\\bin64\\endznm.exe"];
-    if (!Fits(std::snprintf(szProgram, sizeof szProgram, "%s\\bin64\\%s", m_pInstallation->szPath,
-                            "endznm.exe"),
-              sizeof szProgram))
-        return trace.Return(-1);
+    const std::string strProgram = *strInstallationPath + "\\bin64\\endznm.exe";
+    // Zero-separated words; the string's own terminator is the empty word at the end.
+    const std::string strWords = strProgram + '\0' + StopOption(nStopType) + '\0' + *strName + '\0';
 
-    // Zero-separated words, with an empty one at the end: program, option, queue manager.
-    char szArguments[sizeof szProgram + sizeof m_pDetails->szName + 8];
-    if (!Fits(std::snprintf(szArguments, sizeof szArguments, "%s%c%s%c%s%c%c", szProgram, 0,
-                            StopOption(nStopType), 0, m_pDetails->szName, 0, 0),
-              sizeof szArguments))
-        return trace.Return(-1);
-
+    // The meaning of these values is the library's own.
     constexpr int32_t CALLER_COMPONENT = 31;
     constexpr int32_t WAIT_FOR_END = 1;
     constexpr int32_t HANDLE_OPTION = 2;
     constexpr int32_t START_OPTIONS = 34;
     int32_t nExitCode = 0;
     const int32_t nResult =
-        xcsExecProgramHandle(CALLER_COMPONENT, szProgram, WAIT_FOR_END, szArguments, nullptr, HANDLE_OPTION,
-                             START_OPTIONS, nullptr, nullptr, nullptr, &nExitCode, nullptr);
+        xcsExecProgramHandle(CALLER_COMPONENT, strProgram.c_str(), WAIT_FOR_END, strWords.c_str(), nullptr,
+                             HANDLE_OPTION, START_OPTIONS, nullptr, nullptr, nullptr, &nExitCode, nullptr);
     return trace.Return(nResult != 0 ? -1 : nExitCode);
 }

@@ -1,4 +1,4 @@
-// CZNMQueueMgr: the program's handle on one queue manager, known by its name.
+// CZNMQueueMgr: one queue manager, identified by its name.
 #pragma once
 
 #include <cstdint>
@@ -15,51 +15,52 @@ struct CZNMRecordDeleter
 template <class Record>
 using CZNMRecord = std::unique_ptr<Record, CZNMRecordDeleter>;
 
-// Options of the end command, by stop type. Any other value acts as ZNM_STOP_WAIT.
+// Stop types and the options of the end command. Any other value acts as ZNM_STOP_WAIT.
 constexpr int16_t ZNM_STOP_WAIT = 1;                 // -w
 constexpr int16_t ZNM_STOP_IMMEDIATE = 2;            // -i
 constexpr int16_t ZNM_STOP_PREEMPTIVE = 3;           // -p
 constexpr int16_t ZNM_STOP_RECONNECT_PREEMPTIVE = 4; // -rp
 constexpr int16_t ZNM_STOP_RECONNECT_IMMEDIATE = 5;  // -ri
 
-// Every query asks the library anew, so that each answer is the state at the time of the call. A text that a
-// query returned is valid until the next one.
+// Every query asks the library again, so each answer is the state at the time of the call. A text that a
+// query returns is valid until the next query.
 class CZNMQueueMgr : public CCmdTarget
 {
+    DECLARE_DYNAMIC(CZNMQueueMgr)
+
   public:
-    // Takes the name (null is taken as empty) and refreshes once. After a failed refresh the object is
-    // usable; its queries fail until a later refresh succeeds.
+    // Stores the name (null is taken as empty) and refreshes once. If that fails, the object can still be
+    // used; each query refreshes again.
     explicit CZNMQueueMgr(const wchar_t* pszQueueManagerName);
     ~CZNMQueueMgr() override;
 
-    const CRuntimeClass* GetRuntimeClass() const override;
-
-    // Fetches the details of the queue manager and of the installation that owns it. 1, or 0 if either is
-    // unknown; both records are then given back.
+    // Fetches the details of the queue manager and of the installation that owns it. Returns 1, or 0 if one
+    // of them is unknown; both records are then released.
     int Refresh();
 
-    // 1 if the queue manager is configured for multi-instance operation, else 0, also if it cannot be found.
+    // Returns 1 if the queue manager is configured for multi-instance operation; 0 if it is not or cannot be
+    // found.
     int IsMultiInstance();
 
-    // 1 if it runs, 0 if it does not or if that cannot be told.
+    // Returns 1 if it runs; 0 if it does not or if its state cannot be read.
     int IsRunning();
 
-    // Name of its directories below the data and log roots; narrow, in the thread's ANSI code page. Null if
-    // the details cannot be read.
+    // Returns the name of its directories below the data and log roots, in the thread's ANSI code page, or
+    // null if it cannot be found.
     const char* GetDirectoryName();
 
-    // Its data directory, likewise.
+    // Returns its data directory, in the same way.
     const char* GetDataDirectory();
 
-    // A text that differs for every queue manager of this machine and stays the same while its records do:
-    // what the running test tells queue managers apart by (subpool, directory name, installation). Made from
-    // the records that the last query left, without a new query and without a trace record; empty if that
-    // query failed. It has no backslash, so that it can be part of the name of a kernel object.
+    // Returns a text that is different for every queue manager of this machine. It is composed of what the
+    // running test identifies a queue manager by: subpool, directory name and installation identity. It comes
+    // from the records of the last query, without a new query and without trace; it is empty if that query
+    // failed. It contains no backslash, so that it can be part of the name of a kernel object.
     CString GetRunIdentity() const;
 
-    // Ends it with the end command of its installation and waits for that command. 0 if it was not running;
-    // the command's exit code if it was; -1 if the queue manager cannot be found or the command cannot be
-    // run.
+    // Runs the end command of its installation and waits for it to end. Returns 0 if the queue manager was
+    // not running, else the command's exit code; -1 if the queue manager cannot be found, its details cannot
+    // be used or the command cannot be run.
     int32_t Stop(int16_t nStopType);
 
   private:

@@ -5,26 +5,27 @@
 //     ...
 //     return trace.Return(1);
 //
-// The entry is recorded when the object is made, the exit when it is destroyed. With no trace area on the
-// thread nothing is touched: the application object, say, is made before the area exists and destroyed after
-// it is gone.
+// The entry is recorded when the object is made, the exit when it is destroyed. If the thread has no trace
+// area, nothing is recorded: the application object, for example, is made before there is an area and
+// destroyed after it is gone.
 //
-// While tracing is off a traced function must cost no more than the bookkeeping itself: a read of the
-// thread's slot, two stores and two increments. That is why everything up to the call of the facility stands
-// in this header, where the compiler can lay it into the function, and why nothing is formatted here.
+// While tracing is off, a traced function must cost no more than the bookkeeping: a read of the thread's
+// slot, two stores and two increments. So everything up to the call of the facility is in this header, where
+// the compiler can inline it, and nothing is formatted here.
 #pragma once
 
-#include <windows.h>
+#include "afxwin.h"
 
 #include <utility>
 
-#include "afxstr.h"
+#include "atlconv.h"
 #include "tovxtrc.h"
 
-// The component that this program is in every record.
+// The component number of this program in every record.
 constexpr int ZNM_COMPONENT = 42;
 
-// The traced functions. The numbers stand in trace and failure records too; none is ever given anew.
+// The traced functions. The numbers are part of trace and failure records; a number is never used again for
+// another function.
 enum ZNM_FUNCTION : int
 {
     FN_EXCEPTION_CTOR = 26,
@@ -85,7 +86,7 @@ class CZNMTrace
     CZNMTrace(const CZNMTrace&) = delete;
     CZNMTrace& operator=(const CZNMTrace&) = delete;
 
-    // Makes nReturnCode the code of the exit and hands it back.
+    // Sets the return code of the exit and returns it.
     template <class Code>
     Code Return(Code nReturnCode) noexcept
     {
@@ -96,18 +97,18 @@ class CZNMTrace
     // Records the exit now; the destructor then records none.
     void Leave(int nReturnCode) noexcept;
 
-    // Hands over a line made from a narrow printf format, if such lines are wanted: %s narrow text, %S wide
-    // text, a CString among it.
+    // Records a line if such lines are wanted. pszFormat is a narrow printf format: %s takes narrow text, %S
+    // wide text or a CString.
     template <class... Args>
     void Parms(const char* pszFormat, const Args&... args) const
     {
         Record(m_nFunction, pszFormat, args...);
     }
 
-    // Hands over a fixed text, if texts are wanted.
+    // Records a fixed text if texts are wanted.
     void Text(const char* pszText) const;
 
-    // As Parms, for a line that is recorded in another function's name.
+    // The same as Parms for a line of another function.
     template <class... Args>
     static void Record(int nFunction, const char* pszFormat, const Args&... args)
     {
@@ -119,10 +120,10 @@ class CZNMTrace
         }
     }
 
-    // True if a line of Parms or Record would be handed over: for arguments that cost something to make.
+    // Returns true if Parms and Record would record a line. For arguments that are expensive to make.
     static bool WantsParms() noexcept { return AreaIfWanted(XTR_OPTIONS_PARMS) != nullptr; }
 
-    // Records an exit of a function whose entry was not recorded.
+    // Records the exit of a function whose entry was not recorded.
     static void RecordExit(ZNM_FUNCTION nFunction, int nReturnCode) noexcept;
 
   private:
@@ -135,7 +136,7 @@ class CZNMTrace
         return (uint32_t{ZNM_COMPONENT} << XTR_COMPONENT_SHIFT) | static_cast<uint32_t>(nFunction);
     }
 
-    // What a variable argument list can carry.
+    // Converts an argument to what can be passed through a variable argument list.
     template <class Arg>
     static const Arg& Raw(const Arg& arg)
     {
@@ -155,7 +156,7 @@ inline CZNMTrace::CZNMTrace(ZNM_FUNCTION nFunction) noexcept : m_nFunction(nFunc
     if (pArea == nullptr)
         return;
     const uint32_t nEntry = Identifier(nFunction) | XTR_ENTRY_MARK;
-    // A tree may be deeper than the array; its depth is counted all the same.
+    // Beyond the end of the array only the depth is counted: a tree can be deeper.
     if (pArea->nDepth < XTR_CALL_STACK_SIZE)
         pArea->aCallStack[pArea->nDepth] = nEntry;
     ++pArea->nDepth;
@@ -184,10 +185,10 @@ inline void CZNMTrace::Text(const char* pszText) const
 
 inline void CZNMTrace::RecordExit(ZNM_FUNCTION nFunction, int nReturnCode) noexcept
 {
-    XTR_THREAD_AREA* const pArea = ThreadArea(); // not the entry's: it may have come or gone since
+    XTR_THREAD_AREA* const pArea = ThreadArea(); // not the entry's, which can be another or none
     if (pArea == nullptr)
         return;
-    // The one exit without an entry, after a failed authority check, finds the depth at zero.
+    // After a failed authority check an exit is recorded without an entry, at depth 0.
     if (pArea->nDepth > 0)
         --pArea->nDepth;
     AddToHistory(*pArea, (static_cast<uint32_t>(nReturnCode) << 16) + Identifier(nFunction));

@@ -1,9 +1,10 @@
-// Writes console messages. Adds nothing to a text: no prefix, no number, no time.
+// Writes console messages. Must not add anything to a text: no prefix, no number, no time.
 #include "tovmutln.h"
+
+#include "afxwin.h"
 
 #include <cstdio>
 
-#include "afxwin.h"
 #include "tovmsrid.h"
 #include "tovmtrce.h"
 #include "tovxcs2.h"
@@ -15,8 +16,8 @@ void CZNMUtil::ZNMessageConsole(int32_t eMsgType, uint32_t nMessageID)
     const CZNMTrace trace(FN_MESSAGE_CONSOLE_BY_ID);
     trace.Parms("CZNMUtil::ZNMessageConsole() (eMsgType = %d, nMessageID = %u)", eMsgType, nMessageID);
     CString strMessage;
-    // A missing message is shown as an empty line.
-    strMessage.LoadString(AfxFindStringResourceHandle(nMessageID), nMessageID);
+    // Required: a message that cannot be loaded becomes an empty line.
+    strMessage.LoadString(nMessageID);
     ZNMessageConsole(eMsgType, static_cast<const wchar_t*>(strMessage));
 }
 
@@ -24,8 +25,8 @@ void CZNMUtil::ZNMessageConsole(int32_t eMsgType, const wchar_t* pszMessage)
 {
     const CZNMTrace trace(FN_MESSAGE_CONSOLE_BY_TEXT);
     constexpr int MAX_MESSAGE = 2048;
-    // A failure is not examined: the user gets what was converted, which the byte beyond the limit
-    // terminates.
+    // Required: the result is not checked, and what was converted is written. The byte after the limit
+    // terminates a text that was cut.
     char mbcsMsg[MAX_MESSAGE + 1] = {};
     WideCharToMultiByte(CP_OEMCP, 0, pszMessage, -1, mbcsMsg, MAX_MESSAGE, nullptr, nullptr);
     trace.Parms("CZNMUtil::ZNMessageConsole() (eMsgType = %d, mbcsMsg = %s)", eMsgType,
@@ -34,9 +35,9 @@ void CZNMUtil::ZNMessageConsole(int32_t eMsgType, const wchar_t* pszMessage)
     FILE* const pStream = eMsgType == ZNM_MESSAGE_STDOUT ? stdout : stderr;
     if (eMsgType == ZNM_MESSAGE_STDOUT || eMsgType == ZNM_MESSAGE_STDERR)
         std::fputs(mbcsMsg, pStream);
-    else // callers rely on a pointer value here: a wide literal sent to a narrow stream
+    else // required: the address of the literal instead of the text
         std::fprintf(pStream, "%016llX",
                      static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(L"???")));
     std::fputc('\n', pStream);
-    std::fflush(pStream); // a closed stream has nobody to be told
+    std::fflush(pStream); // a failure cannot be reported to anyone
 }
