@@ -12,23 +12,32 @@ using testing::ElementsAre;
 
 namespace
 {
-// Access lists by path, in the place of the file system's: that of the test platform keeps only permission
-// bits.
+// Access lists by path instead of the file system's: the test platform keeps only permission bits of those.
+// Steps fail as the test says.
 struct AccessLists
 {
-    std::map<std::string, std::string> lists; // in the system's own text form
-    std::vector<std::string> written;         // paths, in order; an owner as "owner <path>"
-    std::vector<DWORD> writeResults;          // of the next writes of access lists; then 0
-    DWORD nReadResult = 0;
+    std::map<std::string, std::string> lists;          // in the system's text form
+    std::vector<std::string> written;                  // paths, in order; an owner as "owner <path>"
+    std::map<std::string, std::vector<DWORD>> results; // of the next calls; a step without results succeeds
 
     static std::string Narrow(LPCWSTR psz) { return static_cast<const char*>(CW2A(psz)); }
+    DWORD Next(const std::string& strStep)
+    {
+        std::vector<DWORD>& left = results[strStep];
+        const DWORD nResult = left.empty() ? 0 : left.front();
+        if (!left.empty())
+            left.erase(left.begin());
+        SetLastError(nResult);
+        return nResult;
+    }
+
     ImportHook<decltype(GetNamedSecurityInfoW)> get{
         "GetNamedSecurityInfoW",
         [this](LPCWSTR psz, auto eType, auto nInfo, auto ppOwner, auto ppGroup, PACL* ppDacl, auto ppSacl,
                auto ppDescriptor) -> DWORD {
             EXPECT_TRUE(eType == SE_FILE_OBJECT && nInfo == 4 && !ppOwner && !ppGroup && !ppSacl);
-            if (nReadResult != 0 || !lists.contains(Narrow(psz)))
-                return nReadResult != 0 ? nReadResult : ERROR_FILE_NOT_FOUND;
+            if (const DWORD nResult = Next("read"); nResult != 0 || !lists.contains(Narrow(psz)))
+                return nResult != 0 ? nResult : ERROR_FILE_NOT_FOUND;
             BOOL fPresent, fDefaulted;
             ConvertStringSecurityDescriptorToSecurityDescriptorA(lists[Narrow(psz)].c_str(), 1, ppDescriptor,
                                                                  nullptr);
@@ -43,10 +52,7 @@ struct AccessLists
             written.push_back((pOwner != nullptr ? "owner " : "") + Narrow(psz));
             if (nInfo != DACL_SECURITY_INFORMATION)
                 return 0;
-            const DWORD nResult = writeResults.empty() ? 0 : writeResults.front();
-            if (!writeResults.empty())
-                writeResults.erase(writeResults.begin());
-            if (nResult != 0)
+            if (const DWORD nResult = Next("write"))
                 return nResult;
             SECURITY_DESCRIPTOR descriptor;
             char* pszText = nullptr;
@@ -59,11 +65,26 @@ struct AccessLists
         }};
     // The group znm is S-1-5-9 ("ED"), any other account S-1-5-7 ("AN").
     ImportHook<decltype(LookupAccountNameW), struct LookupTag> lookup{
-        "LookupAccountNameW", [](LPCWSTR, LPCWSTR psz, PSID pSid, DWORD* pnSize, auto...) -> BOOL {
-            return CreateWellKnownSid(wcscmp(psz, L"znm") == 0 ? WinEnterpriseControllersSid
+        "LookupAccountNameW", [this](LPCWSTR, LPCWSTR psz, PSID pSid, DWORD* pnSize, auto...) -> BOOL {
+            return Next(Narrow(psz)) == 0 &&
+                   CreateWellKnownSid(wcscmp(psz, L"znm") == 0 ? WinEnterpriseControllersSid
                                                                : WinAnonymousSid,
                                       nullptr, pSid, pnSize);
         }};
+    ImportHook<decltype(SetEntriesInAclW)> merge{
+        "SetEntriesInAclW", [this](ULONG n, PEXPLICIT_ACCESSW p, PACL pOld, PACL* ppNew) {
+            const DWORD nResult = Next("merge");
+            return nResult != 0 ? nResult : merge.Real(n, p, pOld, ppNew);
+        }};
+    ImportHook<decltype(GetAce)> getAce{"GetAce", [this](PACL pAcl, DWORD i, LPVOID* ppAce) -> BOOL {
+                                            getAce.Real(pAcl, i, ppAce);
+                                            auto* const pHeader = static_cast<ACE_HEADER*>(*ppAce);
+                                            if (const DWORD nType = Next("type"))
+                                                pHeader->AceType = static_cast<BYTE>(nType);
+                                            return Next("ace") == 0;
+                                        }};
+    ImportHook<decltype(IsValidSid)> isValid{
+        "IsValidSid", [this](PSID pSid) -> BOOL { return Next("sid") == 0 && isValid.Real(pSid); }};
 };
 
 BOOL Change(bool fDirectory, bool fDiscard, const wchar_t* pszUser = nullptr, uint32_t nWorldMode = 2)
@@ -72,17 +93,6 @@ BOOL Change(bool fDirectory, bool fDiscard, const wchar_t* pszUser = nullptr, ui
     return fDirectory ? security.ChangeDirSecurity(L"C:\\x", fDiscard, nWorldMode, GENERIC_READ, 3)
                       : security.ChangeFileSecurity(L"C:\\x", fDiscard, nWorldMode, GENERIC_READ);
 }
-
-// A tree made for one test; names that end in a backslash are directories.
-struct Tree : TempDir
-{
-    explicit Tree(std::initializer_list<const char*> names)
-    {
-        for (const std::string strName : names)
-            strName.back() == '\\' ? void(fs::create_directories(root / strName))
-                                   : WriteAll(root / strName, "content");
-    }
-};
 } // namespace
 
 TEST(FileSecurity, AccessListsAreMergedOrReplaced)
@@ -98,14 +108,13 @@ TEST(FileSecurity, AccessListsAreMergedOrReplaced)
         std::string strOld, strNew; // "none": no such object; "": not written
         uint32_t nWorldMode = 2;
     } cases[] = {
-        // Whoever has an entry has access enough, whatever the entry allows. A denial is no access; other
-        // entries stay.
+        // An account that has an entry has access enough, whatever the entry allows. A denial does not count.
         {false, false, nullptr, ANY, ""},
         {true, false, nullptr, ANY, ""},
         {false, false, L"u", ANY + "(A;;FR;;;AN)", ""},
         {false, false, L"u", "(A;;GR;;;SY)(A;;GR;;;BA)(A;;GR;;;ED)(D;;GR;;;AN)", F + USER},
         {false, false, nullptr, OTHER, OTHER + F},
-        // Everyone: only restated, never added.
+        // Everyone's entry is set again, never added.
         {false, false, nullptr, WORLD, "(A;;GR;;;WD)" + F},
         {true, false, nullptr, WORLD, "(A;OICI;GR;;;WD)" + R},
         {true, false, nullptr, WORLD, WORLD + R, 0},
@@ -119,8 +128,8 @@ TEST(FileSecurity, AccessListsAreMergedOrReplaced)
         {true, false, nullptr, "NO_ACCESS_CONTROL", R},
         {true, false, nullptr, "none", R},
     };
-    // Entries as a set: where a merge puts them, and whether it keeps a denial of what it allows ("D;;GR"),
-    // is the system's.
+    // Entries as a set: their order, and whether a merge keeps a denial of what it allows ("D;;GR"), is the
+    // system's.
     auto entries = [](const std::string& str) {
         std::multiset<std::string> result;
         for (size_t n = str.find('('); n != str.npos; n = str.find('(', n + 1))
@@ -137,102 +146,95 @@ TEST(FileSecurity, AccessListsAreMergedOrReplaced)
         EXPECT_EQ(lists.written.empty(), c.strNew.empty()) << &c - cases;
         if (!c.strNew.empty())
             EXPECT_EQ(entries(lists.lists["C:\\x"]), entries(c.strNew)) << &c - cases;
-        if (c.fDiscard)
-            EXPECT_EQ(lists.lists["C:\\x"], "D:" + c.strNew);
     }
 }
 
-TEST(FileSecurity, RefusedWriteIsTriedOnceMoreAfterTakingOwnership)
+TEST(FileSecurity, EveryFailingStepIsReportedAsRequired)
 {
-    for (const bool fDirectory : {false, true})
-        for (const auto& [results, fSuccess] :
-             {std::pair{std::vector<DWORD>{5}, TRUE}, {{87}, TRUE}, {{5, 5}, FALSE}, {{2, 3}, FALSE}})
+    const struct
+    {
+        const char* pszStep;
+        std::vector<DWORD> results;
+        BOOL fSuccess;
+        size_t nWritten;
+        int nFileProbe, nDirectoryProbe; // of the failure record; 0: only traced
+        std::string strText;             // KIND and ERROR stand for words that differ
+    } cases[] = {
+        {"none", {}, TRUE, 1, 0, 0, "Set KIND security 'C:\\x'"},
+        {"znm", {1332}, FALSE, 0, 4, 11, "Create SID error, KIND: C:\\x"},
+        {"u", {1332}, FALSE, 0, 4, 11, "Create SID error, KIND: C:\\x"},
+        {"read", {5}, FALSE, 0, 5, 0, "Error 5 getting security info 'C:\\x'"},
+        {"read", {3}, TRUE, 1, 0, 0, "Set KIND security 'C:\\x'"},
+        {"ace", {0, 0, 1}, TRUE, 1, 6, 12, "Unable to retrieve ACE in ACL!"},
+        {"type", {0, 0, 5}, TRUE, 1, 7, 13, "Incorrect ACE type specified!"},
+        {"sid", {0, 0, 1}, TRUE, 1, 8, 14, "Invalid SID specified in ACE!"},
+        {"merge", {1336}, FALSE, 0, 9, 15, "ERROR 1336 merging ACLs on 'C:\\x'"},
+        {"write", {5}, TRUE, 3, 0, 0, "Set KIND security 'C:\\x'"},
+        {"write", {87}, TRUE, 3, 0, 0, "Set KIND security 'C:\\x'"},
+        {"write", {5, 32}, FALSE, 3, 10, 16, "Error 32 setting KIND security on 'C:\\x'"},
+    };
+    for (const auto& c : cases)
+        for (const bool fDirectory : {false, true})
         {
             Capture capture;
             AccessLists lists;
-            lists.writeResults = results;
-            EXPECT_EQ(Change(fDirectory, true), fSuccess);
-            EXPECT_THAT(lists.written, ElementsAre("C:\\x", "owner C:\\x", "C:\\x"));
-            const std::string f = fDirectory ? "34" : "33", strKind = fDirectory ? "directory" : "file";
-            EXPECT_TRUE(capture.Has("- " + f + " Access denied! Changing ownership and retrying"));
-            EXPECT_EQ(capture.Has("# " + f + " Set " + strKind + " security 'C:\\x'"), fSuccess == TRUE);
-            const std::string strText =
-                " Error " + std::to_string(results.back()) + " setting " + strKind + " security on 'C:\\x'";
-            EXPECT_EQ(capture.Has("! " + f + (fDirectory ? "/16" : "/10") + strText), fSuccess == FALSE);
+            lists.lists["C:\\x"] = "D:(A;;GR;;;BA)(A;;GR;;;SY)(A;;GR;;;WD)(A;;GR;;;AN)";
+            lists.results[c.pszStep] = c.results;
+            EXPECT_EQ(Change(fDirectory, false, L"u"), c.fSuccess) << c.pszStep;
+            EXPECT_EQ(lists.written.size(), c.nWritten) << c.pszStep;
+            if (c.nWritten == 3)
+                EXPECT_EQ(lists.written[1], "owner C:\\x");
+
+            const std::string f = fDirectory ? "34" : "33";
+            const int nProbe = fDirectory ? c.nDirectoryProbe : c.nFileProbe;
+            std::string strText = c.strText;
+            for (const auto& [strWord, strInstead] :
+                 {std::pair<std::string, std::string>{"KIND", fDirectory ? "directory" : "file"},
+                  {"ERROR", fDirectory ? "Dir security: error" : "Error"}})
+                if (const size_t n = strText.find(strWord); n != std::string::npos)
+                    strText.replace(n, strWord.size(), strInstead);
+            EXPECT_TRUE(capture.Has((nProbe != 0 ? "! " + f + "/" + std::to_string(nProbe) : "# " + f) + " " +
+                                    strText))
+                << strText;
+            EXPECT_EQ(capture.Has("- " + f + " Access denied! Changing ownership and retrying"),
+                      c.nWritten == 3);
+            if (c.results.size() == 3) // the scan stopped at the third entry, before Everyone's
+            {
+                EXPECT_EQ(capture.Count("# " + f + " Current SID Flags = 0003"), 1);
+                EXPECT_FALSE(capture.Has("- " + f + " Added World to access list structure"));
+            }
         }
 }
 
-TEST(FileSecurity, FailuresBeforeTheWriteAreRecordedAndWriteNothing)
+TEST(FileSecurity, StepsAreTracedInOrder)
 {
-    for (const bool fDirectory : {false, true})
-    {
-        Capture capture;
-        AccessLists lists;
-        const wchar_t* pszRefused = L"znm";
-        DWORD nMergeResult = 0;
-        ImportHook<decltype(LookupAccountNameW)> refuse(
-            "LookupAccountNameW", [&](LPCWSTR p, LPCWSTR psz, auto... args) -> BOOL {
-                return wcscmp(psz, pszRefused) == 0 ? (SetLastError(1332), FALSE)
-                                                    : refuse.Real(p, psz, args...);
-            });
-        ImportHook<decltype(SetEntriesInAclW)> merge("SetEntriesInAclW",
-                                                     [&](auto...) { return nMergeResult; });
-        EXPECT_EQ(Change(fDirectory, false, L"u"), FALSE);
-        pszRefused = L"u";
-        EXPECT_EQ(Change(fDirectory, false, L"u"), FALSE);
-        lists.nReadResult = 5;
-        EXPECT_EQ(Change(fDirectory, false), FALSE);
-        lists.nReadResult = 0;
-        nMergeResult = 1336;
-        EXPECT_EQ(Change(fDirectory, false), FALSE);
-        EXPECT_TRUE(lists.written.empty());
-        EXPECT_EQ(capture.Count(fDirectory ? "! 34/11 Create SID error, directory: C:\\x"
-                                           : "! 33/4 Create SID error, file: C:\\x"),
-                  2);
-        EXPECT_TRUE(capture.Has(std::string(fDirectory ? "# 34" : "! 33/5") +
-                                " Error 5 getting security info 'C:\\x'"));
-        EXPECT_TRUE(capture.Has(std::string(fDirectory ? "! 34/15 Dir security: e" : "! 33/9 E") +
-                                "rror 1336 merging ACLs on 'C:\\x'"));
-    }
-}
-
-TEST(FileSecurity, ScanThatStopsKeepsItsBitsAndMerges)
-{
-    // What the third entry becomes: none, of an unknown type, with a bad SID. The first two are
-    // Administrators' and Local System's.
-    const char* const texts[] = {"Unable to retrieve ACE in ACL!", "Incorrect ACE type specified!",
-                                 "Invalid SID specified in ACE!"};
-    for (const int nCase : {0, 1, 2, 3, 4, 5})
-    {
-        Capture capture;
-        AccessLists lists;
-        lists.lists["C:\\x"] = "D:(A;;GR;;;BA)(A;;GR;;;SY)(A;;GR;;;WD)(A;;GR;;;ED)";
-        ImportHook<decltype(GetAce)> getAce("GetAce", [&](PACL pAcl, DWORD i, LPVOID* ppAce) -> BOOL {
-            getAce.Real(pAcl, i, ppAce);
-            if (i == 2 && nCase % 3 == 1)
-                static_cast<ACE_HEADER*>(*ppAce)->AceType = ACCESS_ALLOWED_OBJECT_ACE_TYPE;
-            return i != 2 || nCase % 3 != 0;
-        });
-        int nSids = 0;
-        ImportHook<decltype(IsValidSid)> isValid(
-            "IsValidSid", [&](PSID) -> BOOL { return nCase % 3 != 2 || ++nSids <= 2; });
-        // Nothing that follows may fail because of the entry that was spoiled.
-        ImportHook<decltype(SetEntriesInAclW)> merge(
-            "SetEntriesInAclW", [&](ULONG n, PEXPLICIT_ACCESSW p, PACL pOld, PACL* ppNew) {
-                EXPECT_TRUE(pOld != nullptr && n == 3); // Everyone's entry came with the end of the scan
-                return merge.Real(n, p, nullptr, ppNew);
-            });
-        EXPECT_EQ(Change(nCase >= 3, false), TRUE);
-        const std::string f = nCase >= 3 ? "34" : "33",
-                          strProbe = std::to_string((nCase >= 3 ? 9 : 6) + nCase);
-        EXPECT_THAT(capture.Only("!"), ElementsAre("! " + f + "/" + strProbe + " " + texts[nCase % 3]));
-        EXPECT_TRUE(capture.Has("# " + f + " Current SID Flags = 0003"));
-        EXPECT_EQ(lists.written.size(), 1u);
-    }
+    Capture capture;
+    AccessLists lists;
+    lists.lists["C:\\x"] = "D:(A;;GR;;;WD)(A;;GR;;;BU)";
+    Change(false, false, L"u");
+    std::vector<std::string> expected;
+    for (const char* psz :
+         {"33 SID's retrieved successfully!", "35 Successfully retrieved security information on file!",
+          "33 Retrieved named security information!", "33 Added Administrator to access list structure",
+          "33 Added ZNM Group to access list structure", "33 Added System to access list structure",
+          "33 Added World to access list structure", "33 Added specified user to access list structure",
+          "33 Created access control lists!", "33 Successfully merged ACLs",
+          "36 Successfully set security information on file!"})
+        expected.push_back(std::string("- ") + psz);
+    EXPECT_EQ(capture.Only("-"), expected);
+    for (const char* psz :
+         {"# 29 CZNMFileSecurity::CZNMFileSecurity() (pszUser = u)",
+          "# 33 CZNMFileSecurity::ChangeFileSecurity() (pszPath = C:\\x)",
+          "# 35 CZNMFileSecurity::GetFileSecurityInfo() (lpszObjectName = C:\\x, ...)",
+          "# 36 CZNMFileSecurity::SetFileSecurityInfo() (lpszObjectName = C:\\x, ...)",
+          "# 33 fSuccess = 1, fAlreadyHasAccess = 0", "> 48", "> 47", "> 45", "> 46", "> 51"})
+        EXPECT_EQ(capture.Count(psz), 1) << psz;
+    EXPECT_EQ(capture.Count("# 33 Current SID Flags = 0004"), 2);
 }
 
 TEST(FileSecurity, VolumeIsTestedOnceForEachFirstCharacter)
 {
+    Capture capture;
     std::vector<std::string> tested;
     int nResult = 0;
     uint32_t nRootLength = 0;
@@ -250,83 +252,105 @@ TEST(FileSecurity, VolumeIsTestedOnceForEachFirstCharacter)
         return object.DiskSupportsSecurity(strPath.c_str()) == TRUE;
     };
     EXPECT_TRUE(supports(first, L"E:\\a\\b*c\\*", 0) && supports(first, L"e:\\other", 1));
+    EXPECT_TRUE(capture.Has("# 32 Root path determined to be 'E:\\'"));
     EXPECT_FALSE(supports(first, L"F:\\x", 0x40806178) || supports(first, L"F:\\y", 0));
+    EXPECT_EQ(first.ChangeDirSecurity(L"F:\\x", 1, 2, 0, 3), TRUE); // nothing to do is no failure
+    EXPECT_FALSE(capture.Has("> 48"));
     // The answer is shared, the root is each object's.
     EXPECT_TRUE(supports(second, L"\\\\srv\\s", 0) && supports(first, L"F:\\y", 1) &&
                 supports(second, L"\\\\else\\s", 1));
     for (const wchar_t* psz : {L"G:\\", L"G:\\", L"*"})
         EXPECT_FALSE(supports(first, psz, 7, 0)); // nothing is remembered
     EXPECT_THAT(tested, ElementsAre("E:\\a", "F:\\x", "\\\\srv\\s", "G:\\", "G:\\", ""));
+    for (const auto& [pszText, nCount] : {std::pair{"- 32 File system supports security", 2},
+                                          {"- 32 File system does not support security", 1},
+                                          {"- 32 Assuming file system does not support security", 3}})
+        EXPECT_EQ(capture.Count(pszText), nCount);
     EXPECT_TRUE(supports(first, L"H:\\" + std::wstring(3000, L'x'), 0,
                          0xFFFFFFFF)); // a library that reports nonsense
 }
 
-TEST(FileSecurity, WalksFilesThenSubdirectoriesThenTheDirectory)
+TEST(FileSecurity, WalkVisitsFilesThenSubdirectoriesThenTheDirectory)
 {
-    const Tree tree({"b", "a", "s\\t\\u\\deep", "s\\f", "z\\"});
-    const std::tuple<const char*, uint32_t, uint32_t, std::string> cases[] = {
-        {"\\*", 1, 1, "\\a \\b \\s\\f \\s\\t\\u\\deep "},
-        {"\\*", 1, 0, "\\a \\b "},
-        {"\\d*", 1, 1, "\\s\\t\\u\\deep "},
-        {"", 0, 1, "\\s\\t\\u \\s\\t \\s \\z  "},
-        {"", 0, 0, " "},
-        {"\\z\\*", 1, 1, ""}};
-    for (const auto& [pszPath, fFiles, fSubdirs, strExpected] : cases)
+    const TempDir tree;
+    const std::string strRoot = tree.root.string();
+    for (const char* psz : {"b", "a", "s\\t\\u\\deep", "s\\f"})
+        WriteAll(tree.root / psz, "content");
+    fs::create_directory(tree.root / "z");
+    const struct
     {
-        AccessLists lists;
-        CZNMFileSecurity security(nullptr);
-        EXPECT_EQ(security.SetSecurityOnFiles(CString((tree.root.string() + pszPath).c_str()), fFiles,
-                                              fSubdirs, 1, 2, 0, 3),
-                  TRUE);
-        std::string strResult;
-        for (const std::string& strPath : lists.written)
-            strResult += strPath.substr(tree.root.string().size()) + " ";
-        EXPECT_EQ(strResult, strExpected);
-    }
-}
-
-TEST(FileSecurity, FailuresDoNotStopTheWalk)
-{
-    const Tree tree({"a", "b", "s\\c"});
-    const CString strPattern((tree.root.string() + "\\*").c_str());
-    for (const auto& [nError, fSuccess] :
-         {std::pair{0, FALSE}, {2, TRUE}, {3, TRUE}, {123, TRUE}, {5, FALSE}, {18, FALSE}})
+        const char* pszPath;
+        uint32_t fFiles, fSubdirs, fDiscard;
+        std::string strWritten;
+        DWORD nSearchError = 0; // of searches below s; 1: the first write is refused instead
+        BOOL fSuccess = TRUE;
+        size_t nRecords = 0;
+    } cases[] = {
+        {"\\*", 1, 1, 1, "\\a \\b \\s\\f \\s\\t\\u\\deep "},
+        {"\\*", 1, 0, 0, "\\a \\b "},
+        {"\\d*", 1, 1, 1, "\\s\\t\\u\\deep "},
+        {"", 0, 1, 1, "\\s\\t\\u \\s\\t \\s \\z  "},
+        {"", 0, 0, 0, " "},
+        {"\\z\\*", 1, 1, 1, ""},
+        // A failure does not stop the walk; a search that finds nothing is none.
+        {"\\*", 1, 1, 1, "\\a \\a \\b \\s\\f \\s\\t\\u\\deep ", 1, FALSE, 1},
+        {"\\*", 1, 1, 1, "\\a \\b ", 2},
+        {"\\*", 1, 1, 1, "\\a \\b ", 3},
+        {"\\*", 1, 1, 1, "\\a \\b ", 123},
+        {"\\*", 1, 1, 1, "\\a \\b ", 5, FALSE, 2},
+        {"\\*", 1, 1, 1, "\\a \\b ", 18, FALSE, 2},
+    };
+    for (const auto& c : cases)
     {
         Capture capture;
         AccessLists lists;
-        if (nError == 0)
-            lists.writeResults = {5, 5}; // here it is the first file that is refused
+        if (c.nSearchError == 1)
+            lists.results["write"] = {5, 5};
         ImportHook<decltype(FindFirstFileExW)> find(
-            "FindFirstFileExW", [&](LPCWSTR psz, auto eLevel, auto p, auto eOp, auto, DWORD nFlags) {
-                EXPECT_TRUE(eLevel == FindExInfoStandard && nFlags == 0);
-                const bool fFails = nError != 0 && wcsstr(psz, L"\\s\\") != nullptr;
+            "FindFirstFileExW", [&](LPCWSTR psz, auto eLevel, auto p, auto eOp, auto pFilter, DWORD nFlags) {
+                EXPECT_TRUE(eLevel == FindExInfoStandard && pFilter == nullptr && nFlags == 0);
+                const bool fFails = c.nSearchError > 1 && wcsstr(psz, L"\\s\\") != nullptr;
                 const HANDLE hFind =
-                    fFails ? INVALID_HANDLE_VALUE : find.Real(psz, eLevel, p, eOp, nullptr, nFlags);
+                    fFails ? INVALID_HANDLE_VALUE : find.Real(psz, eLevel, p, eOp, pFilter, nFlags);
                 if (fFails)
-                    SetLastError(nError);
+                    SetLastError(c.nSearchError);
                 return hFind;
             });
         CZNMFileSecurity security(nullptr);
-        EXPECT_EQ(security.SetSecurityOnFiles(strPattern, 1, 1, 1, 2, 0, 0), fSuccess);
+        EXPECT_EQ(security.SetSecurityOnFiles(CString((strRoot + c.pszPath).c_str()), c.fFiles, c.fSubdirs,
+                                              c.fDiscard, 2, 0, 3),
+                  c.fSuccess);
+        std::string strWritten;
+        for (const std::string& strPath : lists.written)
+            if (!strPath.starts_with("owner"))
+                strWritten += strPath.substr(strRoot.size()) + " ";
+        EXPECT_EQ(strWritten, c.strWritten) << &c - cases;
+        EXPECT_EQ(capture.Has("# 31 Scanning path '" + strRoot + "' for files, pattern 'd*', subdirs 1"),
+                  c.pszPath == std::string("\\d*"));
+        EXPECT_EQ(capture.Has("# 31 Processing path '" + strRoot + "', subdirs 0"),
+                  c.fFiles + c.fSubdirs == 0);
+        EXPECT_EQ(capture.Has("- 31 Discarding previous security settings"), c.fDiscard == 1);
+        EXPECT_EQ(capture.Has("- 31 Merging previous security settings"), c.fDiscard == 0);
+        EXPECT_EQ(capture.Only("!").size(), c.nRecords) << &c - cases;
         const std::string strText =
-            ") error " + std::to_string(nError) + ", path '" + tree.root.string() + "\\s\\*'";
+            ") error " + std::to_string(c.nSearchError) + ", path '" + strRoot + "\\s\\*'";
         for (const std::string strSearch : {"1", "2"})
             EXPECT_EQ(capture.Has("! 31/" + strSearch + " FindFirstFileEx(" + strSearch + strText),
-                      fSuccess == FALSE && nError != 0);
-        EXPECT_EQ(lists.written.size(),
-                  nError == 0 ? 5u : 2u); // refused: twice and the owner, then the other two files
+                      c.nRecords == 2);
     }
 }
 
 TEST(FileSecurity, PathsThatCannotBeTakenAreFailures)
 {
+    Capture capture;
     AccessLists lists;
     CZNMFileSecurity fresh(nullptr);
     const auto walk = [](CZNMFileSecurity& security, const std::wstring& str, uint32_t fFiles = 0) {
         return security.SetSecurityOnFiles(str.c_str(), fFiles, 0, 1, 1, 0, 0);
     };
     EXPECT_EQ(walk(fresh, L"pattern", 1), FALSE); // no backslash
-    // The limit is the test's of the volume, and once that is known, the walk's own.
+    EXPECT_TRUE(capture.Has("- 31 Invalid pattern..."));
+    // The limit is that of the volume test and, on a tested volume, that of the walk.
     for (const auto& [nLength, fUntested, fTested] : {std::tuple<size_t, BOOL, BOOL>{260, TRUE, TRUE},
                                                       {261, FALSE, TRUE},
                                                       {1023, FALSE, TRUE},
@@ -341,7 +365,8 @@ TEST(FileSecurity, PathsThatCannotBeTakenAreFailures)
         EXPECT_EQ(walk(tested, strPath), fTested) << nLength;
         EXPECT_EQ(static_cast<int>(lists.written.size()), fUntested + fTested);
     }
-    ImportHook<decltype(xcsVolumeSupportsSecurity)> none("xcsVolumeSupportsSecurity",
-                                                         [](auto...) { return 1; });
+    EXPECT_EQ(capture.Count("- 31 Path is too long"), 6);
+    const auto none = Fails(xcsVolumeSupportsSecurity, 1, 0);
     EXPECT_EQ(walk(fresh, L"Q:\\x"), TRUE); // nothing to do is no failure
+    EXPECT_TRUE(capture.Has("- 31 File system does not support security"));
 }

@@ -88,3 +88,8 @@ class ImportHook<Result(Args...), Tag>
     void** m_ppSlot;
     void* m_pReal = nullptr;
 };
+
+// A hook under which every call of a function fails: const auto hook = Fails(CreateFileW,
+// INVALID_HANDLE_VALUE, 5);
+#define Fails(function, result, error)                                                                       \
+    ImportHook<decltype(function)>(#function, [](auto...) { return SetLastError(error), result; })

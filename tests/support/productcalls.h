@@ -6,6 +6,7 @@
 #include <cstring>
 #include <map>
 
+#include "tempdir.h"
 #include "tracecapture.h"
 
 struct Library
@@ -121,5 +122,66 @@ struct Library
         [this](auto psz1, auto psz2, auto psz3, auto psz4, auto psz5, auto pszFile, uint32_t n) {
             Call("write", psz1, Text(psz2), Text(psz3), psz4, psz5, pszFile, std::to_string(n));
             return 0;
+        }};
+};
+
+// A work path with one queue manager, QM1, that does not run, and a list of the calls to the product's
+// library. Each call is noted and passed on to the library, unless a test sets its result.
+struct ProductCalls : TempDir
+{
+    ProductCalls() { Configure(); }
+
+    void Configure(const std::string& strInstallation = "Inst1", const std::string& strOwner = "Inst1",
+                   const std::string& strMore = "")
+    {
+        SetEnvironmentVariableW(L"ZN_WORK_PATH", root.c_str());
+        WriteAll(root / "zns.ini",
+                 "Installation:\n   Name=" + strInstallation + "\n   Path=" + root.string() +
+                     "\n   Identity=id\\2\nQueueManager:\n   Name=QM1\n   Prefix=" + root.string() +
+                     "\n   Directory=QM!1\n   InstallationName=" + strOwner + "\n" + strMore);
+    }
+    ptrdiff_t Count(const std::string& strCall) const { return std::ranges::count(calls, strCall); }
+
+    std::vector<std::string> calls; // function, texts, numbers and null pointers; other pointers are left out
+    std::map<std::string, int32_t> results; // of functions that are not to be called
+
+  private:
+    static std::string Word(const char* psz) { return psz != nullptr ? std::string(" ") + psz : " null"; }
+    static std::string Word(char*) { return ""; }
+    static std::string Word(const void* p) { return p != nullptr ? "" : " null"; }
+    static std::string Word(int64_t n) { return " " + std::to_string(n); }
+
+    template <class Hook, class... Args>
+    int32_t Pass(const char* pszFunction, const Hook& hook, Args... args)
+    {
+        calls.push_back((pszFunction + ... + Word(args)));
+        return results.contains(pszFunction) ? results[pszFunction] : hook.Real(args...);
+    }
+#define NOTE(function)                                                                                       \
+    ImportHook<decltype(function), ProductCalls> m_##function                                                \
+    {                                                                                                        \
+#function, [this](auto... args) { return Pass(#function, m_##function, args...); }                   \
+    }
+    NOTE(xcsGetQMDetails);
+    NOTE(xcsGetInstallationDetails);
+    NOTE(xcsIsSubpoolActive);
+    NOTE(xcsGetIniFilename);
+    NOTE(xcsIniUtilRead);
+    NOTE(xcsIniUtilWrite);
+    ImportHook<decltype(xcsFreeMemFn), ProductCalls> m_free{"xcsFreeMemFn", [this](auto... args) {
+                                                                calls.push_back(
+                                                                    ("xcsFreeMemFn" + ... + Word(args)));
+                                                                m_free.Real(args...);
+                                                            }};
+    ImportHook<decltype(xcsExecProgramHandle), ProductCalls> m_exec{
+        "xcsExecProgramHandle", [this](int n1, const char* pszProgram, int n2, const char* psz, auto p1,
+                                       int n3, int n4, auto p2, auto p3, auto p4, int* pnExitCode, auto p5) {
+            std::string strWords;
+            for (; *psz != '\0'; psz += std::strlen(psz) + 1)
+                strWords += std::string(" <") + psz + ">";
+            calls.push_back("exec" + Word(n1) + Word(pszProgram) + Word(n2) + strWords + Word(p1) + Word(n3) +
+                            Word(n4) + Word(p2) + Word(p3) + Word(p4) + Word(p5));
+            *pnExitCode = results["exit code"];
+            return results["exec"];
         }};
 };
