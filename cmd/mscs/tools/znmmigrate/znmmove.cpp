@@ -14,56 +14,12 @@
 #include "tovxcs2.h"
 #include "znmcontrol.h"
 #include "znmpaths.h"
+#include "znmplaces.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmmove"));
 
 namespace
 {
-// A configuration file as the common services name it.
-struct ConfigurationFile
-{
-    // Of a size that no library exceeds with a path, whatever bytes its code page needs for one.
-    static constexpr size_t MAX_NAME = 4 * XCS_PATH_SIZE;
-    char szName[MAX_NAME] = {};
-    uint32_t nType = 0;
-
-    // pszQueueManager: null for the product's own file.
-    bool Find(const char* pszQueueManager) { return xcsGetIniFilename(pszQueueManager, szName, &nType) == 0; }
-
-    // With its backslash: without, the root of a drive would be the directory that the console remembers for
-    // it.
-    CString Directory() const
-    {
-        const CString strName(szName);
-        return strName.Left(strName.ReverseFind(L'\\') + 1);
-    }
-};
-
-CString WithoutTrailingBackslash(const CString& strPath)
-{
-    return strPath.Right(1) == L"\\" ? strPath.Left(strPath.GetLength() - 1) : strPath;
-}
-
-CString WithTrailingBackslash(const CString& strPath)
-{
-    return strPath.Right(1) == L"\\" ? strPath : strPath + L"\\";
-}
-
-// Where the queue manager's logs are now. False if its configuration does not say.
-bool ReadLogPath(const ConfigurationFile& qmIni, CString& strLogPath)
-{
-    constexpr uint32_t MAX_LOG_PATH = 261;
-    char szLogPath[MAX_LOG_PATH + 1] = {}; // a value of the full length comes without its terminator
-    uint32_t nLength = MAX_LOG_PATH;
-    const int32_t nResult =
-        xcsIniUtilRead("Log", nullptr, nullptr, "LogPath", szLogPath, &nLength, qmIni.szName, qmIni.nType);
-    if (nResult != 0 || nLength > MAX_LOG_PATH)
-        return false;
-    szLogPath[nLength] = '\0';
-    strLogPath = WithoutTrailingBackslash(CString(szLogPath));
-    return IsTreePath(strLogPath);
-}
-
 // A named object that exists as long as a move of a queue manager runs, even if its process is killed.
 class MoveMark
 {
@@ -73,8 +29,7 @@ class MoveMark
     {
         if (strRunIdentity.IsEmpty())
             return false;
-        const CString strName = CString(L"Global\\ZN.Move.") + strRunIdentity;
-        m_mark.reset(CreateMutexW(nullptr, FALSE, strName));
+        m_mark.reset(CreateMutexW(nullptr, FALSE, MoveMarkName(strRunIdentity)));
         const DWORD nError = GetLastError();
         return m_mark != nullptr && nError != ERROR_ALREADY_EXISTS;
     }
@@ -178,8 +133,8 @@ bool Migration::FindPlaces()
     if (!ReadLogPath(qmIni, m_places.strSrcLogDir))
         return Refuse(NO_MESSAGE, "Unable to read log path");
 
-    m_places.strDestDataDir = m_app.m_strDataDest + L"\\" + L"qmgrs" + L"\\" + strDirectory;
-    m_places.strDestLogDir = m_app.m_strLogDest + L"\\" + strDirectory;
+    m_places.strDestDataDir = NewDataDirectory(m_app.m_strDataDest, strDirectory);
+    m_places.strDestLogDir = NewLogDirectory(m_app.m_strLogDest, strDirectory);
     m_places.strConfigurationDir = m_znsIni.Directory();
     m_trace.Parms("strSrcDataDir:  %S", m_places.strSrcDataDir);
     m_trace.Parms("strDestDataDir:  %S", m_places.strDestDataDir);

@@ -1,0 +1,57 @@
+// Reads the places of a queue manager through the product's library. Changes nothing.
+#include "znmplaces.h"
+
+#include "tovmsrid.h"
+#include "znmpaths.h"
+
+ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmplaces"));
+
+bool ConfigurationFile::Find(const char* pszQueueManager)
+{
+    return xcsGetIniFilename(pszQueueManager, szName, &nType) == 0;
+}
+
+CString ConfigurationFile::Directory() const
+{
+    const CString strName(szName);
+    return strName.Left(strName.ReverseFind(L'\\') + 1);
+}
+
+bool ReadLogPath(const ConfigurationFile& qmIni, CString& strLogPath)
+{
+    constexpr uint32_t MAX_LOG_PATH = 261;
+    char szLogPath[MAX_LOG_PATH + 1] = {}; // a value of the full length comes without its terminator
+    uint32_t nLength = MAX_LOG_PATH;
+    const int32_t nResult =
+        xcsIniUtilRead("Log", nullptr, nullptr, "LogPath", szLogPath, &nLength, qmIni.szName, qmIni.nType);
+    if (nResult != 0 || nLength > MAX_LOG_PATH)
+        return false;
+    szLogPath[nLength] = '\0';
+    strLogPath = WithoutTrailingBackslash(CString(szLogPath));
+    return IsTreePath(strLogPath);
+}
+
+CString NewDataDirectory(const CString& strDataDest, const CString& strDirectory)
+{
+    return strDataDest + L"\\" + L"qmgrs" + L"\\" + strDirectory;
+}
+
+CString NewLogDirectory(const CString& strLogDest, const CString& strDirectory)
+{
+    return strLogDest + L"\\" + strDirectory;
+}
+
+CString MoveMarkName(const CString& strRunIdentity)
+{
+    return CString(L"Global\\ZN.Move.") + strRunIdentity;
+}
+
+CString WithoutTrailingBackslash(const CString& strPath)
+{
+    return strPath.Right(1) == L"\\" ? strPath.Left(strPath.GetLength() - 1) : strPath;
+}
+
+CString WithTrailingBackslash(const CString& strPath)
+{
+    return strPath.Right(1) == L"\\" ? strPath : strPath + L"\\";
+}

@@ -1,0 +1,39 @@
+// Where a queue manager's directories are, as its configuration files say, and where a move takes them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "afxwin.h"
+#include "tovxcs2.h"
+
+// A configuration file as the common services name it.
+struct ConfigurationFile
+{
+    // Of a size that no library exceeds with a path, whatever bytes its code page needs for one.
+    static constexpr size_t MAX_NAME = 4 * XCS_PATH_SIZE;
+    char szName[MAX_NAME] = {};
+    uint32_t nType = 0;
+
+    // pszQueueManager: null for the product's own file. False if the common services do not know the file.
+    bool Find(const char* pszQueueManager);
+
+    // With its backslash: without, the root of a drive would be the directory that the console remembers for
+    // it.
+    CString Directory() const;
+};
+
+// Reads where the queue manager's logs are, without a trailing backslash. False if its configuration does not
+// say, or names what cannot be an old tree; strLogPath is then what was read of it.
+bool ReadLogPath(const ConfigurationFile& qmIni, CString& strLogPath);
+
+// The new directories of a queue manager whose directory name is strDirectory.
+CString NewDataDirectory(const CString& strDataDest, const CString& strDirectory);
+CString NewLogDirectory(const CString& strLogDest, const CString& strDirectory);
+
+// Name of the mutex that exists while a move of the queue manager runs. strRunIdentity:
+// CZNMQueueMgr::GetRunIdentity.
+CString MoveMarkName(const CString& strRunIdentity);
+
+CString WithoutTrailingBackslash(const CString& strPath);
+CString WithTrailingBackslash(const CString& strPath);
