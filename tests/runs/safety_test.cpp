@@ -253,16 +253,16 @@ TEST(Safety, LookAtTheSourcesRefuses)
          },
          "cannot be listed"},
         {[](Installation& zn) { // files may have 259 characters
-             const size_t nLength = 258 - zn.newLog.wstring().size();
+             const size_t nLength = 258 - (zn.root / "newlongerlog\\QM!1").wstring().size();
              WriteAll(L"\\\\?\\" + (zn.oldLog / std::string(nLength, 'f')).wstring(), "fits");
              WriteAll(L"\\\\?\\" + (zn.oldLog / std::string(nLength + 1, 'g')).wstring(), "does not");
-             return std::string();
+             return s_words(zn, "newdata", "newlongerlog");
          },
          "too long in the new place: "},
         {[](Installation& zn) { // directories 247
-             const size_t nLength = 247 - zn.newData.wstring().size();
+             const size_t nLength = 247 - (zn.root / "newlongerdata\\qmgrs\\QM!1").wstring().size();
              fs::create_directory(zn.oldData / std::string(nLength, 'd'));
-             return std::string();
+             return s_words(zn, "newlongerdata", "newlog");
          },
          "too long in the new place: "},
         {[](Installation& zn) { // and so in the old place
@@ -312,31 +312,31 @@ TEST(Safety, LookThatFailsLosesNothing)
 // What worked before the looks were added.
 TEST(Safety, TreesInOneAnotherAndLeftoversStillMove)
 {
-    Installation zn;
-    const auto setLogPath = [&](const fs::path& path) {
+    const auto setLogPath = [](Installation& zn, const fs::path& path) {
         WriteAll(zn.oldData / "qm.ini", "Log:\n   LogPath=" + path.string() + "\\\n# kept");
         zn.data = TakeSnapshot(zn.oldData);
     };
-    fs::rename(zn.oldLog, zn.oldData / "QM!1"); // the log in the data tree
-    setLogPath(zn.oldData / "QM!1");
-    WriteAll(zn.newData / "leftover", "of an earlier run");
-    WriteAll(zn.newData / "a", "of an earlier run");
+    for (const char* pszNewLog : {"newlog", "newdata\\qmgrs\\QM!1"}) // apart, or in the new data tree again
+    {
+        Installation zn;
+        fs::rename(zn.oldLog, zn.oldData / "QM!1"); // the log in the data tree
+        setLogPath(zn, zn.oldData / "QM!1");
+        WriteAll(zn.newData / "leftover", "of an earlier run");
+        WriteAll(zn.newData / "a", "of an earlier run");
+        ASSERT_EQ(zn.Run(zn.MoveWords(L"QM1", "newdata", pszNewLog)).nStatus, 0u) << pszNewLog;
+        EXPECT_FALSE(fs::exists(zn.oldData));
+        EXPECT_EQ(TakeSnapshot(zn.root / pszNewLog / "QM!1"), zn.log);
+        EXPECT_EQ(ReadAll(zn.newData / "a"), zn.data.at(L"a"));
+        EXPECT_EQ(ReadAll(zn.newData / "leftover"), "of an earlier run");
+    }
+    Installation zn; // one directory for both
+    for (const char* psz : {"ctl", "active"})
+        fs::rename(zn.oldLog / psz, zn.oldData / psz);
+    setLogPath(zn, zn.oldData);
     ASSERT_EQ(zn.Run(zn.MoveWords()).nStatus, 0u);
     EXPECT_FALSE(fs::exists(zn.oldData));
-    EXPECT_EQ(TakeSnapshot(zn.newLog), zn.log);
-    EXPECT_EQ(ReadAll(zn.newData / "leftover"), "of an earlier run");
-    // Back, with the log in the data tree again: it is copied twice, into one directory.
-    ASSERT_EQ(zn.Run(zn.MoveWords(L"QM1", "olddata", "olddata\\qmgrs\\QM!1")).nStatus, 0u);
-    EXPECT_EQ(TakeSnapshot(zn.oldData / "QM!1"), zn.log);
-    // One directory for both.
-    Installation one;
-    for (const char* psz : {"ctl", "active"})
-        fs::rename(one.oldLog / psz, one.oldData / psz);
-    WriteAll(one.oldData / "qm.ini", "Log:\n   LogPath=" + one.oldData.string() + "\\\n# kept");
-    ASSERT_EQ(one.Run(one.MoveWords()).nStatus, 0u);
-    EXPECT_FALSE(fs::exists(one.oldData));
-    for (const fs::path& path : {one.newData, one.newLog})
-        EXPECT_TRUE(std::ranges::includes(TakeSnapshot(path), one.log)) << path;
+    for (const fs::path& path : {zn.newData, zn.newLog})
+        EXPECT_TRUE(std::ranges::includes(TakeSnapshot(path), zn.log)) << path;
 }
 
 TEST(Safety, SecondMoveOfOneQueueManagerIsRefused)
@@ -382,7 +382,7 @@ TEST(Safety, ReaderOfTheConfigurationDoesNoHarm)
         Installation zn;
         std::atomic<bool> fEnd = false;
         std::thread reader([&] {
-            while (!fEnd)
+            for (; !fEnd; Sleep(1))
                 ReadAll(zn.work / "zns.ini");
         });
         EXPECT_EQ(zn.Run(zn.MoveWords()).nStatus, 0u);
@@ -396,12 +396,14 @@ TEST(Safety, ReaderOfTheConfigurationDoesNoHarm)
 TEST(Safety, RememberedDirectoryOfADriveDoesNotMatter)
 {
     Installation zn;
-    wchar_t szDrive[] = L"=C:";
-    szDrive[1] = zn.root.wstring()[0];
-    SetEnvironmentVariableW(szDrive, zn.oldData.c_str());
-    ASSERT_TRUE(DefineDosDeviceW(0, L"Y:", zn.root.c_str()));
-    EXPECT_EQ(RunProgram(ProgramFolder() / "tarvel.exe", zn.MoveWords(), "Y:\\").nStatus, 0u);
-    DefineDosDeviceW(DDD_REMOVE_DEFINITION, L"Y:", nullptr);
-    SetEnvironmentVariableW(szDrive, nullptr);
+    wchar_t szRemembered[] = L"=C:", szOtherDrive[] = L"A:\\";
+    szRemembered[1] = zn.root.wstring()[0];
+    while (szOtherDrive[0] <= L'Z' && (szOtherDrive[0] == szRemembered[1] || !Exists(szOtherDrive)))
+        ++szOtherDrive[0];
+    if (szOtherDrive[0] > L'Z')
+        GTEST_SKIP() << "there is one drive only";
+    SetEnvironmentVariableW(szRemembered, zn.oldData.c_str());
+    EXPECT_EQ(RunProgram(ProgramFolder() / "tarvel.exe", zn.MoveWords(), szOtherDrive).nStatus, 0u);
+    SetEnvironmentVariableW(szRemembered, nullptr);
     EXPECT_EQ(zn.State(), "data -+ log -+ zns new qm new");
 }

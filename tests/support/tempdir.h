@@ -52,22 +52,44 @@ inline Snapshot TakeSnapshot(const fs::path& base)
     return snapshot;
 }
 
-// Makes a link to a directory: the system's, or where a test platform only pretends to, that of the host.
+// Runs a tool of the host, where the platform is one on top of another system. False where it is not.
+inline bool RunHostTool(const std::string& strTool, std::initializer_list<fs::path> paths)
+{
+    const auto hostName = reinterpret_cast<char*(CDECL*)(const wchar_t*)>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32"), "wine_get_unix_file_name")));
+    if (hostName == nullptr)
+        return false;
+    std::string strCommand = strTool;
+    for (const fs::path& path : paths)
+        strCommand += std::string(" ") + hostName(path.c_str());
+    STARTUPINFOA startup = {};
+    PROCESS_INFORMATION process = {};
+    const std::string strProgram = "Z:\\bin\\" + strTool.substr(0, strTool.find(' '));
+    return CreateProcessA(strProgram.c_str(), strCommand.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                          &startup, &process);
+}
+
+inline bool Exists(const fs::path& path)
+{
+    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+// Makes and removes a link to a directory. The host's tools do it where the platform only pretends to; a
+// process handle does not tell of their end.
 inline void MakeLink(const fs::path& link, const fs::path& target)
 {
     fs::create_directories(link.parent_path());
     CreateSymbolicLinkW(link.c_str(), target.c_str(), SYMBOLIC_LINK_FLAG_DIRECTORY);
-    const auto hostName = reinterpret_cast<char*(CDECL*)(const wchar_t*)>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32"), "wine_get_unix_file_name")));
-    if (hostName == nullptr || GetFileAttributesW(link.c_str()) != INVALID_FILE_ATTRIBUTES)
-        return;
-    std::string strCommand = std::string("ln -s ") + hostName(target.c_str()) + " " + hostName(link.c_str());
-    STARTUPINFOA startup = {};
-    PROCESS_INFORMATION process = {};
-    CreateProcessA("Z:\\bin\\ln", strCommand.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                   &process);
-    while (GetFileAttributesW(link.c_str()) == INVALID_FILE_ATTRIBUTES) // the handle does not tell of its end
-        SwitchToThread();
+    if (!Exists(link) && RunHostTool("ln -s", {target, link}))
+        while (!Exists(link))
+            Sleep(1);
+}
+inline void RemoveLink(const fs::path& link)
+{
+    RemoveDirectoryW(link.c_str());
+    if (Exists(link) && RunHostTool("rm", {link}))
+        while (Exists(link))
+            Sleep(1);
 }
 
 class TempDir
@@ -102,7 +124,7 @@ class TempDir
         std::error_code ignored; // a left-over fails no test
         for (const auto& [strName, strContent] : TakeSnapshot(root))
             if (strContent == "<link>")
-                RemoveDirectoryW((root / strName).c_str());
+                RemoveLink(root / strName);
             else
                 SetFileAttributesW((root / strName).c_str(), FILE_ATTRIBUTE_NORMAL);
         fs::remove_all(root, ignored);
