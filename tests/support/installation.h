@@ -204,16 +204,10 @@ class Installation : public TempDir
                (root / newLogs).wstring();
     }
 
-    // Calls of a function of which the report of the last run tells; 0 if of none.
-    long Calls(const std::string& strFunction) const
-    {
-        std::istringstream lines(strReport);
-        std::string strName;
-        for (long nCalls; lines >> strName >> nCalls;)
-            if (strName == strFunction)
-                return nCalls;
-        return 0;
-    }
+    // Calls of a function of which the report of the last run tells, and which of all calls was the first of
+    // them; 0 if there was none.
+    long Calls(const std::string& strFunction) const { return Reported(strFunction).first; }
+    long FirstCall(const std::string& strFunction) const { return Reported(strFunction).second; }
 
     // What the trees and the configuration are now: for data and log, the old tree and the new one, each
     // whole (+), partly there (~) or missing (-); then the places that zns.ini and the qm.ini of the new tree
@@ -237,6 +231,15 @@ class Installation : public TempDir
     std::string strZnsIni, strReport, strTrace;
 
   private:
+    std::pair<long, long> Reported(const std::string& strFunction) const
+    {
+        std::istringstream lines(strReport);
+        std::string strName;
+        for (long nCalls, nFirst; lines >> strName >> nCalls >> nFirst;)
+            if (strName == strFunction)
+                return {nCalls, nFirst};
+        return {};
+    }
     static std::string Replaced(std::string str, const std::string& strOld, const std::string& strNew)
     {
         return str.replace(str.find(strOld), strOld.size(), strNew);

@@ -29,7 +29,7 @@ struct Import
     unsigned char* pFailure; // code that returns nReturn
     unsigned long long nReturn;
     DWORD nError;
-    long nCalls, nFailAt; // 0: never
+    long nCalls, nFirst, nFailAt; // 0: never
     char chMode;
 };
 
@@ -86,6 +86,8 @@ extern "C" void* Dispatch(Import* pImport)
     const long nCall = ++pImport->nCalls;
     const bool fFails = nCall == pImport->nFailAt ||
                         (pImport->chMode == 'a' && nCall > pImport->nFailAt && pImport->nFailAt != 0);
+    if (nCall == 1)
+        pImport->nFirst = s_nAllCalls + 1;
     if (++s_nAllCalls == s_nAllAt)
         Happens(s_chAllMode);
     if (!fFails || Happens(pImport->chMode))
@@ -253,12 +255,13 @@ void Report()
         return;
     for (int i = 0; i < s_nImports; ++i)
         if (s_imports[i].nCalls > 0)
-            std::fprintf(pFile, "%s %ld\n", s_imports[i].pszName, s_imports[i].nCalls);
+            std::fprintf(pFile, "%s %ld %ld\n", s_imports[i].pszName, s_imports[i].nCalls,
+                         s_imports[i].nFirst);
     const char* const kinds[] = {"search", "local", "sid", "record"};
     for (int i = 0; i < KINDS; ++i)
         if (s_held[i] != 0)
-            std::fprintf(pFile, "held-%s %ld\n", kinds[i], s_held[i]);
-    std::fprintf(pFile, "* %ld\n", s_nAllCalls);
+            std::fprintf(pFile, "held-%s %ld 0\n", kinds[i], s_held[i]);
+    std::fprintf(pFile, "* %ld 0\n", s_nAllCalls);
     std::fclose(pFile);
 }
 } // namespace
