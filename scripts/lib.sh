@@ -4,12 +4,29 @@
 # build/ and dist/.
 set -Eeuo pipefail
 trap 'fail "stopped at line $LINENO: $BASH_COMMAND"' ERR
+trap 'trap - ERR; if [ "$first_script" = $$ ]; then printf "\n%s: interrupted\n" "$0" >&2; fi; exit 130' INT
+export first_script=${first_script:-$$} # of scripts that start each other, the one that says it was interrupted
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 top=$PWD
 mkdir -p build
-export TMPDIR=$top/build
+export TMPDIR=$top/build # not for Wine: see scripts/wine
 export LC_ALL=C.UTF-8 # one language and one code page, whatever the user's are
+
+# The comment at the script's beginning is its help; the indented lines in it are its usage.
+help() { sed -n '2,/^[^#]/s/^# \{0,1\}//p' "scripts/${0##*/}"; }
+
+usage() {
+    help | sed -n 's/^    \(scripts\/.*\)/usage: \1/p' >&2
+    exit 2
+}
+
+case ${1-} in
+-h | --help)
+    help
+    exit
+    ;;
+esac
 
 bold='' plain=''
 if [ -t 1 ] && [ -z "${NO_COLOR:-}" ]; then bold=$'\e[1m' plain=$'\e[0m'; fi
@@ -38,6 +55,7 @@ tool_packages=(wine64 g++-mingw-w64-x86-64-posix g++ cmake ninja-build googletes
 # need_packages [<package>...]: installs what is missing of these and of what builds and runs the programs.
 need_packages() {
     local package missing=() as_root=()
+    command -v apt-get >/dev/null || fail "needs Debian 12 or 13: there is no apt-get here"
     for package in "${tool_packages[@]}" "$@"; do
         [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
     done
