@@ -4,14 +4,11 @@
 
 #include <string>
 
+#include "owner.h"
 #include "qmclient.h"
 #include "text.h"
 #include "tovxcs2.h"
 #include "tovxzu.h"
-
-// The words reach the program as they were typed.
-extern "C" int _dowildcard;
-int _dowildcard = 0;
 
 namespace
 {
@@ -68,25 +65,27 @@ int CheckAuthority(const CommonServices& services)
 // The mutex comes to whoever waits when the queue manager gives it up, also when it dies.
 int WaitForEnd(const QueueManager& queueManager, const KernelHandle& running, const KernelHandle& refused)
 {
+    const std::wstring strWho = L"Queue manager '" + queueManager.strName + L"' ";
     const HANDLE aHandles[] = {running.Get(), refused.Get()};
-    switch (WaitForMultipleObjects(ARRAYSIZE(aHandles), aHandles, FALSE, TIMEOUT_MS))
+    const DWORD nWait = WaitForMultipleObjects(ARRAYSIZE(aHandles), aHandles, FALSE, TIMEOUT_MS);
+    const DWORD nError = GetLastError();
+    switch (nWait)
     {
     case WAIT_OBJECT_0:
-    case WAIT_ABANDONED_0:
-        ReleaseMutex(running.Get()); // cannot fail: this thread has just acquired it
-        PrintLine(stdout, L"Queue manager '" + queueManager.strName + L"' ended.");
+    case WAIT_ABANDONED_0: {
+        const HeldMutex acquired(running.Get());
+        PrintLine(stdout, strWho + L"ended.");
         return EXIT_ENDED;
+    }
     case WAIT_OBJECT_0 + 1:
-        return Fail(EXIT_REFUSED, L"Queue manager '" + queueManager.strName +
-                                      L"' refused to end and still runs.\n"
-                                      L"Disconnect its applications and try again, if need be with -i.");
+        return Fail(EXIT_REFUSED, strWho + L"refused to end and still runs.\n"
+                                           L"Disconnect its applications and try again, if need be with -i.");
     case WAIT_TIMEOUT:
-        return Fail(EXIT_TIMED_OUT, L"Queue manager '" + queueManager.strName +
-                                        L"' did not end within 60 seconds and is still ending.\n"
-                                        L"Disconnect its applications and try again.");
+        return Fail(EXIT_TIMED_OUT, strWho + L"did not end within 60 seconds and is still ending.\n"
+                                             L"Disconnect its applications and try again.");
     default:
         return Fail(EXIT_SYSTEM, L"Whether queue manager '" + queueManager.strName +
-                                     L"' ended could not be found out: " + ErrorText(GetLastError()) +
+                                     L"' ended could not be found out: " + ErrorText(nError) +
                                      L"\nTry again.");
     }
 }

@@ -2,6 +2,8 @@
 // services. Must not read the configuration by itself.
 #include "qmclient.h"
 
+#include <windows.h>
+
 #include <memory>
 
 #include "text.h"

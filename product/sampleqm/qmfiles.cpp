@@ -16,6 +16,7 @@ constexpr wchar_t MANIFEST[] = L"\\manifest.rec";
 constexpr std::string_view DATA_ROOT = "data";
 constexpr std::string_view LOG_ROOT = "log";
 constexpr std::string_view MANIFEST_END = "end of manifest";
+constexpr unsigned WRITTEN_FILES = 2;
 
 std::wstring Plain(std::string_view text) // names of files and roots are ASCII
 {
@@ -98,15 +99,16 @@ std::optional<ListedFile> FromLine(std::string_view strLine)
                       std::string(strLine.substr(nSecond + 1))};
 }
 
-std::vector<ListedFile> PlannedFiles(unsigned nFiles)
+// The n-th file of a queue manager. The first two are those that it writes to.
+ListedFile PlannedFile(unsigned n)
 {
-    std::vector<ListedFile> planned = {{std::string(DATA_ROOT), 1, "activity.rec"},
-                                       {std::string(LOG_ROOT), 1, "journal.rec"}};
     constexpr unsigned MAX_RECORDS = 20;
-    for (unsigned n = 0; n < nFiles; ++n)
-        planned.push_back({std::string(n % 2 == 0 ? DATA_ROOT : LOG_ROOT), 1 + n % MAX_RECORDS,
-                           DirectoryOf(n / 2) + Format("file%05u.rec", n)});
-    return planned;
+    if (n < WRITTEN_FILES)
+        return n == 0 ? ListedFile{std::string(DATA_ROOT), 1, "activity.rec"}
+                      : ListedFile{std::string(LOG_ROOT), 1, "journal.rec"};
+    n -= WRITTEN_FILES;
+    return {std::string(n % 2 == 0 ? DATA_ROOT : LOG_ROOT), 1 + n % MAX_RECORDS,
+            DirectoryOf(n / 2) + Format("file%05u.rec", n)};
 }
 
 std::wstring PathOf(const QueueManagerFiles& files, const ListedFile& listed)
@@ -157,17 +159,16 @@ DWORD CreateFiles(const QueueManagerFiles& files, unsigned nFiles, std::wstring&
             return nError;
     }
     std::string strManifest;
-    uint32_t nLine = 0;
-    for (const ListedFile& listed : PlannedFiles(nFiles))
+    for (unsigned n = 0; n < WRITTEN_FILES + nFiles; ++n)
     {
+        const ListedFile listed = PlannedFile(n);
         strFailed = PathOf(files, listed);
-        const bool fWritten = nLine < 2; // activity and journal
-        if (const DWORD nError = CreateListedFile(
-                strFailed, listed, fWritten ? DWORD{FILE_ATTRIBUTE_NORMAL} : AttributesOf(nLine)))
+        const DWORD nAttributes = n < WRITTEN_FILES ? DWORD{FILE_ATTRIBUTE_NORMAL} : AttributesOf(n);
+        if (const DWORD nError = CreateListedFile(strFailed, listed, nAttributes))
             return nError;
-        strManifest += MakeRecord(++nLine, ToLine(listed));
+        strManifest += MakeRecord(n + 1, ToLine(listed));
     }
-    strManifest += MakeRecord(++nLine, MANIFEST_END);
+    strManifest += MakeRecord(WRITTEN_FILES + nFiles + 1, MANIFEST_END);
     strFailed = files.strDataDirectory + MANIFEST;
     if (const DWORD nError = CreateFileWith(strFailed, FILE_ATTRIBUTE_NORMAL, strManifest))
         return nError;

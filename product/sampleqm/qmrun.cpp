@@ -4,6 +4,7 @@
 
 #include <ntsecapi.h>
 
+#include "access.h"
 #include "text.h"
 
 namespace
@@ -17,32 +18,6 @@ RunResult Refuse(RunResult eResult, const std::wstring& strText)
     PrintLine(stderr, strText);
     return eResult;
 }
-
-// The mutex that is owned as long as the queue manager runs.
-class RunningMutex
-{
-  public:
-    RunningMutex(const std::wstring& strName, SECURITY_ATTRIBUTES* pSecurity)
-        : m_mutex(CreateMutexW(pSecurity, FALSE, strName.c_str()))
-    {
-        const DWORD nWait =
-            m_mutex ? WaitForSingleObject(m_mutex.Get(), ACQUIRE_TIMEOUT_MS) : DWORD{WAIT_FAILED};
-        m_fHeld = nWait == WAIT_OBJECT_0 || nWait == WAIT_ABANDONED;
-    }
-    ~RunningMutex()
-    {
-        if (m_fHeld)
-            ReleaseMutex(m_mutex.Get()); // cannot fail: this thread holds it
-    }
-    RunningMutex(const RunningMutex&) = delete;
-    RunningMutex& operator=(const RunningMutex&) = delete;
-
-    bool IsHeld() const { return m_fHeld; }
-
-  private:
-    KernelHandle m_mutex;
-    bool m_fHeld = false;
-};
 
 bool SignalReady(const std::wstring& strEvent)
 {
@@ -66,7 +41,7 @@ RunResult Run(const QueueManager& queueManager, const QueueManagerFiles& files, 
 {
     const RunObjectNames& names = queueManager.runObjects;
     const std::wstring strWho = L"Queue manager '" + queueManager.strName + L"' ";
-    RunObjectSecurity security;
+    SharedObjectSecurity security;
     // The events are there before the mutex is owned: whoever finds it running can ask it to end.
     const KernelHandle end(CreateEventW(security.Get(), FALSE, FALSE, names.strEnd.c_str()));
     const KernelHandle refused(end ? CreateEventW(security.Get(), FALSE, FALSE, names.strRefused.c_str())
@@ -75,8 +50,9 @@ RunResult Run(const QueueManager& queueManager, const QueueManagerFiles& files, 
     if (!refused)
         return Refuse(RUN_SYSTEM, strWho + L"cannot create its events: " + ErrorText(nError) +
                                       L"\nRun it as the user who ran it before, or elevated.");
-    const RunningMutex running(names.strRunning, security.Get());
-    if (!running.IsHeld())
+    const KernelHandle running(CreateMutexW(security.Get(), FALSE, names.strRunning.c_str()));
+    const HeldMutex held = AcquireMutex(running, ACQUIRE_TIMEOUT_MS);
+    if (!held)
         return Refuse(RUN_ALREADY_RUNNING, strWho + L"runs already.");
     ResetEvent(end.Get()); // a request that an earlier run did not live to see
 

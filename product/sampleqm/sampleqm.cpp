@@ -14,10 +14,6 @@
 #include "text.h"
 #include "tovxcs2.h"
 
-// The words reach the program as they were typed.
-extern "C" int _dowildcard;
-int _dowildcard = 0;
-
 namespace
 {
 enum ExitCode : int
@@ -77,6 +73,25 @@ bool ParseCount(const std::wstring& strText, unsigned& nCount)
     return true;
 }
 
+// Where a word's value goes, or the flag that it sets; both null for a word that is none.
+struct Meaning
+{
+    std::wstring* pValue = nullptr;
+    bool* pFlag = nullptr;
+};
+
+Meaning MeaningOf(const std::wstring& strWord, Words& parsed)
+{
+    const std::pair<std::wstring_view, Meaning> meanings[] = {
+        {L"/dd", {&parsed.strDataPrefix}},        {L"/ld", {&parsed.strLogParent}},
+        {L"/ready", {&parsed.strReadyEvent}},     {L"/files", {&parsed.strFiles}},
+        {L"/refuse", {nullptr, &parsed.fRefuse}}, {L"/multiinstance", {nullptr, &parsed.fMultiInstance}}};
+    for (const auto& [strName, meaning] : meanings)
+        if (strWord == strName)
+            return meaning;
+    return {};
+}
+
 bool Parse(const std::vector<std::wstring>& words, Words& parsed)
 {
     if (words.size() < 2)
@@ -85,19 +100,11 @@ bool Parse(const std::vector<std::wstring>& words, Words& parsed)
     parsed.strName = words[1];
     for (size_t n = 2; n < words.size(); ++n)
     {
-        const std::wstring& strWord = words[n];
-        std::wstring* const pValue = strWord == L"/dd"      ? &parsed.strDataPrefix
-                                     : strWord == L"/ld"    ? &parsed.strLogParent
-                                     : strWord == L"/ready" ? &parsed.strReadyEvent
-                                     : strWord == L"/files" ? &parsed.strFiles
-                                                            : nullptr;
-        bool* const pFlag = strWord == L"/multiinstance" ? &parsed.fMultiInstance
-                            : strWord == L"/refuse"      ? &parsed.fRefuse
-                                                         : nullptr;
-        if (pFlag != nullptr)
-            *pFlag = true;
-        else if (pValue != nullptr && n + 1 < words.size())
-            *pValue = words[++n];
+        const Meaning meaning = MeaningOf(words[n], parsed);
+        if (meaning.pFlag != nullptr)
+            *meaning.pFlag = true;
+        else if (meaning.pValue != nullptr && n + 1 < words.size())
+            *meaning.pValue = words[++n];
         else
             return false;
     }

@@ -1,12 +1,12 @@
 // Decides whether the user may administer the product. Must not say yes where the answer could not be found.
 #include <windows.h>
 
+#include "access.h"
 #include "returncodes.h"
 #include "tovxcs2.h"
 #include "trace.h"
 #include "volume.h"
 #include "workpath.h"
-#include "znmgroup.h"
 
 namespace
 {

@@ -10,11 +10,11 @@
 
 #include "funcnames.h"
 #include "owner.h"
-#include "recordfile.h"
 #include "returncodes.h"
 #include "text.h"
 #include "traceformat.h"
 #include "tovxcs2.h"
+#include "workfile.h"
 
 uint32_t xihTLSIndex = TlsAlloc(); // lives as long as the library
 XIH_PROCESS xihProcess = {};
@@ -114,7 +114,7 @@ void WriteTraceLine(uint32_t nDepth, const std::string& strText)
         strLine += "|  ";
     if (nDepth > MAX_INDENT)
         strLine += Format("(depth %u) ", nDepth);
-    WriteRecord(s_trace.file, strLine + strText + "\r\n"); // what cannot be written is lost
+    WriteWorkFile(s_trace.file, strLine + strText + "\r\n"); // what cannot be written is lost
 }
 
 void OperationTrace::Enter() noexcept
@@ -162,17 +162,17 @@ int32_t xtrEstablishTraceStatus()
     WithoutFailing([&] {
         const Lock lock(s_trace.lock);
         if (!s_trace.file)
-            s_trace.file = CreateRecordFile(L"trace", L".trc").file;
+            s_trace.file = CreateWorkFile(L"trace", L".trc").file;
         if (!s_trace.file)
             return;
         LARGE_INTEGER nFrequency = {};
         QueryPerformanceFrequency(&nFrequency);
         s_trace.nFrequency = nFrequency.QuadPart;
         s_trace.nStart = Now();
-        WriteRecord(s_trace.file,
-                    "Started " + UtcNow() + Format(", process %lu: ", GetCurrentProcessId()) +
-                        ToUtf8Line(GetCommandLineW()) +
-                        "\r\n     seconds  > entered, < left with its return code (time spent)\r\n");
+        WriteWorkFile(s_trace.file,
+                      "Started " + UtcNow() + Format(", process %lu: ", GetCurrentProcessId()) +
+                          ToUtf8Line(GetCommandLineW()) +
+                          "\r\n     seconds  > entered, < left with its return code (time spent)\r\n");
         xihProcess = {1, 1, 0};
         pState->area.fTraceActive = 1;
         pState->area.fDetailed = fDetail;

@@ -1,10 +1,8 @@
-// Makes files for the trace and for failure records. Must not overwrite anything, nor write outside the work
+// Makes files of the work path. Must not overwrite anything, nor write outside the work
 // path: the files hold what users typed, and the writer may have more rights than who laid a trap for it.
-#include "recordfile.h"
+#include "workfile.h"
 
 #include <aclapi.h>
-
-#include <algorithm>
 
 #include "text.h"
 #include "workpath.h"
@@ -17,29 +15,34 @@ std::wstring DirectoryPath(const wchar_t* pszDirectory)
     return strWorkPath.empty() ? L"" : strWorkPath + L"\\" + pszDirectory;
 }
 
+bool IsUser(PSID pSid)
+{
+    BOOL fMember = FALSE;
+    return CheckTokenMembership(nullptr, pSid, &fMember) && fMember;
+}
+
+// The work path's owner is trusted in any case: what is run and deleted stands in the files there.
+bool IsOwnerOfWorkPath(PSID pSid)
+{
+    PSID pOwner = nullptr;
+    LocalBlock descriptor;
+    return GetNamedSecurityInfoW(WorkPath().c_str(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &pOwner,
+                                 nullptr, nullptr, nullptr, descriptor.Out()) == ERROR_SUCCESS &&
+           pOwner != nullptr && EqualSid(pSid, pOwner);
+}
+
 // Whoever owns a directory can give himself every right to it. Only an administrator can make somebody else
 // its owner, or a group.
 bool IsTrustedOwner(HANDLE hDirectory)
 {
-    PSID pOwner = nullptr, pWorkPathOwner = nullptr;
-    PSECURITY_DESCRIPTOR pDescriptor = nullptr;
+    PSID pOwner = nullptr; // stays null on a volume that keeps none
+    LocalBlock descriptor;
     if (GetSecurityInfo(hDirectory, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &pOwner, nullptr, nullptr,
-                        nullptr, &pDescriptor) != ERROR_SUCCESS)
+                        nullptr, descriptor.Out()) != ERROR_SUCCESS ||
+        pOwner == nullptr)
         return false;
-    const LocalBlock owner(pDescriptor);
-    if (pOwner == nullptr) // as on a volume that keeps none
-        return false;
-    BOOL fOwn = FALSE;
-    if (IsWellKnownSid(pOwner, WinBuiltinAdministratorsSid) || IsWellKnownSid(pOwner, WinLocalSystemSid) ||
-        (CheckTokenMembership(nullptr, pOwner, &fOwn) && fOwn))
-        return true;
-    // The work path's owner is trusted in any case: what is run and deleted stands in the files there.
-    PSECURITY_DESCRIPTOR pWorkPathDescriptor = nullptr;
-    if (GetNamedSecurityInfoW(WorkPath().c_str(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &pWorkPathOwner,
-                              nullptr, nullptr, nullptr, &pWorkPathDescriptor) != ERROR_SUCCESS)
-        return false;
-    const LocalBlock workPathOwner(pWorkPathDescriptor);
-    return pWorkPathOwner != nullptr && EqualSid(pOwner, pWorkPathOwner);
+    return IsWellKnownSid(pOwner, WinBuiltinAdministratorsSid) || IsWellKnownSid(pOwner, WinLocalSystemSid) ||
+           IsUser(pOwner) || IsOwnerOfWorkPath(pOwner);
 }
 
 // Holds the directory, so that nobody can put another in its place meanwhile: only a handle that could list
@@ -60,7 +63,7 @@ FileHandle OpenDirectory(const std::wstring& strPath)
 }
 } // namespace
 
-RecordFile CreateRecordFile(const wchar_t* pszDirectory, const wchar_t* pszExtension)
+WorkFile CreateWorkFile(const wchar_t* pszDirectory, const wchar_t* pszExtension)
 {
     const std::wstring strPath = DirectoryPath(pszDirectory);
     if (strPath.empty())
@@ -69,7 +72,7 @@ RecordFile CreateRecordFile(const wchar_t* pszDirectory, const wchar_t* pszExten
     const FileHandle directory = OpenDirectory(strPath);
     if (!directory)
         return {};
-    // A process number comes again: its earlier bearer's files are passed over.
+    // Process numbers are reused: names that an earlier process took are skipped.
     constexpr int MAX_FILES_OF_PROCESS = 10'000;
     static int s_nNext = 0;
     for (; s_nNext < MAX_FILES_OF_PROCESS; ++s_nNext)
@@ -92,35 +95,7 @@ RecordFile CreateRecordFile(const wchar_t* pszDirectory, const wchar_t* pszExten
     return {};
 }
 
-void RemoveOldestRecords(const wchar_t* pszDirectory, const wchar_t* pszExtension, size_t nMaximum,
-                         const std::vector<std::wstring>& protectedNames)
-{
-    const std::wstring strPath = DirectoryPath(pszDirectory);
-    const FileHandle directory = OpenDirectory(strPath);
-    if (!directory)
-        return;
-    WIN32_FIND_DATAW data = {};
-    const FindHandle find(FindFirstFileW((strPath + L"\\ZN*" + pszExtension).c_str(), &data));
-    if (!find)
-        return;
-    size_t nFiles = 0;
-    std::vector<std::pair<uint64_t, std::wstring>> candidates; // time of the last change, name
-    do
-    {
-        if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
-            continue;
-        ++nFiles;
-        const FILETIME& time = data.ftLastWriteTime;
-        if (std::ranges::find(protectedNames, data.cFileName) == protectedNames.end())
-            candidates.emplace_back(uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime, data.cFileName);
-    } while (FindNextFileW(find.Get(), &data));
-    std::ranges::sort(candidates);
-    candidates.resize(std::min(candidates.size(), nFiles - std::min(nFiles, nMaximum)));
-    for (const auto& candidate : candidates)
-        DeleteFileW((strPath + L"\\" + candidate.second).c_str()); // what stays is tried again next time
-}
-
-bool WriteRecord(const FileHandle& file, const std::string& strText)
+bool WriteWorkFile(const FileHandle& file, const std::string& strText)
 {
     DWORD nWritten = 0;
     return WriteFile(file.Get(), strText.data(), static_cast<DWORD>(strText.size()), &nWritten, nullptr) &&

@@ -2,13 +2,9 @@
 // behind however it ends.
 #pragma once
 
-#include <windows.h>
-
 #include <optional>
 #include <string>
 #include <string_view>
-
-#include "owner.h"
 
 // Names of the objects, made of what identifies the queue manager on this machine.
 struct RunObjectNames
@@ -20,18 +16,6 @@ struct RunObjectNames
     std::wstring strRunning; // mutex, owned while the queue manager runs
     std::wstring strEnd;     // event: asks it to end
     std::wstring strRefused; // event: it will not
-};
-
-// Access for Administrators, the system and the product's group, to named objects that they share.
-class RunObjectSecurity
-{
-  public:
-    RunObjectSecurity();
-    SECURITY_ATTRIBUTES* Get() { return m_descriptor ? &m_attributes : nullptr; }
-
-  private:
-    LocalBlock m_descriptor;
-    SECURITY_ATTRIBUTES m_attributes = {};
 };
 
 // True when the queue manager runs, and also when that cannot be found out: its files are not touched then.

@@ -149,15 +149,14 @@ std::string Format(const char* pszFormat, ...)
 
 std::wstring ErrorText(unsigned long nError)
 {
-    wchar_t* pszText = nullptr;
+    LocalText text;
     const DWORD nLength =
         FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
                            FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK,
-                       nullptr, nError, 0, reinterpret_cast<wchar_t*>(&pszText), 0, nullptr);
-    const LocalBlock owner(pszText);
+                       nullptr, nError, 0, reinterpret_cast<wchar_t*>(text.Out()), 0, nullptr);
     std::wstring strResult = L"error " + std::to_wstring(nError);
     if (nLength > 0)
-        strResult += L": " + std::wstring(pszText, nLength);
+        strResult += L": " + std::wstring(text.Get(), nLength);
     while (!strResult.empty() && strResult.back() == L' ')
         strResult.pop_back();
     return strResult;

@@ -7,9 +7,7 @@
 
 #include <algorithm>
 
-#include "owner.h"
-#include "runobjects.h"
-#include "text.h"
+#include "access.h"
 
 namespace
 {
@@ -52,32 +50,21 @@ class WriterLock
   public:
     WriterLock()
     {
-        RunObjectSecurity security; // by default one administrator's lock would refuse the next one
+        SharedObjectSecurity security; // by default one administrator's lock would refuse the next one
         m_mutex = KernelHandle(CreateMutexW(security.Get(), FALSE, L"Global\\ZN.Configuration"));
-        const DWORD nError = Failure();
+        m_nError = m_mutex ? DWORD{ERROR_SUCCESS} : Failure();
         if (!m_mutex)
-        {
-            m_nError = nError;
             return;
-        }
-        const DWORD nWait = WaitForSingleObject(m_mutex.Get(), LOCK_TIMEOUT_MS);
-        m_fHeld = nWait == WAIT_OBJECT_0 || nWait == WAIT_ABANDONED; // a writer that died left the file whole
-        m_nError = m_fHeld ? ERROR_SUCCESS : ERROR_LOCK_VIOLATION;
+        m_held = AcquireMutex(m_mutex, LOCK_TIMEOUT_MS); // a writer that died left the file whole
+        if (!m_held)
+            m_nError = ERROR_LOCK_VIOLATION;
     }
-    ~WriterLock()
-    {
-        if (m_fHeld)
-            ReleaseMutex(m_mutex.Get()); // cannot fail: this thread holds it
-    }
-    WriterLock(const WriterLock&) = delete;
-    WriterLock& operator=(const WriterLock&) = delete;
-
     DWORD Error() const { return m_nError; }
 
   private:
     KernelHandle m_mutex;
-    bool m_fHeld = false;
-    DWORD m_nError = ERROR_SUCCESS;
+    HeldMutex m_held;
+    DWORD m_nError;
 };
 
 // A new file beside another one. It disappears with this object unless it has taken the other one's place.
@@ -99,17 +86,16 @@ class NewFile
     // list is then set as it stood, inherited entries and all.
     DWORD Create(const std::wstring& strBeside, DWORD nAttributes)
     {
-        PSECURITY_DESCRIPTOR pDescriptor = nullptr;
+        LocalBlock descriptor;
         const DWORD nResult =
             GetNamedSecurityInfoW(strBeside.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
-                                  nullptr, nullptr, nullptr, &pDescriptor);
-        const LocalBlock owner(pDescriptor);
+                                  nullptr, nullptr, nullptr, descriptor.Out());
         if (nResult != ERROR_SUCCESS)
             return nResult;
         SECURITY_DESCRIPTOR_CONTROL fControl = 0;
         DWORD nRevision = 0;
-        if (!GetSecurityDescriptorControl(pDescriptor, &fControl, &nRevision) ||
-            !SetSecurityDescriptorControl(pDescriptor, SE_DACL_PROTECTED, SE_DACL_PROTECTED))
+        if (!GetSecurityDescriptorControl(descriptor.Get(), &fControl, &nRevision) ||
+            !SetSecurityDescriptorControl(descriptor.Get(), SE_DACL_PROTECTED, SE_DACL_PROTECTED))
             return Failure();
 
         uint64_t nRandom = 0;
@@ -120,7 +106,7 @@ class NewFile
                   static_cast<unsigned>(nRandom));
         const std::wstring strPath = strBeside.substr(0, strBeside.find_last_of(L"\\/") + 1) + szName;
 
-        SECURITY_ATTRIBUTES attributes = {sizeof attributes, pDescriptor, FALSE};
+        SECURITY_ATTRIBUTES attributes = {sizeof attributes, descriptor.Get(), FALSE};
         FileHandle file(CreateFileW(strPath.c_str(), GENERIC_WRITE | WRITE_DAC, 0, &attributes, CREATE_NEW,
                                     nAttributes, nullptr));
         const DWORD nError = Failure();
@@ -133,8 +119,8 @@ class NewFile
             SE_DACL_PROTECTED | SE_DACL_AUTO_INHERITED | SE_DACL_AUTO_INHERIT_REQ;
         if (fControl & SE_DACL_AUTO_INHERITED)
             fControl |= SE_DACL_AUTO_INHERIT_REQ;
-        if (!SetSecurityDescriptorControl(pDescriptor, INHERITANCE, fControl & INHERITANCE) ||
-            !SetKernelObjectSecurity(m_file.Get(), DACL_SECURITY_INFORMATION, pDescriptor))
+        if (!SetSecurityDescriptorControl(descriptor.Get(), INHERITANCE, fControl & INHERITANCE) ||
+            !SetKernelObjectSecurity(m_file.Get(), DACL_SECURITY_INFORMATION, descriptor.Get()))
             return Failure();
         return ERROR_SUCCESS;
     }

@@ -1,6 +1,6 @@
 // Writes failure records, one small text file each. Must not fail its caller, and must not fill the disk: one
-// cause can meet every file, and the first records tell most of it. So a process keeps the first few of each
-// kind, and all processes together the newest 100.
+// cause can meet every file, and the first records tell most of it. So a process writes only the first few of
+// each kind. Nothing deletes records: they are the administrator's.
 #include <windows.h>
 
 #include <algorithm>
@@ -10,15 +10,14 @@
 #include <vector>
 
 #include "funcnames.h"
-#include "recordfile.h"
 #include "text.h"
 #include "tovxcs2.h"
 #include "trace.h"
+#include "workfile.h"
 
 namespace
 {
-constexpr size_t MAX_RECORDS = 100;           // of all processes
-constexpr size_t MAX_RECORDS_OF_PROCESS = 50; // it can never push out its own
+constexpr size_t MAX_RECORDS_OF_PROCESS = 50;
 constexpr size_t MAX_RECORDS_OF_KIND = 5;
 constexpr uint32_t SHOWN_HISTORY = 32;
 constexpr size_t MAX_INSERT = 16'384;
@@ -37,7 +36,6 @@ struct Written
 {
     SRWLOCK lock = SRWLOCK_INIT;
     std::vector<Kind> kinds; // one of each record
-    std::vector<std::wstring> names;
 };
 Written s_written;
 
@@ -195,15 +193,13 @@ std::string Record(const Kind& kind, int32_t nErrorCode, const XCS_INSERTS* pIns
     const std::string strRecord =
         Compose(kind, nErrorCode, pInserts, strSource, LastNote(nOfKind + 1, s_written.kinds.size() + 1));
     s_written.kinds.reserve(MAX_RECORDS_OF_PROCESS); // nothing may be short between here and the counting
-    s_written.names.reserve(MAX_RECORDS_OF_PROCESS);
-    RecordFile created = CreateRecordFile(L"errors", L".txt");
+    const WorkFile created = CreateWorkFile(L"errors", L".txt");
     if (!created.file)
         return "no failure record, its file could not be created";
-    const std::wstring& strName = s_written.names.emplace_back(std::move(created.strName));
     s_written.kinds.push_back(kind);
-    RemoveOldestRecords(L"errors", L".txt", MAX_RECORDS, s_written.names);
-    const bool fWhole = WriteRecord(created.file, strRecord);
-    return "failure record errors\\" + ToUtf8Line(strName) + (fWhole ? "" : ", which could not be written");
+    const bool fWhole = WriteWorkFile(created.file, strRecord);
+    return "failure record errors\\" + ToUtf8Line(created.strName) +
+           (fWhole ? "" : ", which could not be written");
 }
 } // namespace
 
