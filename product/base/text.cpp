@@ -53,27 +53,6 @@ std::optional<std::string> Encode(std::wstring_view text, UINT nCodePage)
     WideCharToMultiByte(nCodePage, fFlags, text.data(), nSize, strResult.data(), nLength, nullptr, nullptr);
     return strResult;
 }
-
-void AppendUtf8(std::string& strResult, unsigned nChar)
-{
-    auto put = [&strResult](unsigned n) { strResult += static_cast<char>(static_cast<unsigned char>(n)); };
-    if (nChar < 0x80)
-        return put(nChar);
-    if (nChar < 0x800)
-        put(0xC0 | (nChar >> 6));
-    else
-    {
-        if (nChar < 0x10000)
-            put(0xE0 | (nChar >> 12));
-        else
-        {
-            put(0xF0 | (nChar >> 18));
-            put(0x80 | ((nChar >> 12) & 0x3F));
-        }
-        put(0x80 | ((nChar >> 6) & 0x3F));
-    }
-    put(0x80 | (nChar & 0x3F));
-}
 } // namespace
 
 std::optional<std::wstring> Widen(std::string_view text)
@@ -106,45 +85,37 @@ std::wstring WidenForDisplay(std::string_view text)
 
 std::string ToUtf8Line(std::wstring_view text)
 {
-    std::string strResult;
-    strResult.reserve(text.size());
+    const auto isHalf = [text](size_t i, unsigned nHalf) {
+        return i < text.size() && (text[i] & 0xFC00u) == nHalf;
+    };
+    std::wstring strLine;
+    strLine.reserve(text.size());
+    const auto escape = [&strLine](const std::string& str) { strLine.append(str.begin(), str.end()); };
     for (size_t i = 0; i < text.size(); ++i)
     {
-        const unsigned nChar = text[i];
-        const bool fHigh = (nChar & 0xFC00) == 0xD800;
-        if (fHigh && i + 1 < text.size() && (text[i + 1] & 0xFC00) == 0xDC00)
-            AppendUtf8(strResult, 0x10000 + ((nChar & 0x3FF) << 10) + (text[++i] & 0x3FFu));
-        else if ((nChar & 0xF800) == 0xD800)
-            strResult += Format("\\u%04X", nChar);
-        else if (nChar == L'\n' || nChar == L'\r' || nChar == L'\t')
-            strResult += nChar == L'\n' ? "\\n" : nChar == L'\r' ? "\\r" : "\\t";
-        else if (nChar < 0x20 || nChar == 0x7F)
-            strResult += Format("\\x%02X", nChar);
+        const wchar_t ch = text[i];
+        if (isHalf(i, 0xD800) && isHalf(i + 1, 0xDC00))
+            strLine.append(text, i++, 2);
+        else if (isHalf(i, 0xD800) || isHalf(i, 0xDC00))
+            escape(Format("\\u%04X", ch));
+        else if (ch == L'\n' || ch == L'\r' || ch == L'\t')
+            strLine += ch == L'\n' ? L"\\n" : ch == L'\r' ? L"\\r" : L"\\t";
+        else if (ch < 0x20 || ch == 0x7F)
+            escape(Format("\\x%02X", ch));
         else
-            AppendUtf8(strResult, nChar);
+            strLine += ch;
     }
-    return strResult;
+    return Encode(strLine, CP_UTF8).value_or("");
 }
 
 std::string Format(const char* pszFormat, ...)
 {
+    char szBuffer[512];
     va_list args;
     va_start(args, pszFormat);
-    char szBuffer[512];
-    va_list again;
-    va_copy(again, args);
     const int nLength = __mingw_vsnprintf(szBuffer, sizeof szBuffer, pszFormat, args);
     va_end(args);
-    std::string strResult;
-    if (nLength >= 0 && static_cast<size_t>(nLength) < sizeof szBuffer)
-        strResult.assign(szBuffer, static_cast<size_t>(nLength));
-    else if (nLength >= 0)
-    {
-        strResult.resize(static_cast<size_t>(nLength));
-        __mingw_vsnprintf(strResult.data(), strResult.size() + 1, pszFormat, again);
-    }
-    va_end(again);
-    return strResult;
+    return nLength >= 0 ? szBuffer : "";
 }
 
 std::wstring ErrorText(unsigned long nError)

@@ -20,7 +20,7 @@ std::wstring WidenForDisplay(std::string_view text);
 // \uNNNN.
 std::string ToUtf8Line(std::wstring_view text);
 
-// Printf into a string, for plain narrow text of any length.
+// Printf into a string, for numbers and short names: at most 511 characters.
 [[gnu::format(gnu_printf, 1, 2)]] std::string Format(const char* pszFormat, ...);
 
 // printf of the system's words for an error code, "error 5: Access is denied.", in UTF-16.

@@ -64,7 +64,6 @@ void CommonServices::ReportFailure() const
                           "Check that this user can read zns.ini in the work path, which ZN_WORK_PATH or the "
                           "registry names.\n",
             static_cast<unsigned>(m_nResult));
-    fflush(stderr);
 }
 
 std::optional<QueueManager> FindQueueManager(const std::wstring& strName)

@@ -24,7 +24,8 @@ constexpr Entry CATALOGUE[] = {
 #include "znmfunctions.def"
 #undef ZNM_TRACED_FUNCTION
 };
-static_assert(std::ranges::is_sorted(CATALOGUE, {}, &Entry::nFunction));
+static_assert(std::ranges::adjacent_find(CATALOGUE, std::ranges::greater_equal(), &Entry::nFunction) ==
+              std::end(CATALOGUE)); // in order, no number twice
 
 struct ReturnCode
 {

@@ -6,7 +6,7 @@
 #include <windows.h>
 
 #include <cstdarg>
-#include <new>
+#include <memory>
 
 #include "funcnames.h"
 #include "owner.h"
@@ -70,13 +70,8 @@ ThreadState* CurrentThreadState()
 
 bool CreateThreadState()
 {
-    auto* const pState = new (std::nothrow) ThreadState();
-    if (pState == nullptr)
-        return false;
-    if (TlsSetValue(xihTLSIndex, pState))
-        return true;
-    delete pState;
-    return false;
+    auto pState = std::make_unique<ThreadState>();
+    return TlsSetValue(xihTLSIndex, pState.get()) && pState.release() != nullptr;
 }
 
 void DestroyThreadState()

@@ -21,7 +21,7 @@ struct ThreadState
 // The calling thread's state, or null before its initialisation.
 ThreadState* CurrentThreadState();
 
-// Gives the calling thread a zeroed state, or takes it away again. False when there is no memory for one.
+// Gives the calling thread a zeroed state, or takes it away again. False when the system has no room for it.
 bool CreateThreadState();
 void DestroyThreadState();
 

@@ -51,5 +51,4 @@ void zutDisplayCSPError(const XCS_CONNECTION*, int32_t nStatus, int32_t nReturnC
             "Ask for membership of the local group 'znm' or 'Administrators', sign in again, and run the "
             "command from an elevated command prompt.\n",
             UserName().sz, nCode, nStatus);
-    fflush(stderr);
 }

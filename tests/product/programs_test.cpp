@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 
+#include "hook.h"
 #include "installation.h"
 #include "owner.h"
 #include "sandbox.h"
@@ -19,25 +19,6 @@ namespace
 {
 using namespace std::string_literals;
 
-// Started with this variable, this program is the child, which tells by its exit code whether it got these
-// words.
-constexpr const wchar_t* CHILD = L"ZN_TEST_CHILD";
-const std::vector<std::string> WORDS = {"-w",     "QM1",   "a b",   "a\"b",   "\"",      "\\",
-                                        "\\\\",   "a\\",   "a b\\", "a\\\"b", "a\\\\\"", "\t",
-                                        "%PATH%", "&|<>^", "*",     "'",      "\xE4"};
-const struct Child
-{
-    Child()
-    {
-        if (GetEnvironmentVariableW(CHILD, nullptr, 0) == 0)
-            return;
-        int nWords = 0;
-        wchar_t** ppWords = CommandLineToArgvW(GetCommandLineW(), &nWords);
-        const auto isSame = [](const wchar_t* psz, const std::string& str) { return Narrow(psz) == str; };
-        std::_Exit(std::equal(ppWords + 1, ppWords + nWords, WORDS.begin(), WORDS.end(), isSame) ? 42 : 43);
-    }
-} s_child;
-
 int32_t Execute(const std::string& strProgram, const std::vector<std::string>& words, int32_t& nResult)
 {
     std::string strBlock = strProgram + '\0';
@@ -49,11 +30,20 @@ int32_t Execute(const std::string& strProgram, const std::vector<std::string>& w
 
 TEST(Program, HandsEveryWordOverAsItIs)
 {
-    SetEnvironmentVariableW(CHILD, L"1");
+    const std::vector<std::string> sent = {"a b", "a\"b",   "\"",      "\\",      "\\\\",
+                                           "a\\", "a b\\",  "a\\\"b",  "a\\\\\"", "\t",
+                                           "*",   "%PATH%", "&|<>^\'", "\xE4",    "-w"};
+    std::vector<std::string> arrived;
+    ImportHook<decltype(CreateProcessW)> hook("CreateProcessW", [&](auto, wchar_t* pszCommandLine, auto...) {
+        int nWords = 0;
+        const LocalBlock words(CommandLineToArgvW(pszCommandLine, &nWords));
+        for (int n = 1; n < nWords; ++n)
+            arrived.push_back(Narrow(static_cast<wchar_t**>(words.Get())[n]).value_or("?"));
+        return FALSE;
+    });
     int32_t nResult = 0;
-    EXPECT_EQ(Execute((ProgramFolder() / "product_test.exe").string(), WORDS, nResult), XCS_RC_OK);
-    SetEnvironmentVariableW(CHILD, nullptr);
-    EXPECT_EQ(nResult, 42);
+    EXPECT_EQ(Execute("C:\\a.exe", sent, nResult), XCS_RC_SYSTEM);
+    EXPECT_EQ(arrived, sent);
 }
 
 TEST(Program, RunsOnlyWhatIsNamedInFull)
@@ -61,14 +51,16 @@ TEST(Program, RunsOnlyWhatIsNamedInFull)
     const Sandbox sandbox;
     sandbox.Write("a.bat", "exit 0");
     sandbox.Write("b.exe", "no program");
+    const std::string strEndZnm = (ProgramFolder() / "endznm.exe").string();
     int32_t nResult = 77;
     for (const std::string& strProgram :
          {"cmd.exe"s, "\\windows\\system32\\cmd.exe"s, "C:cmd.exe"s, ""s, sandbox.Path("a.bat"),
           sandbox.Path("b.exe"), sandbox.Path("none.exe"), sandbox.Path("")})
         EXPECT_NE(Execute(strProgram, {"-w"}, nResult), XCS_RC_OK) << strProgram;
-    EXPECT_NE(Execute((ProgramFolder() / "endznm.exe").string(), {std::string(40'000, 'x')}, nResult),
-              XCS_RC_OK);
+    EXPECT_NE(Execute(strEndZnm, {std::string(40'000, 'x')}, nResult), XCS_RC_OK);
     EXPECT_EQ(nResult, 77);
+    EXPECT_EQ(Execute(strEndZnm, {"-w", "QM1", "a"}, nResult), XCS_RC_OK);
+    EXPECT_EQ(nResult, 1);
 }
 
 class SampleQueueManager : public testing::Test
@@ -76,7 +68,7 @@ class SampleQueueManager : public testing::Test
   protected:
     SampleQueueManager()
     {
-        EXPECT_EQ(SampleQm("create QM.1 /dd " + sandbox.Path("data\\") + " /ld " + sandbox.Path("log") +
+        EXPECT_EQ(SampleQm("create QM.1 /dd " + sandbox.Path("data\\") + " /ld " + sandbox.Path("log\\") +
                            " /files 60"),
                   0);
     }
@@ -99,6 +91,7 @@ class SampleQueueManager : public testing::Test
 
 TEST_F(SampleQueueManager, LivesEndsAndMissesItsFiles)
 {
+    EXPECT_TRUE(sandbox.Read("data/qmgrs/QM!1/qm.ini").ends_with("=" + sandbox.Path("log\\QM!1\\") + "\r\n"));
     EXPECT_EQ(SampleQm("start QM.1"), 0);
     EXPECT_TRUE(IsActive());
     for (const auto& strFile :
@@ -113,16 +106,29 @@ TEST_F(SampleQueueManager, LivesEndsAndMissesItsFiles)
     EXPECT_EQ(SampleQm("verify QM.1"), 2); // its qm.ini is gone
 }
 
+TEST_F(SampleQueueManager, ProgramsRefuseWhatTheyCannotDo)
+{
+    const std::string strName48(48, 'N'), strPlaces = " /files 0 /dd " + sandbox.Path("x") + " /ld ";
+    EXPECT_EQ(SampleQm("create " + strName48 + strPlaces + sandbox.Path("x")), 0);
+    EXPECT_EQ(SampleQm("create " + strName48 + "N" + strPlaces + sandbox.Path("y")), 1);
+    EXPECT_EQ(SampleQm("create QM2" + strPlaces + "log"), 1);
+    EXPECT_EQ(SampleQm("create QM.1" + strPlaces + sandbox.Path("y")), 2);
+    EXPECT_EQ(EndZnm("qm.1"), 2);
+    EXPECT_EQ(EndZnm("QM.1"), 3);
+    EXPECT_EQ(EndZnm("-x QM.1"), 1);
+    fs::remove(sandbox.root / "zns.ini");
+    EXPECT_EQ(EndZnm("QM.1"), 6);
+    EXPECT_EQ(SampleQm("verify QM.1"), 2);
+}
+
 TEST_F(SampleQueueManager, RefusesToEndWhenToldTo)
 {
     RefusingQueueManager refusing(L"QM.1");
     ASSERT_TRUE(refusing.fRuns);
     for (const char* pszOption : {"-w ", "-i ", "-p ", "-rp ", "-ri ", ""})
         EXPECT_EQ(EndZnm(pszOption + "QM.1"s), 4) << pszOption;
-    EXPECT_TRUE(IsActive());
     refusing.Kill();
     EXPECT_FALSE(IsActive());
-    EXPECT_EQ(EndZnm("QM.1"), 3);
     const std::string strWhole = sandbox.Read(strActivity);
     sandbox.Write(strActivity, strWhole + "00000009 half a rec"); // cut off by the crash
     EXPECT_EQ(SampleQm("start QM.1"), 0);
@@ -130,7 +136,7 @@ TEST_F(SampleQueueManager, RefusesToEndWhenToldTo)
     EXPECT_TRUE(sandbox.Read(strActivity).starts_with(strWhole));
 }
 
-TEST_F(SampleQueueManager, DoesNotStartWithDamagedOrMissingFiles)
+TEST_F(SampleQueueManager, DoesNotStartWithDamagedFiles)
 {
     const std::string strFile = "log/QM!1/file00001.rec", strRead = sandbox.Read(strFile);
     std::string strFlipped = strRead;
@@ -142,8 +148,6 @@ TEST_F(SampleQueueManager, DoesNotStartWithDamagedOrMissingFiles)
         sandbox.Write(strFile, strDamaged);
         EXPECT_EQ(SampleQm("start QM.1"), 3) << strDamaged;
     }
-    fs::remove(sandbox.root / strFile);
-    EXPECT_EQ(SampleQm("verify QM.1"), 3);
     sandbox.Write(strFile, strRead);
     EXPECT_EQ(SampleQm("verify QM.1"), 0);
     sandbox.Write("data/qmgrs/QM!1/manifest.rec", "");

@@ -106,15 +106,22 @@ TEST(Trace, TellsACallTreeAndSurvivesDamagedCounters)
                             "|  < CZNMFileSecurity::CZNMFileSecurity", "|  > component 42 function 99",
                             "|  < component 42 function 99 = 0"));
     EXPECT_THAT(TheFile(sandbox, "trace"), HasSubstr(" ms)"));
-    for (const uint32_t nDepth : {128u, 129u, 5000u, 0xFFFFFFFFu})
+    XTR_THREAD_AREA other = {};
+    for (XTR_THREAD_AREA* const pArea : {&other, static_cast<XTR_THREAD_AREA*>(nullptr)})
+    { // not the thread's own
+        xtr_FNC_entry(pArea, 42, 31);
+        xtr_FNC_retcode(pArea, 42, 31, 0);
+    }
+    for (const uint32_t nDepth : {64u, 65u, 128u, 129u, 5000u, 0xFFFFFFFFu})
     {
         Area()->nDepth = nDepth;
-        xtr_FNC_entry(Area(), 42, 31);
         xtr_FNC_retcode(Area(), 42, 31, 0);
-        xtr_FNC_entry(nullptr, 42, 31);
+        const std::string strDepth = "(depth " + std::to_string(nDepth) + ")"; // instead of more indentation
+        EXPECT_EQ(TheFile(sandbox, "trace").find(strDepth) != std::string::npos, nDepth > 64);
+        xtr_FNC_entry(Area(), 42, 31);
     }
     Area()->nDepth = 0;
-    EXPECT_THAT(Records(sandbox), SizeIs(7 + 4 * 2));
+    EXPECT_THAT(Records(sandbox), SizeIs(7 + 6 * 2));
 }
 
 TEST(Trace, TellsTheLibrarysOperationsAtTheirCallersDepth)
@@ -148,8 +155,8 @@ TEST(Trace, FormatsParametersWithoutLoss)
     const Sandbox sandbox;
     const Services services(L"detail");
     int nWritten = 77;
-    xtr_parms("%s|%S|%d|%u|%04x|%lld|%c", "\xE4", L"\x4F60\xD83D\xDE00", -1, 4294967295u, 0xAB, 1LL << 40,
-              'c');
+    xtr_parms("%s|%S|%d|%u|%04x|%lld|%I64d%c", "\xE4", L"\x4F60\xD83D\xDE00", -1, 4294967295u, 0xAB,
+              1LL << 40, 1LL << 40, 'c');
     xtr_parms("%S %S %s", L"\xD83D", nullptr, nullptr);
     xtr_parms("%S", L"a\nb\r\tc\x01");
     xtr_parms("%.2s|%.3S|%5d|%-5d|%.1f", "abc", L"defg", 7, 7, 1.25);
@@ -157,10 +164,11 @@ TEST(Trace, FormatsParametersWithoutLoss)
     xtr_parms("100%%%!q%", 0);
     xtr_FNC_text(42, 55, Area(), 0, "Queue manager is RUNNING 100%s");
     EXPECT_EQ(nWritten, 77);
-    EXPECT_THAT(Records(sandbox),
-                ElementsAre(". \xC3\xA4|\xE4\xBD\xA0\xF0\x9F\x98\x80|-1|4294967295|00ab|1099511627776|c",
-                            ". \\uD83D (null) (null)", ". a\\nb\\r\\tc\\x01", ". ab|def|    7|7    |1.2",
-                            ". %n5", ". 100%%!q%", "- Queue manager is RUNNING 100%s"));
+    EXPECT_THAT(
+        Records(sandbox),
+        ElementsAre(". \xC3\xA4|\xE4\xBD\xA0\xF0\x9F\x98\x80|-1|4294967295|00ab|1099511627776|1099511627776c",
+                    ". \\uD83D (null) (null)", ". a\\nb\\r\\tc\\x01", ". ab|def|    7|7    |1.2", ". %n5",
+                    ". 100%%!q%", "- Queue manager is RUNNING 100%s"));
     xtr_parms("%S", std::wstring(100'000, L'x').c_str());
     EXPECT_THAT(Records(sandbox).back(), SizeIs(2 + 16'384));
 }
@@ -168,6 +176,14 @@ TEST(Trace, FormatsParametersWithoutLoss)
 TEST(Trace, IsOffOrImpossibleWithoutFailingAnybody)
 {
     const Sandbox sandbox;
+    {
+        ImportHook<decltype(TlsSetValue)> hook("TlsSetValue", [](auto...) { return FALSE; });
+        XCS_CONNECTION connection;
+        EXPECT_EQ(xcsInitializeEx(48, 7, nullptr, nullptr, nullptr, nullptr, nullptr, &connection),
+                  XCS_RC_NO_MEMORY);
+        EXPECT_EQ(xtrEstablishTraceStatus(), XCS_RC_NOT_INITIALIZED);
+        xtr_FNC_retcode(nullptr, 42, 31, 0);
+    }
     for (const wchar_t* pszTrace : {L"", L"1", L"flowx"})
     {
         const Services services(pszTrace);
@@ -178,8 +194,8 @@ TEST(Trace, IsOffOrImpossibleWithoutFailingAnybody)
     sandbox.Write("trace", "a file in the way");
     const Services services(L"flow");
     EXPECT_NE(services.nEstablished, XCS_RC_OK);
+    EXPECT_EQ(Area()->fTraceActive | xihProcess.fTraceEnabled, 0u);
     XTR_THREAD_AREA* const pArea = Area();
-    EXPECT_EQ(pArea->fTraceActive | xihProcess.fTraceEnabled, 0u);
     SetLastError(1234); // the program may hand records over all the same, and has yet to read its error
     xtr_FNC_entry(pArea, 42, 179);
     xtr_parms("%d", 1);
@@ -260,14 +276,14 @@ TEST(FailureRecord, KeepsTheFirstOfAKindAndOfAProcess)
     EXPECT_THAT(records[4], HasSubstr(".txt: text"));
     EXPECT_EQ(records[5], "! no failure record, 5 of this function and probe are kept: text");
     EXPECT_EQ(records.back(), "! no failure record, 50 of this process are kept: text");
-    int nWritten = 0, nLast = 0;
+    ptrdiff_t nWritten = 0, nLast = 0;
     for (const auto& [strName, strRecord] : TakeSnapshot(sandbox.root / "errors"))
     {
         nWritten += strRecord.starts_with("Vantor ZN failure record\r\n");
         nLast += strRecord.find("More         not kept: ") != strRecord.npos; // of the kind, of the process
     }
-    EXPECT_EQ(nWritten, std::ranges::count_if(
-                            records, [](const auto& str) { return str.starts_with("! failure record "); }));
+    EXPECT_EQ(nWritten,
+              std::ranges::count_if(records, [](auto& str) { return str.starts_with("! failure record "); }));
     EXPECT_EQ(nLast, 2);
 }
 } // namespace
