@@ -1,5 +1,3 @@
-#include <random>
-
 #include "tracecapture.h"
 #include "znmapp.h"
 #include "znmcmdline.h"
@@ -45,6 +43,7 @@ TEST(CommandLine, IsValidExactlyWithThreePairs)
         {{L"/m", L"QM1", L"/dd", L"D:\\x", L"/ld"}, false, L"QM1|D:\\x|"},
         {{L"/m", L"QM1", L"/dd", L"D:\\x", L"/ld", L"E:\\y", L"/m"}, false, L"QM1|D:\\x|E:\\y"},
         {{L"/m", L"QM1", L"/dd", L"D:\\x", L"/x", L"E:\\y"}, false, L"QM1|D:\\x|"},
+        {{L"/x", L"/m", L"QM1", L"/dd", L"D:\\x", L"/ld"}, false, L"||"},
         {{}, false, L"||"}};
     const auto check = [](const std::vector<std::wstring>& words, bool fValid, const wchar_t* pszExpected) {
         Parse(words);
@@ -65,26 +64,29 @@ TEST(CommandLine, EveryWordIsTraced)
 {
     Capture capture;
     Parse({L"/m", L"QM1", L"/DD", L"D:/x\\", L"/ld", L"E:\\y", L"extra", L"/late"});
-    EXPECT_THAT(
-        capture.Only("#"),
-        ElementsAre(
-            "# 26 CZNMException::CZNMException() (nModuleName=181, nProbe=0, nSeverity = 2, lpszText = "
-            "(QueueManager flag caught))",
-            "# 181 ***CZNMException Caught***: (QueueManager flag caught)",
-            "# 181 QueueManager argument specified: 'QM1'",
-            testing::HasSubstr("lpszText = (Destination flag"),
-            "# 181 ***CZNMException Caught***: (Destination flag caught)",
-            "# 181 Destination argument specified: 'D:/x\\'",
-            "# 177 CZNMSCSApp::SetDataDest() (strDataDest = D:/x\\)", testing::_,
-            "# 181 ***CZNMException Caught***: (Log flag caught)", "# 181 Log argument specified: 'E:\\y'",
-            "# 178 CZNMSCSApp::SetLogDest() (strLogDest = E:\\y)", "# 181 No flag associated with argument",
-            testing::_, "# 181 ***CZNMException Caught***: Parameters already invalid"));
-    EXPECT_EQ(capture.Count("> 26"), 4);
-    EXPECT_EQ(capture.Count("< 27 0"), 4); // each was deleted
-
-    capture.lines.clear();
-    Parse({L"/M", L"/DD"});
-    EXPECT_TRUE(capture.Has("# 181 ***CZNMException Caught***: Invalid flag/argument pair specified"));
+    std::vector<std::string> lines = capture.Only("#");
+    std::erase_if(lines, [](const std::string& str) { return str.starts_with("# 26"); });
+    EXPECT_THAT(lines, ElementsAre("# 181 ***CZNMException Caught***: (QueueManager flag caught)",
+                                   "# 181 QueueManager argument specified: 'QM1'",
+                                   "# 181 ***CZNMException Caught***: (Destination flag caught)",
+                                   "# 181 Destination argument specified: 'D:/x\\'",
+                                   "# 177 CZNMSCSApp::SetDataDest() (strDataDest = D:/x\\)",
+                                   "# 181 ***CZNMException Caught***: (Log flag caught)",
+                                   "# 181 Log argument specified: 'E:\\y'",
+                                   "# 178 CZNMSCSApp::SetLogDest() (strLogDest = E:\\y)",
+                                   "# 181 No flag associated with argument",
+                                   "# 181 ***CZNMException Caught***: Parameters already invalid"));
+    EXPECT_EQ(capture.Count("# 26 CZNMException::CZNMException() (nModuleName=181, nProbe=0, nSeverity = 2, "
+                            "lpszText = (Log flag caught))"),
+              1);
+    EXPECT_EQ(capture.Count("< 27 0"), 4); // each exception was deleted
+    for (const auto& [pszWord, pszText] :
+         {std::pair{L"/DD", "Invalid flag/argument pair specified"}, {L"QM1", "(QueueManager flag caught)"}})
+    {
+        Parse({L"/M", pszWord});
+        EXPECT_TRUE(capture.Has(std::string("# 181 ***CZNMException Caught***: ") + pszText));
+        EXPECT_EQ(theApp.m_fParametersValid, pszWord[0] != L'/');
+    }
     Parse({L"/Xy%s%n%%"});
     EXPECT_TRUE(capture.Has("# 181 ***CZNMException Caught***: Invalid flag caught: 'Xy%s%n%'"));
 }
@@ -97,42 +99,4 @@ TEST(CommandLine, UnknownExceptionWritesARecordAndParsingGoesOn)
     Parse({L"/m", L"QM1"});
     EXPECT_TRUE(capture.Has("! 181/1 *** Unknown exception caught! ***"));
     EXPECT_EQ(theApp.m_nParameters, 2);
-}
-
-TEST(CommandLine, NoCommandLineDoesHarm)
-{
-    std::mt19937 random(1);
-    const std::wstring words[] = {L"/m",
-                                  L"-DD",
-                                  L"/ld",
-                                  L"QM1",
-                                  L"E:\\a",
-                                  L"/%s%n%s",
-                                  L"%n%n%1000000000d",
-                                  L"",
-                                  L"/",
-                                  L"-",
-                                  L"\xD800",
-                                  L"\xDC00/",
-                                  L"\u20AC\u4E2D",
-                                  L"\\\\?\\E:\\",
-                                  L"CON",
-                                  std::wstring(300, L'Q'),
-                                  std::wstring(1023, L'\\'),
-                                  std::wstring(1024, L'%'),
-                                  std::wstring(32767, L'/')};
-    int nValid = 0;
-    for (int i = 0; i < 10000; ++i)
-    {
-        std::vector<std::wstring> line(random() % 9);
-        for (std::wstring& str : line)
-            str = words[random() % std::size(words)];
-        Capture capture;
-        Parse(line);
-        ASSERT_EQ(theApp.m_nParameters, line.size());
-        ASSERT_EQ(capture.area.nDepth, 0u);
-        ASSERT_TRUE(capture.Only("!").empty());
-        nValid += IsValid();
-    }
-    EXPECT_GT(nValid, 0);
 }

@@ -1,69 +1,72 @@
-// Whether each console message of the shipped executable is there in each of its languages, keeps what must
-// not be translated, and can be written on that language's console without losing a character. Reads the
-// executable as data.
-#include <windows.h>
-
+// The console messages of the shipped executable: each is there in each language, keeps what must not be
+// translated and can be written on that language's console without losing a character; runs use the language
+// of the system.
 #include <algorithm>
 #include <regex>
 #include <set>
-#include <string>
 
 #include <gtest/gtest.h>
 
+#include "installation.h"
+#include "messages.h"
+
 namespace
 {
-constexpr LANGID k_nEnglish = 0x0409;
+constexpr LANGID ENGLISH = 0x0409;
 
 struct Language
 {
-    LANGID nId;
-    UINT nCodePage;
+    const char* pszLocale;
+    LANGID nTable;  // string table that is used
+    UINT nCodePage; // the console's
 };
 
-const Language k_languages[] = {{0x000A, 850}, {0x0404, 950}, {0x0405, 852}, {0x0407, 850}, {k_nEnglish, 437},
-                                {0x040C, 850}, {0x040E, 852}, {0x0410, 850}, {0x0411, 932}, {0x0412, 949},
-                                {0x0415, 852}, {0x0416, 850}, {0x0419, 866}, {0x0804, 936}};
+// A language without a table is served in English.
+const Language LANGUAGES[] = {
+    {"es_ES", 0x000A, 850}, {"zh_TW", 0x0404, 950}, {"cs_CZ", 0x0405, 852}, {"de_DE", 0x0407, 850},
+    {"en_US", 0x0409, 437}, {"fr_FR", 0x040C, 850}, {"hu_HU", 0x040E, 852}, {"it_IT", 0x0410, 850},
+    {"ja_JP", 0x0411, 932}, {"ko_KR", 0x0412, 949}, {"pl_PL", 0x0415, 852}, {"pt_BR", 0x0416, 850},
+    {"ru_RU", 0x0419, 866}, {"zh_CN", 0x0804, 936}, {"es_MX", 0x000A, 850}, {"sv_SE", ENGLISH, 850}};
 
-class Messages : public testing::Test
+HMODULE Program()
 {
-  protected:
-    // Looked for beside the test program first; loaded to the end of the test program.
-    const HMODULE m_hModule = LoadLibraryExW(L"tarvel.exe", nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    static const HMODULE s_hModule =
+        LoadLibraryExW((ProgramFolder() / "tarvel.exe").c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    return s_hModule;
+}
 
-    // Empty if the language does not have the message.
-    std::wstring Text(LANGID nLanguage, UINT nMessage) const
-    {
-        const HRSRC hBlock =
-            FindResourceExW(m_hModule, RT_STRING, MAKEINTRESOURCEW(nMessage / 16 + 1), nLanguage);
-        if (hBlock == nullptr)
-            return {};
-        auto* pEntry = static_cast<const wchar_t*>(LockResource(LoadResource(m_hModule, hBlock)));
-        const wchar_t* pEnd = pEntry + SizeofResource(m_hModule, hBlock) / sizeof(wchar_t);
-        for (UINT n = nMessage % 16; n > 0 && pEntry < pEnd; --n)
-            pEntry += 1 + *pEntry;
-        return pEntry < pEnd && pEntry + *pEntry < pEnd ? std::wstring(pEntry + 1, *pEntry) : std::wstring();
-    }
+// The text as its resource has it; empty if the language does not have the message.
+std::wstring Text(LANGID nLanguage, UINT nMessage)
+{
+    const HRSRC hBlock =
+        FindResourceExW(Program(), RT_STRING, MAKEINTRESOURCEW(nMessage / 16 + 1), nLanguage);
+    if (hBlock == nullptr)
+        return {};
+    auto* pEntry = static_cast<const wchar_t*>(LockResource(LoadResource(Program(), hBlock)));
+    for (UINT n = nMessage % 16; n > 0; --n)
+        pEntry += 1 + *pEntry;
+    return {pEntry + 1, *pEntry};
+}
 
-    // Every number of the two blocks of texts in every language, the absent ones included.
-    template <class Check>
-    void ForEachText(Check check) const
-    {
-        for (const Language& language : k_languages)
-            for (UINT nMessage = 16; nMessage < 48; ++nMessage)
-            {
-                SCOPED_TRACE(testing::Message()
-                             << std::hex << language.nId << std::dec << " message " << nMessage);
-                check(language, nMessage);
-            }
-    }
-};
+// Every number of the two blocks of texts in every language, the absent ones included.
+template <class Check>
+void ForEachText(Check check)
+{
+    for (const Language& language : LANGUAGES)
+        for (UINT nMessage = 16; nMessage < 48; ++nMessage)
+        {
+            SCOPED_TRACE(testing::Message() << language.pszLocale << " message " << nMessage);
+            check(language, nMessage);
+        }
+}
+} // namespace
 
 // A missing language would not be noticed by looking texts up: Windows may give another language's instead.
-TEST_F(Messages, ExistInExactlyTheseLanguages)
+TEST(Messages, ExistInExactlyTheseLanguages)
 {
     std::set<LANGID> wanted;
-    for (const auto& language : k_languages)
-        wanted.insert(language.nId);
+    for (const Language& language : LANGUAGES)
+        wanted.insert(language.nTable);
     for (const UINT nBlock : {2U, 3U})
     {
         std::set<LANGID> found;
@@ -71,16 +74,16 @@ TEST_F(Messages, ExistInExactlyTheseLanguages)
             reinterpret_cast<std::set<LANGID>*>(pFound)->insert(nLanguage);
             return TRUE;
         };
-        EnumResourceLanguagesW(m_hModule, RT_STRING, MAKEINTRESOURCEW(nBlock), insert,
+        EnumResourceLanguagesW(Program(), RT_STRING, MAKEINTRESOURCEW(nBlock), insert,
                                reinterpret_cast<LONG_PTR>(&found));
         EXPECT_EQ(found, wanted) << "block " << nBlock;
     }
 }
 
-TEST_F(Messages, SurviveTheConsolesCodePage)
+TEST(Messages, SurviveTheConsolesCodePage)
 {
-    ForEachText([this](const Language& language, UINT nMessage) {
-        const std::wstring strText = Text(language.nId, nMessage);
+    ForEachText([](const Language& language, UINT nMessage) {
+        const std::wstring strText = Text(language.nTable, nMessage);
         ASSERT_EQ(strText.empty(), nMessage < 20 || (nMessage > 20 && nMessage < 30));
         // A call that fails, a text longer than the console routine's buffer say, shows as a difference.
         char szBytes[2048] = {};
@@ -94,23 +97,59 @@ TEST_F(Messages, SurviveTheConsolesCodePage)
     });
 }
 
-TEST_F(Messages, AreTranslatedAndKeepTheirFixedParts)
+TEST(Messages, AreTranslatedAndKeepTheirFixedParts)
 {
-    std::set<std::pair<LANGID, std::wstring>> texts;
+    std::set<std::pair<std::string, std::wstring>> texts;
     ForEachText([&](const Language& language, UINT nMessage) {
-        const std::wstring strText = Text(language.nId, nMessage);
-        const std::wstring strEnglish = Text(k_nEnglish, nMessage);
+        const std::wstring strText = Text(language.nTable, nMessage), strEnglish = Text(ENGLISH, nMessage);
         if (strEnglish.empty())
             return;
-        EXPECT_TRUE(texts.emplace(language.nId, strText).second) << "another message's text";
-        EXPECT_EQ(strText == strEnglish, language.nId == k_nEnglish);
+        EXPECT_TRUE(texts.emplace(language.pszLocale, strText).second) << "another message's text";
+        EXPECT_EQ(strText == strEnglish, language.nTable == ENGLISH);
         EXPECT_EQ(std::ranges::count(strText, L'\n'), std::ranges::count(strEnglish, L'\n'));
         for (const wchar_t* pszName : {L"Vantor ZN", L"MSCS", L"COM", L"MFC"})
             EXPECT_EQ(strText.find(pszName) == std::wstring::npos,
                       strEnglish.find(pszName) == std::wstring::npos);
         // The operands are words of the language, but one word each.
         const std::wregex usage(L"[^ ]+ ?: ?tarvel /m [^ /-]+ /dd [^ /-]+ /ld [^ /-]+");
-        EXPECT_EQ(std::regex_match(strText, usage), nMessage == 20);
+        EXPECT_EQ(std::regex_match(strText, usage), nMessage == IDS_USAGE);
     });
 }
-} // namespace
+
+// ctest runs this once for each language, which LC_ALL sets on the test platform, and once without. Windows
+// ignores that variable: there the machine's own language is tested.
+TEST(Languages, RunsSpeakTheLanguageOfTheSystemInTheConsolesBytes)
+{
+    wchar_t szName[LOCALE_NAME_MAX_LENGTH] = {};
+    LCIDToLocaleName(GetUserDefaultUILanguage(), szName, LOCALE_NAME_MAX_LENGTH, 0);
+    std::string strSystem = fs::path(szName).string();
+    std::ranges::replace(strSystem, '-', '_');
+    const auto find = [](const std::string& strLocale) {
+        return std::ranges::find_if(
+            LANGUAGES, [&](const Language& language) { return strLocale.starts_with(language.pszLocale); });
+    };
+    const char* const pszWanted = std::getenv("LC_ALL");
+    const auto* pLanguage = find(pszWanted != nullptr ? pszWanted : "");
+    const bool fWine = GetProcAddress(GetModuleHandleW(L"ntdll"), "wine_get_version") != nullptr;
+    if (pLanguage == std::end(LANGUAGES))
+        pLanguage = find(strSystem);
+    else if (fWine)
+        EXPECT_EQ(GetOEMCP(), pLanguage->nCodePage);
+    else if (strSystem != pLanguage->pszLocale)
+        GTEST_SKIP() << "this machine speaks " << strSystem << ", not " << pszWanted;
+    if (pLanguage == std::end(LANGUAGES))
+        GTEST_SKIP() << "no table has the language of this machine, " << strSystem;
+    const auto line = [&](UINT nMessage) {
+        const std::wstring strText = Text(pLanguage->nTable, nMessage) + L"\r\n";
+        std::string strBytes(1000, '\0');
+        strBytes.resize(WideCharToMultiByte(CP_OEMCP, 0, strText.data(), static_cast<int>(strText.size()),
+                                            strBytes.data(), 1000, nullptr, nullptr));
+        return strBytes;
+    };
+    Installation zn;
+    const RunResult usage = zn.Run(L"");
+    EXPECT_EQ(usage.nStatus, 0xFFFFFFFF);
+    EXPECT_EQ(usage.strOut, "");
+    EXPECT_EQ(usage.strErr, line(IDS_USAGE));
+    EXPECT_EQ(zn.Run(L"/m QM9 /dd E:\\data /ld F:\\log").strErr, line(IDS_QM_NOT_FOUND) + line(IDS_USAGE));
+}

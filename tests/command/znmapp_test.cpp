@@ -1,0 +1,33 @@
+#include <gtest/gtest.h>
+
+#include "znmapp.h"
+
+namespace
+{
+struct App : CZNMSCSApp
+{
+    using CZNMSCSApp::GetMessageMap;
+};
+} // namespace
+
+TEST(App, KeepsWhatTheFrameworkDoes)
+{
+    App app;
+    EXPECT_EQ(app.InitInstance(), TRUE);
+    EXPECT_EQ(app.ExitInstance(), 0);
+    EXPECT_STREQ(app.GetRuntimeClass()->m_lpszClassName, "CObject");
+    // The map has no entries; it leads to the base class's, which is the last.
+    EXPECT_EQ(app.GetMessageMap()->pfnGetBaseMap()->pfnGetBaseMap, nullptr);
+}
+
+TEST(App, StoresDestinationsNormalised)
+{
+    for (const auto& [psz, pszExpected] :
+         {std::pair{L"D:/x//", L"D:\\x"}, {L"\\", L""}, {L"D:\\a\\b", L"D:\\a\\b"}})
+    {
+        theApp.SetDataDest(psz);
+        theApp.SetLogDest(psz);
+        EXPECT_STREQ(theApp.m_strDataDest, pszExpected);
+        EXPECT_STREQ(theApp.m_strLogDest, pszExpected);
+    }
+}
