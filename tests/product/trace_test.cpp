@@ -16,12 +16,7 @@
 
 namespace
 {
-using testing::AllOf;
-using testing::Each;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::SizeIs;
-using testing::StartsWith;
+using namespace testing;
 
 XTR_THREAD_AREA* Area()
 {
@@ -236,32 +231,35 @@ TEST(FailureRecord, TellsWhatHappenedAndWhatLedToIt)
                 HasSubstr(".txt: Error 5 setting file security on 'E:\\\xC3\xA4'"));
 }
 
-// A directory that leads elsewhere, or that somebody else may change: no record.
+// A directory that leads elsewhere, or whose owner is a stranger or nobody: no record.
 TEST(FailureRecord, IsGivenUpWhereItMustNotBeWritten)
 {
     const Sandbox sandbox;
     const Services services(L"flow");
+    const struct
     {
-        ImportHook<decltype(GetFileInformationByHandle)> hook(
-            "GetFileInformationByHandle", [](HANDLE, BY_HANDLE_FILE_INFORMATION* p) {
-                p->dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
-                return TRUE;
-            });
-        Report("text", 1);
-    }
-    for (const wchar_t* pszOwner : {L"O:S-1-5-21-1-2-3-1001", L"D:"})
-    { // a stranger's, nobody's
-        ImportHook<decltype(GetSecurityInfo)> hook(
-            "GetSecurityInfo", [&](auto, auto, auto, PSID* pp, auto, auto, auto, auto* ppsd) {
+        DWORD nAttributes;
+        const wchar_t* pszDescriptor;
+    } cases[] = {{FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT, L"O:BA"},
+                 {FILE_ATTRIBUTE_NORMAL, L"O:BA"},
+                 {FILE_ATTRIBUTE_DIRECTORY, L"O:S-1-5-21-1-2-3-1001"},
+                 {FILE_ATTRIBUTE_DIRECTORY, L"D:"}};
+    for (const auto& c : cases)
+    {
+        ImportHook<decltype(GetFileInformationByHandle)> attributes(
+            "GetFileInformationByHandle",
+            [&](auto, auto* p) { return p->dwFileAttributes = c.nAttributes, TRUE; });
+        ImportHook<decltype(GetSecurityInfo)> owner(
+            "GetSecurityInfo", [&](auto, auto, auto, PSID* pp, auto, auto, auto, auto* ppsd) -> DWORD {
                 BOOL fDefaulted = FALSE;
-                ConvertStringSecurityDescriptorToSecurityDescriptorW(pszOwner, 1, ppsd, nullptr);
-                return GetSecurityDescriptorOwner(*ppsd, pp, &fDefaulted) ? 0 : GetLastError();
+                ConvertStringSecurityDescriptorToSecurityDescriptorW(c.pszDescriptor, 1, ppsd, nullptr);
+                return !GetSecurityDescriptorOwner(*ppsd, pp, &fDefaulted);
             });
         Report("text", 1);
     }
     EXPECT_THAT(sandbox.Names("errors"), SizeIs(0));
     EXPECT_THAT(Records(sandbox),
-                AllOf(SizeIs(3), Each("! no failure record, its file could not be created: text")));
+                AllOf(SizeIs(4), Each("! no failure record, its file could not be created: text")));
 }
 
 // The last test: what a process has written counts until it ends.
