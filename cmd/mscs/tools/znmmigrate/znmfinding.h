@@ -33,7 +33,7 @@ const char* ZNFindingText(ZN_FINDING eFinding);
 
 struct ZNFinding
 {
-    ZN_FINDING eFinding;
+    ZN_FINDING eFinding = {};
     CString strPath;
     DWORD nError = 0; // the system's error code where a call failed
 };

@@ -17,7 +17,7 @@ class CZNDirectoryIdentity
     // others; nError is then the system's error code.
     static std::optional<CZNDirectoryIdentity> Of(const wchar_t* pszDir, DWORD& nError);
 
-    bool operator==(const CZNDirectoryIdentity& other) const { return (*this <=> other) == 0; }
+    bool operator==(const CZNDirectoryIdentity& other) const { return std::is_eq(*this <=> other); }
     std::weak_ordering operator<=>(const CZNDirectoryIdentity& other) const;
 
   private:

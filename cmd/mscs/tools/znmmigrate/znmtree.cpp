@@ -153,7 +153,7 @@ void CZNTree::Search::Add(Directory& listed, const CString& strDir, WIN32_FIND_D
 {
     if (IsDirectory(entry.dwFileAttributes))
     {
-        listed.directories.emplace_back(entry.cFileName, Directory());
+        listed.directories.push_back({entry.cFileName, {}});
         return;
     }
     const bool fLink = IsFileLink(entry);
@@ -171,7 +171,7 @@ void CZNTree::Directory::Sort()
         return IsNameLess(NameOf(left), NameOf(right));
     };
     const auto isDirectoryLess = [](const auto& left, const auto& right) {
-        return IsNameLess(left.first.c_str(), right.first.c_str());
+        return IsNameLess(left.strName.c_str(), right.strName.c_str());
     };
     if (!std::ranges::is_sorted(files, isFileLess))
         std::ranges::sort(files, isFileLess);
@@ -294,7 +294,7 @@ class CZNTree::Comparison : public Search
     {
         const auto hasDirectory = [](const Directory& directory, const wchar_t* pszName) {
             return std::ranges::any_of(directory.directories, [&](const auto& subdirectory) {
-                return CompareNames(subdirectory.first.c_str(), pszName) == 0;
+                return CompareNames(subdirectory.strName.c_str(), pszName) == 0;
             });
         };
         const auto hasFile = [](const Directory& directory, const wchar_t* pszName) {
@@ -321,15 +321,15 @@ class CZNTree::Comparison : public Search
             },
             reportAppeared);
 
-        const auto nameOfDirectory = [](const auto& subdirectory) { return subdirectory.first.c_str(); };
+        const auto nameOfDirectory = [](const auto& subdirectory) { return subdirectory.strName.c_str(); };
         Match(
             remembered.directories, now.directories, nameOfDirectory, nameOfDirectory,
             [&](const auto& subdirectory, const auto& subdirectoryNow) {
-                Compare(subdirectory.second, PathBelow(strDir, subdirectoryNow.first.c_str()));
+                Compare(subdirectory.directory, PathBelow(strDir, subdirectoryNow.strName.c_str()));
             },
             [&](const auto& subdirectory) {
-                if (!IsExpectedGone(subdirectory.second))
-                    reportMissing(hasFile(now, subdirectory.first.c_str()), subdirectory.first.c_str());
+                if (!IsExpectedGone(subdirectory.directory))
+                    reportMissing(hasFile(now, subdirectory.strName.c_str()), subdirectory.strName.c_str());
             },
             reportAppeared);
     }

@@ -58,15 +58,21 @@ class CZNTree
         uint32_t nName;      // index of its first character in the directory's names
         uint32_t fLink;      // a link; size and time are those of the file that it leads to
     };
+    struct Subdirectory;
     struct Directory
     {
         std::wstring strNames; // of the files, each with its terminator
         std::vector<File> files;
-        std::vector<std::pair<std::wstring, Directory>> directories;
+        std::vector<Subdirectory> directories;
         bool fInOtherTree = false;
 
         const wchar_t* NameOf(const File& file) const { return strNames.c_str() + file.nName; }
         void Sort();
+    };
+    struct Subdirectory
+    {
+        std::wstring strName;
+        Directory directory;
     };
     class Search;
     class Memory;
