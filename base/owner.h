@@ -35,6 +35,9 @@ class Owner
         return &m_owned;
     }
 
+    // Hands over what is owned: giving it back is the caller's then.
+    Type Release() noexcept { return std::exchange(m_owned, Kind::Nothing()); }
+
     // Gives it back now; a second call does nothing.
     void Close() noexcept
     {

@@ -110,7 +110,7 @@ TEST(FileSecurity, AccessListsAreMergedOrReplaced)
     } cases[] = {
         // An account that has an entry has access enough, whatever the entry allows. A denial does not count.
         {false, false, nullptr, ANY, ""},
-        {true, false, nullptr, ANY, ""},
+        {true, false, nullptr, "(D;;GA;;;BU)" + ANY, ""},
         {false, false, L"u", ANY + "(A;;FR;;;AN)", ""},
         {false, false, L"u", "(A;;GR;;;SY)(A;;GR;;;BA)(A;;GR;;;ED)(D;;GR;;;AN)", F + USER},
         {false, false, nullptr, OTHER, OTHER + F},

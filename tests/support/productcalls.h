@@ -24,7 +24,7 @@ struct ProductCalls : TempDir
     ptrdiff_t Count(const std::string& strCall) const { return std::ranges::count(calls, strCall); }
 
     std::vector<std::string> calls; // function, texts, numbers and null pointers; other pointers are left out
-    std::map<std::string, int32_t> results; // of functions that are not to be called
+    std::map<std::string, int32_t> results; // of calls, or functions, that the library is not to see
 
   private:
     static std::string Word(const char* psz) { return psz != nullptr ? std::string(" ") + psz : " null"; }
@@ -35,8 +35,11 @@ struct ProductCalls : TempDir
     template <class Hook, class... Args>
     int32_t Pass(const char* pszFunction, const Hook& hook, Args... args)
     {
-        calls.push_back((pszFunction + ... + Word(args)));
-        return results.contains(pszFunction) ? results[pszFunction] : hook.Real(args...);
+        const std::string& strCall = calls.emplace_back((pszFunction + ... + Word(args)));
+        for (const std::string& strKey : {strCall, std::string(pszFunction)})
+            if (results.contains(strKey))
+                return results[strKey];
+        return hook.Real(args...);
     }
 #define NOTE(function)                                                                                       \
     ImportHook<decltype(function), ProductCalls> m_##function                                                \

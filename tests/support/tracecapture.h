@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,20 +21,6 @@ class Capture
 {
   public:
     Capture()
-        : m_entry("xtr_FNC_entry", [this](auto*, int, int f) { Add("> " + std::to_string(f)); }),
-          m_retcode("xtr_FNC_retcode",
-                    [this](auto*, int, int f, int rc) {
-                        Add("< " + std::to_string(f) + " " + std::to_string(rc));
-                    }),
-          m_text("xtr_FNC_text", [this](int, int f, auto*, int,
-                                        const char* psz) { Add("- " + std::to_string(f) + " " + psz); }),
-          m_record("xcsVORTFn",
-                   [this](int, int f, int probe, int, const XCS_INSERTS* p, void*, void*, void*) {
-                       const char* pszText = p->apszText[0];
-                       Add("! " + std::to_string(f) + "/" + std::to_string(probe) + " " +
-                           (pszText != nullptr ? pszText : "(null)"));
-                   }),
-          m_ppParms(FindImportSlot("xtr_parms")), m_pRealParms(*m_ppParms)
     {
         s_pThis = this;
         WriteImportSlot(m_ppParms, reinterpret_cast<void*>(&Parms));
@@ -67,7 +52,6 @@ class Capture
     }
 
     std::vector<std::string> lines;
-    std::vector<std::string> formats; // of xtr_parms, as they came
     XTR_THREAD_AREA area = {};
 
   private:
@@ -80,18 +64,27 @@ class Capture
         va_start(args, pszFormat);
         _vsnprintf(szText, sizeof szText, pszFormat, args);
         va_end(args);
-        s_pThis->formats.push_back(pszFormat);
         s_pThis->Add("# " + std::to_string(s_pThis->area.nCurrentFunction >> 16) + " " + szText);
     }
 
     static inline Capture* s_pThis = nullptr;
-    ImportHook<decltype(xtr_FNC_entry), struct EntryTag> m_entry;
-    ImportHook<decltype(xtr_FNC_retcode), struct RetcodeTag> m_retcode;
-    ImportHook<decltype(xtr_FNC_text), struct TextTag> m_text;
-    ImportHook<decltype(xcsVORTFn), struct RecordTag> m_record;
+    ImportHook<decltype(xtr_FNC_entry), Capture> m_entry{
+        "xtr_FNC_entry", [this](auto*, int, int f) { Add("> " + std::to_string(f)); }};
+    ImportHook<decltype(xtr_FNC_retcode), Capture> m_retcode{
+        "xtr_FNC_retcode",
+        [this](auto*, int, int f, int rc) { Add("< " + std::to_string(f) + " " + std::to_string(rc)); }};
+    ImportHook<decltype(xtr_FNC_text), Capture> m_text{
+        "xtr_FNC_text",
+        [this](int, int f, auto*, int, const char* psz) { Add("- " + std::to_string(f) + " " + psz); }};
+    ImportHook<decltype(xcsVORTFn), Capture> m_record{
+        "xcsVORTFn", [this](int, int f, int probe, int, const XCS_INSERTS* p, auto...) {
+            const char* const psz = p->apszText[0] != nullptr ? p->apszText[0] : "(null)";
+            Add("! " + std::to_string(f) + "/" + std::to_string(probe) + " " + psz);
+        }};
     // The library keeps more about a thread than the area, which here is the test's.
-    ImportHook<decltype(xcsSaveFileContextSccsId), struct ContextTag> m_context{"xcsSaveFileContextSccsId",
-                                                                                [](auto...) {}};
-    void** m_ppParms;
-    void* m_pRealParms;
+    ImportHook<decltype(xcsSaveFileContextSccsId), Capture> m_context{"xcsSaveFileContextSccsId",
+                                                                      [](auto...) {}};
+    // A hook cannot take any number of arguments.
+    void** const m_ppParms = FindImportSlot("xtr_parms");
+    void* const m_pRealParms = *m_ppParms;
 };

@@ -83,10 +83,10 @@ template <class Visit>
 BOOL VisitEntries(const Search& search, const wchar_t* pszPattern, const wchar_t* pszReported, Visit visit)
 {
     WIN32_FIND_DATAW entry = {};
-    const CZNMFindHandle find(
+    const FindHandle find(
         FindFirstFileExW(pszPattern, FindExInfoStandard, &entry, search.eOperation, nullptr, 0));
     const DWORD nError = GetLastError();
-    if (!find.IsOpen())
+    if (!find)
     {
         if (IsNothingFound(nError))
             return TRUE;
@@ -154,9 +154,9 @@ struct CZNMFileSecurity::World
 // The access list of an object before the change.
 struct CZNMFileSecurity::AccessList
 {
-    CZNMLocalBlock pDescriptor; // owns what pDacl points to
-    PACL pDacl = nullptr;       // null: nothing to merge with
-    uint32_t fSids = 0;         // SIDs that the list allows something
+    LocalBlock descriptor; // owns what pDacl points to
+    PACL pDacl = nullptr;  // null: nothing to merge with
+    uint32_t fSids = 0;    // SIDs that the list allows something
 };
 
 CZNMFileSecurity::CZNMFileSecurity(const wchar_t* pszUser) : m_strUser(pszUser)
@@ -243,18 +243,18 @@ BOOL CZNMFileSecurity::ChangeSecurity(const CZNMTrace& trace, const Variant& var
     if (!fSuccess || fAlreadyHasAccess)
         return fSuccess;
 
-    const CZNMLocalBlock pNewDacl = BuildAccessList(trace, variant, pszPath, world, old);
-    return pNewDacl && WriteAccessList(trace, variant, pszPath, static_cast<PACL>(pNewDacl.get()));
+    const LocalAcl newDacl = BuildAccessList(trace, variant, pszPath, world, old);
+    return newDacl && WriteAccessList(trace, variant, pszPath, newDacl.Get());
 }
 
 // Makes each SID that an access list needs. Returns true if all of them exist.
 bool CZNMFileSecurity::CreateSids()
 {
-    CreateSystemSid(m_pSystemSid.get());
-    CreateWorldSid(m_pWorldSid.get());
-    CreateAdminSid(m_pAdminSid.get());
-    CreateZnmSid(m_pZnmSid.get());
-    CreateUserSid(m_pUserSid.get(), m_strUser);
+    CreateSystemSid(m_pSystemSid.Get());
+    CreateWorldSid(m_pWorldSid.Get());
+    CreateAdminSid(m_pAdminSid.Get());
+    CreateZnmSid(m_pZnmSid.Get());
+    CreateUserSid(m_pUserSid.Get(), m_strUser);
     return m_pWorldSid && m_pAdminSid && m_pZnmSid && m_pSystemSid && (m_pUserSid || m_strUser.IsEmpty());
 }
 
@@ -270,10 +270,8 @@ BOOL CZNMFileSecurity::ReadAccessList(const CZNMTrace& trace, const Variant& var
                                       AccessList& list)
 {
     PACL pDacl = nullptr;
-    PSECURITY_DESCRIPTOR pDescriptor = nullptr;
     const DWORD nResult = GetFileSecurityInfo(pszPath, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
-                                              nullptr, &pDacl, nullptr, &pDescriptor);
-    list.pDescriptor.reset(pDescriptor);
+                                              nullptr, &pDacl, nullptr, list.descriptor.Out());
     if (nResult == ERROR_SUCCESS)
     {
         trace.Text("Retrieved named security information!");
@@ -322,21 +320,21 @@ uint32_t CZNMFileSecurity::ScanAccessList(const CZNMTrace& trace, const Variant&
 // Returns the SID_... value of a SID, or 0 for the SID of another account.
 uint32_t CZNMFileSecurity::KindOf(PSID pSid) const
 {
-    if (EqualSid(pSid, m_pAdminSid.get()))
+    if (EqualSid(pSid, m_pAdminSid.Get()))
         return SID_ADMIN;
-    if (EqualSid(pSid, m_pSystemSid.get()))
+    if (EqualSid(pSid, m_pSystemSid.Get()))
         return SID_SYSTEM;
-    if (EqualSid(pSid, m_pWorldSid.get()))
+    if (EqualSid(pSid, m_pWorldSid.Get()))
         return SID_WORLD;
-    if (EqualSid(pSid, m_pZnmSid.get()))
+    if (EqualSid(pSid, m_pZnmSid.Get()))
         return SID_ZNM;
-    return m_pUserSid && EqualSid(pSid, m_pUserSid.get()) ? SID_USER : 0;
+    return m_pUserSid && EqualSid(pSid, m_pUserSid.Get()) ? SID_USER : 0;
 }
 
 // Returns the new access list, or null after a failure, which is recorded.
-CZNMLocalBlock CZNMFileSecurity::BuildAccessList(const CZNMTrace& trace, const Variant& variant,
-                                                 const wchar_t* pszPath, const World& world,
-                                                 const AccessList& old) const
+LocalAcl CZNMFileSecurity::BuildAccessList(const CZNMTrace& trace, const Variant& variant,
+                                           const wchar_t* pszPath, const World& world,
+                                           const AccessList& old) const
 {
     EXPLICIT_ACCESS_W entries[MAX_ENTRIES] = {};
     DWORD nEntries = 0;
@@ -349,30 +347,29 @@ CZNMLocalBlock CZNMFileSecurity::BuildAccessList(const CZNMTrace& trace, const V
         entry.Trustee.ptstrName = static_cast<wchar_t*>(pSid);
         trace.Text(pszTrace);
     };
-    add(L"Admin", m_pAdminSid.get(), GENERIC_ALL, SET_ACCESS, variant.nInheritance,
+    add(L"Admin", m_pAdminSid.Get(), GENERIC_ALL, SET_ACCESS, variant.nInheritance,
         "Added Administrator to access list structure");
-    add(L"ZNM", m_pZnmSid.get(), GENERIC_ALL, SET_ACCESS, variant.nInheritance,
+    add(L"ZNM", m_pZnmSid.Get(), GENERIC_ALL, SET_ACCESS, variant.nInheritance,
         "Added ZNM Group to access list structure");
-    add(L"System", m_pSystemSid.get(), GENERIC_ALL, SET_ACCESS, variant.nInheritance,
+    add(L"System", m_pSystemSid.Get(), GENERIC_ALL, SET_ACCESS, variant.nInheritance,
         "Added System to access list structure");
     if (world.nAccessMode != 0 && (old.fSids & SID_WORLD) != 0)
-        add(L"World", m_pWorldSid.get(), world.nPermissions, static_cast<ACCESS_MODE>(world.nAccessMode),
+        add(L"World", m_pWorldSid.Get(), world.nPermissions, static_cast<ACCESS_MODE>(world.nAccessMode),
             world.nInheritance, "Added World to access list structure");
     if (m_pUserSid) // required: inherited also on a file, unlike the fixed entries
-        add(m_strUser, m_pUserSid.get(), GENERIC_ALL, SET_ACCESS, INHERIT_ALL,
+        add(m_strUser, m_pUserSid.Get(), GENERIC_ALL, SET_ACCESS, INHERIT_ALL,
             "Added specified user to access list structure");
     trace.Text("Created access control lists!");
 
-    PACL pMerged = nullptr;
-    const DWORD nResult = SetEntriesInAclW(nEntries, entries, old.pDacl, &pMerged);
-    CZNMLocalBlock pNewDacl(pMerged);
+    LocalAcl newDacl;
+    const DWORD nResult = SetEntriesInAclW(nEntries, entries, old.pDacl, newDacl.Out());
     if (nResult == ERROR_SUCCESS)
     {
         trace.Text("Successfully merged ACLs");
-        return pNewDacl;
+        return newDacl;
     }
     CZNMDebug::RecordFailure(variant.nFunction, variant.notMerged, nResult, pszPath);
-    return nullptr;
+    return LocalAcl();
 }
 
 // Writes the access list, a second time after taking ownership if the first time fails for any reason.

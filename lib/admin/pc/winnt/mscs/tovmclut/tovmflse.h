@@ -72,8 +72,8 @@ class CZNMFileSecurity : public CZNMSecurityID
                         AccessList& list);
     uint32_t ScanAccessList(const class CZNMTrace& trace, const Variant& variant, PACL pDacl) const;
     uint32_t KindOf(PSID pSid) const;
-    CZNMLocalBlock BuildAccessList(const class CZNMTrace& trace, const Variant& variant,
-                                   const wchar_t* pszPath, const World& world, const AccessList& old) const;
+    LocalAcl BuildAccessList(const class CZNMTrace& trace, const Variant& variant, const wchar_t* pszPath,
+                             const World& world, const AccessList& old) const;
     BOOL WriteAccessList(const class CZNMTrace& trace, const Variant& variant, const wchar_t* pszPath,
                          PACL pDacl);
 

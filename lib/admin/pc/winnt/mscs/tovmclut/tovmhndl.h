@@ -4,9 +4,6 @@
 
 #include "afxwin.h"
 
-#include <cstdlib>
-#include <memory>
-
 // A search handle, whose nothing is INVALID_HANDLE_VALUE. Closing it keeps the thread's last error, so that
 // the error of what happened during the search survives.
 class CZNMFindHandle
@@ -54,24 +51,3 @@ class CZNMFileHandle
   private:
     HANDLE m_hFile;
 };
-
-// A block that Windows allocated with LocalAlloc: an access list, a security descriptor.
-struct CZNMLocalDeleter
-{
-    void operator()(void* pBlock) const noexcept { LocalFree(pBlock); }
-};
-using CZNMLocalBlock = std::unique_ptr<void, CZNMLocalDeleter>;
-
-// A SID from AllocateAndInitializeSid.
-struct CZNMSidDeleter
-{
-    void operator()(void* pSid) const noexcept { FreeSid(pSid); }
-};
-using CZNMAllocatedSid = std::unique_ptr<void, CZNMSidDeleter>;
-
-// A SID in a buffer of the C heap, as the account look-up fills it.
-struct CZNMHeapDeleter
-{
-    void operator()(void* pBlock) const noexcept { free(pBlock); }
-};
-using CZNMHeapSid = std::unique_ptr<void, CZNMHeapDeleter>;

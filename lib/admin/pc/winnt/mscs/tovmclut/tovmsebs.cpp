@@ -22,19 +22,17 @@ bool s_fPrivilegeEnabled = false;
 template <class Owner>
 bool Adopt(Owner& member, PSID pSidIn)
 {
-    if (pSidIn != nullptr && pSidIn != member.get())
-        member.reset(pSidIn);
+    if (pSidIn != nullptr && pSidIn != member.Get())
+        member = Owner(pSidIn);
     return pSidIn != nullptr;
 }
 
 // Returns a SID of up to two sub-authorities, or null with the last error set.
-CZNMAllocatedSid WellKnownSid(SID_IDENTIFIER_AUTHORITY authority, BYTE nCount, DWORD nFirst,
-                              DWORD nSecond = 0)
+AllocatedSid WellKnownSid(SID_IDENTIFIER_AUTHORITY authority, BYTE nCount, DWORD nFirst, DWORD nSecond = 0)
 {
-    PSID pSid = nullptr;
-    return CZNMAllocatedSid(
-        AllocateAndInitializeSid(&authority, nCount, nFirst, nSecond, 0, 0, 0, 0, 0, 0, &pSid) ? pSid
-                                                                                               : nullptr);
+    AllocatedSid sid;
+    AllocateAndInitializeSid(&authority, nCount, nFirst, nSecond, 0, 0, 0, 0, 0, 0, sid.Out());
+    return sid;
 }
 
 // The failures of an account look-up, which the two accounts report differently.
@@ -61,7 +59,7 @@ constexpr LookupFailures USER_LOOKUP = {
 
 // Puts the SID of an account into the member, in a new buffer. After a failure, which is recorded, the member
 // is null.
-void LookUpAccount(CZNMHeapSid& member, const wchar_t* pszAccount, const LookupFailures& failures)
+void LookUpAccount(HeapSid& member, const wchar_t* pszAccount, const LookupFailures& failures)
 {
     constexpr DWORD FIRST_SID_SIZE = 64;
     constexpr DWORD DOMAIN_SIZE = 1024;
@@ -71,32 +69,32 @@ void LookUpAccount(CZNMHeapSid& member, const wchar_t* pszAccount, const LookupF
     DWORD nDomainSize = DOMAIN_SIZE;
     SID_NAME_USE eUse = NAME_USE_UNKNOWN;
 
-    member.reset(malloc(FIRST_SID_SIZE));
+    member = HeapSid(malloc(FIRST_SID_SIZE));
     if (!member)
         return CZNMDebug::RecordFailure(failures.nFunction, failures.firstAllocation);
-    if (LookupAccountNameW(nullptr, pszAccount, member.get(), &nSidSize, szDomain, &nDomainSize, &eUse))
+    if (LookupAccountNameW(nullptr, pszAccount, member.Get(), &nSidSize, szDomain, &nDomainSize, &eUse))
         return;
     const DWORD nFirstError = GetLastError();
     if (nFirstError != ERROR_INSUFFICIENT_BUFFER)
     {
         CZNMDebug::RecordFailure(failures.nFunction, failures.firstLookup, nFirstError);
-        return member.reset();
+        return member.Close();
     }
 
     // Required: the first buffer is leaked, once for each look-up of a SID that needs more.
-    static_cast<void>(member.release());
-    member.reset(malloc(nSidSize));
+    member.Release();
+    member = HeapSid(malloc(nSidSize));
     if (!member)
     {
         CZNMDebug::RecordFailure(failures.nFunction, failures.secondAllocation);
         nSidSize = 0; // required: the look-up is still made; with this size it writes to no buffer
     }
     nDomainSize = DOMAIN_SIZE; // the first call stored the size that it needed, which can be larger
-    if (LookupAccountNameW(nullptr, pszAccount, member.get(), &nSidSize, szDomain, &nDomainSize, &eUse))
+    if (LookupAccountNameW(nullptr, pszAccount, member.Get(), &nSidSize, szDomain, &nDomainSize, &eUse))
         return;
     const DWORD nSecondError = GetLastError();
     CZNMDebug::RecordFailure(failures.nFunction, failures.secondLookup, nSecondError);
-    member.reset();
+    member.Close();
 }
 
 // Enables the take-ownership privilege in the process token. Required: only the return values count. For an
@@ -136,11 +134,11 @@ CZNMSecurityID::CZNMSecurityID() : m_szRootPath{}
 CZNMSecurityID::~CZNMSecurityID()
 {
     const CZNMTrace trace(FN_SECURITY_ID_DTOR);
-    m_pSystemSid.reset();
-    m_pAdminSid.reset();
-    m_pWorldSid.reset();
-    m_pZnmSid.reset();
-    m_pUserSid.reset();
+    m_pSystemSid.Close();
+    m_pAdminSid.Close();
+    m_pWorldSid.Close();
+    m_pZnmSid.Close();
+    m_pUserSid.Close();
 }
 
 void CZNMSecurityID::CreateAdminSid(PSID pSidIn)
@@ -210,7 +208,7 @@ BOOL CZNMSecurityID::SetOwner(const wchar_t* pszObjectName, SE_OBJECT_TYPE Objec
     if (ObjectType == SE_REGISTRY_KEY && _wcsnicmp(strObject, MACHINE, std::size(MACHINE) - 1) != 0)
         strObject = CString(MACHINE) + L"\\" + strObject;
 
-    CreateAdminSid(m_pAdminSid.get());
+    CreateAdminSid(m_pAdminSid.Get());
     if (!m_pAdminSid)
         return trace.Return(TRUE);
     if (!s_fPrivilegeEnabled)
@@ -219,7 +217,7 @@ BOOL CZNMSecurityID::SetOwner(const wchar_t* pszObjectName, SE_OBJECT_TYPE Objec
     // The system's function takes the name as writable but only reads it.
     const DWORD nResult =
         SetNamedSecurityInfoW(const_cast<wchar_t*>(static_cast<const wchar_t*>(strObject)), ObjectType,
-                              OWNER_SECURITY_INFORMATION, m_pAdminSid.get(), nullptr, nullptr, nullptr);
+                              OWNER_SECURITY_INFORMATION, m_pAdminSid.Get(), nullptr, nullptr, nullptr);
     if (nResult == ERROR_SUCCESS)
         trace.Parms("Set ownership on '%S'", strObject);
     else if (nResult != ERROR_FILE_NOT_FOUND && nResult != ERROR_PATH_NOT_FOUND)

@@ -5,7 +5,7 @@
 
 #include <aclapi.h>
 
-#include "tovmhndl.h"
+#include "owner.h"
 
 // Each SID is made on first use and kept until the object is destroyed. If a SID cannot be made, its member
 // stays null, a failure record is written, and the next call tries again.
@@ -34,11 +34,11 @@ class CZNMSecurityID
     BOOL SetOwner(const wchar_t* pszObjectName, SE_OBJECT_TYPE ObjectType);
 
   protected:
-    CZNMAllocatedSid m_pAdminSid;
-    CZNMHeapSid m_pZnmSid;
-    CZNMAllocatedSid m_pWorldSid;
-    CZNMAllocatedSid m_pSystemSid;
-    CZNMHeapSid m_pUserSid;
+    AllocatedSid m_pAdminSid;
+    HeapSid m_pZnmSid;
+    AllocatedSid m_pWorldSid;
+    AllocatedSid m_pSystemSid;
+    HeapSid m_pUserSid;
 
     // Root of the volume that this object tested last; set by CZNMFileSecurity.
     static constexpr size_t ROOT_PATH_SIZE = 1024;
