@@ -80,6 +80,7 @@ class After
     Lines LogPathOn() const;
     std::wstring Move(const std::wstring& strData, const std::wstring& strLog) const;
     Lines MoveBack() const;
+    std::wstring Again() const;
     void PrintElsewhere() const;
 
     ZN_STATE CannotTell(const std::wstring& strWhy);
@@ -124,6 +125,13 @@ bool After::FindPlaces()
     ZNPrintLine(L"Configuration: data in " + strData + L", log in " + strLog);
     m_data.fNew = CZNSurvey::IsSamePlace(strData, m_data.strNew);
     m_log.fNew = CZNSurvey::IsSamePlace(strLog, m_log.strNew);
+    if ((m_data.fNew && strData != m_data.strNew) || (m_log.fNew && strLog != m_log.strNew))
+    {
+        CannotTell(L"A new directory is the present one in another spelling. The command refuses that; if it "
+                   L"was given "
+                   L"otherwise, look again with the words of the move.");
+        return false;
+    }
     m_data.strOld = m_record ? m_record->strOldData : !m_data.fNew ? strData : m_words.strOldData;
     m_log.strOld = m_record ? m_record->strOldLog : !m_log.fNew ? strLog : m_words.strOldLog;
     if ((!m_data.fNew && !CZNSurvey::IsSamePlace(strData, m_data.strOld)) ||
@@ -289,6 +297,18 @@ std::wstring After::Move(const std::wstring& strData, const std::wstring& strLog
            L" /dd " + ZNQuoted(strData) + L" /ld " + ZNQuoted(strLog);
 }
 
+// The next look, which knows the old places although no file may name them any more.
+std::wstring After::Again() const
+{
+    std::wstring strWords = L"tarvelcheck after /m " + ZNQuoted(std::wstring(m_words.strQueueManager)) +
+                            L" /dd " + ZNQuoted(std::wstring(m_words.strDataDest)) + L" /ld " +
+                            ZNQuoted(std::wstring(m_words.strLogDest));
+    if (m_record)
+        return strWords + L" /record " + ZNQuoted(m_words.strRecord);
+    strWords += m_data.strOld.empty() ? L"" : L" /od " + ZNQuoted(m_data.strOld);
+    return strWords + (m_log.strOld.empty() ? L"" : L" /ol " + ZNQuoted(m_log.strOld));
+}
+
 // Empty where the old places are unknown or not of the form that the command makes.
 Lines After::MoveBack() const
 {
@@ -337,7 +357,9 @@ ZN_STATE After::BetweenTheFiles()
         L"in between: zns.ini names the new data tree, its qm.ini the old log tree; these two count";
     AddFaults(L"missing in the new tree", m_data.old.strDir, m_data.toNew.onlyLeft);
     AddFaults(L"newer in the old tree", m_data.old.strDir, m_data.toNew.leftNewer);
-    if (!m_faults.empty() && IsOldWhole(true))
+    if (m_fOverlap)
+        m_faults.push_back(L"a new and an old tree share a directory");
+    if (!m_faults.empty() && !m_fOverlap && IsOldWhole(true))
         m_back = PrefixBack();
     if (!m_faults.empty())
         return Conclude(ZN_CANNOT_TELL, strState + L", but they are not as they should be", L"no");
@@ -369,7 +391,7 @@ ZN_STATE After::BetweenTheFiles()
             L"It was started in between. It can only be taken back after the move was finished");
     }
     if (!m_finish.empty() && m_finish.back().starts_with(L"edit"))
-        m_notes.push_back(L"After these steps run tarvelcheck after again: it names what may be deleted");
+        m_notes.push_back(L"After these steps look again: it names what may be deleted: " + Again());
     return Conclude(ZN_IN_BETWEEN, strState,
                     m_survey.fRunning ? L"it runs" : L"better finish or take back first");
 }
