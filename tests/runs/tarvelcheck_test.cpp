@@ -212,6 +212,8 @@ TEST(CheckAfter, NamesNoDeletionWhereItCannotTell)
          "written since the record"},
         {"xcsIniUtilWrite:1:o:1:0", [](Checked& zn) { WriteAll(zn.newData / "theirs", "x"); }, 1,
          "not named for deletion"},
+        {"xcsIniUtilWrite:1:o:1:0", [](Checked& zn) { WriteAll(zn.newLog / "ctl", "ran here"); }, 3,
+         "written later"},
         {"xcsIniUtilWrite:1:o:1:0", [](Checked& zn) { fs::remove(zn.oldData / "a"); }, 3, "missing: "},
         {"xcsIniUtilWrite:1:o:1:0", [](Checked& zn) { WriteAll(zn.work / "zns.ini", "Installation:\n"); }, 3,
          "no queue manager"},

@@ -14,6 +14,7 @@
 #include "znmcheckafter.h"
 #include "znmcheckbefore.h"
 #include "znmconsole.h"
+#include "znmpaths.h"
 
 ZNM_SOURCE_ID("cmd/mscs/tools/znmcheck/znmcheck");
 
@@ -46,8 +47,11 @@ bool TakeWords(int nWords, wchar_t** ppszWords, bool fAfter, ZNCheckWords& words
     words.strDataDest = theApp.m_strDataDest;
     words.strLogDest = theApp.m_strLogDest;
     words.strRecord = values[L"/record"];
-    words.strOldData = values[L"/od"];
-    words.strOldLog = values[L"/ol"];
+    words.strOldData = WithoutTrailingBackslash(values[L"/od"].c_str());
+    words.strOldLog = WithoutTrailingBackslash(values[L"/ol"].c_str());
+    for (const std::wstring& strOld : {words.strOldData, words.strOldLog})
+        if (!strOld.empty() && !IsTreePath(strOld.c_str()))
+            return false;
     constexpr size_t KNOWN = 6;
     const bool fOld = !words.strOldData.empty() || !words.strOldLog.empty();
     return nWords % 2 == 0 && values.size() == KNOWN && !words.strQueueManager.IsEmpty() &&

@@ -167,6 +167,9 @@ void After::ReadTrees()
         if (m_record)
             p->expected = ZNComparison(p == &m_data ? m_record->data : m_record->log, p->Counting());
     }
+    for (const CZNInventory* const p : trees)
+        for (const std::wstring& strLink : p->links)
+            m_notes.push_back(strLink + L" is a link; what it leads to was looked at");
     // The log may lie in the data. Any other directory that two trees share would be deleted with one of
     // them.
     const auto share = [](const CZNInventory& left, const CZNInventory& right) {
@@ -218,8 +221,6 @@ void After::FindFaults(Tree& tree)
     else if (tree.fNew)
         AddFaults(L"another content than in the old tree, with the same time", counting.strDir,
                   tree.toNew.damaged);
-    for (const std::wstring& strLink : counting.links)
-        m_notes.push_back(strLink + L" is a link; what it leads to was looked at");
 }
 
 // --- What can be done ---------------------------------------------------------------------------------
@@ -321,23 +322,31 @@ Lines After::MoveBack() const
 
 ZN_STATE After::NotMoved()
 {
-    size_t nWrittenThere = 0, nForeign = 0;
+    // A copy that was cut off lacks files, and the one that it was at has the time of that moment.
+    bool fWrittenThere = false;
+    size_t nForeign = 0;
     for (const Tree* const p : {&m_data, &m_log})
     {
-        nWrittenThere += p->toNew.rightNewer.size();
+        const size_t nNewer = p->toNew.rightNewer.size();
+        fWrittenThere = fWrittenThere || nNewer > 1 || (nNewer == 1 && p->toNew.onlyLeft.empty());
         nForeign += p->toNew.onlyRight.size();
     }
     if (!m_faults.empty())
         return Conclude(ZN_CANNOT_TELL,
                         L"not moved: both files name the old trees, but these are not as they should be",
                         L"no");
-    // A copy that was cut off leaves a file with the time of that moment, and a second one another.
-    if (!m_record && nWrittenThere > 2)
+    if (fWrittenThere)
         return Conclude(
             ZN_CANNOT_TELL,
-            L"both files name the old trees, but the new ones hold files that were written later: the queue "
-            L"manager may have run there",
-            L"no");
+            L"both files name the old trees, but the new ones hold files that were written later. If the "
+            L"queue manager never ran there, these are no more than copies: give the command again",
+            L"only if it never ran in the new place");
+    if (!CanBeDestination(m_data.strNew.c_str()) || !CanBeDestination(m_log.strNew.c_str()))
+    {
+        m_notes.push_back(
+            L"The new directories are none that the command takes; tarvelcheck before says why");
+        return Conclude(ZN_NOT_MOVED, L"not moved: both files name the old trees, which count", L"yes");
+    }
     m_finish = {Move(static_cast<const wchar_t*>(m_words.strDataDest),
                      static_cast<const wchar_t*>(m_words.strLogDest))};
     if (nForeign > 0)
@@ -446,6 +455,11 @@ ZN_STATE After::Moved()
             ZN_CANNOT_TELL,
             L"both files name the new trees; what is left of the old ones could not be compared with them",
             L"yes, but delete nothing");
+    for (const Tree* const p : {&m_data, &m_log})
+        if (!p->toNew.rightNewer.empty())
+            m_notes.push_back(ZNFormatCount(p->toNew.rightNewer.size()) + L" files in " + p->strNew +
+                              L" were written after they were copied, such as " +
+                              p->toNew.rightNewer.front());
     AddRemovals(m_finish, false);
     m_back = MoveBack();
     if (!m_back.empty())

@@ -23,6 +23,11 @@ namespace
 constexpr size_t FIRST_ONES = 10; // findings of one kind that are printed
 constexpr int ACCESS_READ_WRITE = 6;
 
+// In the order in which the command comes to them.
+constexpr uint32_t REFUSALS[] = {IDS_COMMON_SERVICES_FAILED, IDS_QM_NOT_FOUND, IDS_QM_MULTI_INSTANCE,
+                                 IDS_QM_STILL_ACTIVE,        IDS_USAGE,        IDS_SAME_DESTINATION,
+                                 IDS_CREATE_FAILED,          IDS_COPY_FAILED,  IDS_UPDATE_FAILED};
+
 // A directory that may not exist yet.
 struct Destination
 {
@@ -490,7 +495,9 @@ void CZNCheckReport::Stop(const wchar_t* pszSubject, const std::wstring& strFoun
                           const std::wstring& strWhatToDo, uint32_t nRefusal)
 {
     ++m_nStops;
-    m_nRefusal = m_nRefusal != 0 ? m_nRefusal : nRefusal;
+    const auto rank = [](uint32_t nMessageID) { return std::ranges::find(REFUSALS, nMessageID) - REFUSALS; };
+    if (rank(nRefusal) < rank(m_nRefusal))
+        m_nRefusal = nRefusal;
     Print(L"STOP ", pszSubject, strFound + L". To do: " + strWhatToDo + L".");
 }
 

@@ -27,7 +27,7 @@ class CZNCheckReport
     static void Print(const wchar_t* pszVerdict, const wchar_t* pszSubject, const std::wstring& strFound);
 
     int m_nNotes = 0, m_nStops = 0;
-    uint32_t m_nRefusal = 0; // the first one
+    uint32_t m_nRefusal = 0; // the one that the command comes to first
 };
 
 // Everything that needs the common services. Changes nothing on disk, but for the record that it writes.
