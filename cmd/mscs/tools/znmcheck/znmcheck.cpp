@@ -18,10 +18,6 @@
 
 ZNM_SOURCE_ID("cmd/mscs/tools/znmcheck/znmcheck");
 
-// The words reach the program as they were typed.
-extern "C" int _dowildcard;
-int _dowildcard = 0;
-
 namespace
 {
 constexpr int STATUS_WRONG_WORDS = 5;

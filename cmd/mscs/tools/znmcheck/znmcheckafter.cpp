@@ -483,7 +483,8 @@ void After::PrintTree(const wchar_t* pszWhich, const Tree& tree, bool fNew) cons
     else
         strLine += strDir + L": " + ZNFormatSize(inventory.nFiles, inventory.nBytes);
     if (inventory.fThere && m_record && fNew == tree.fNew && tree.expected.IsSame())
-        strLine += L", every byte as in the record";
+        strLine += fNew && tree.pszKind == m_data.pszKind ? L", as in the record but for the line LogPath"
+                                                          : L", every byte as in the record";
     if (fNew && tree.old.fThere && tree.now.fThere)
         strLine += tree.toNew.IsSame() ? L", the same as the old tree" : L", not the same as the old tree";
     ZNPrintLine(strLine);

@@ -2,13 +2,11 @@
 #include "znmcheckbefore.h"
 
 #include <io.h>
-#include <sddl.h>
-#include <aclapi.h>
 
 #include <algorithm>
 
 #include "messages.h"
-#include "tovmhndl.h"
+#include "owner.h"
 #include "tovmsrid.h"
 #include "tovxcs2.h"
 #include "znmconsole.h"
@@ -54,13 +52,12 @@ struct Destination
 
 bool IsElevated()
 {
-    HANDLE hToken = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &hToken))
+    KernelHandle token;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Out()))
         return false;
-    const CZNMFileHandle token(hToken);
     TOKEN_ELEVATION elevation = {};
     DWORD nSize = sizeof elevation;
-    return GetTokenInformation(hToken, TokenElevation, &elevation, nSize, &nSize) &&
+    return GetTokenInformation(token.Get(), TokenElevation, &elevation, nSize, &nSize) &&
            elevation.TokenIsElevated != 0;
 }
 
@@ -76,18 +73,8 @@ bool HasZnmAccount()
 // The entries of a directory's access list that new directories in it get.
 std::wstring InheritableEntries(const std::wstring& strDir)
 {
-    std::wstring strName = strDir, strEntries;
-    PSECURITY_DESCRIPTOR pDescriptor = nullptr;
-    wchar_t* pszText = nullptr;
-    if (GetNamedSecurityInfoW(strName.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                              nullptr, nullptr, &pDescriptor) != ERROR_SUCCESS)
-        return L"(not readable)";
-    const CZNMLocalBlock descriptor(pDescriptor);
-    if (!ConvertSecurityDescriptorToStringSecurityDescriptorW(pDescriptor, SDDL_REVISION_1,
-                                                              DACL_SECURITY_INFORMATION, &pszText, nullptr))
-        return L"(not readable)";
-    const CZNMLocalBlock text(pszText);
-    const std::wstring strText = pszText;
+    const std::wstring strText = ZNSecurityText(strDir, DACL_SECURITY_INFORMATION);
+    std::wstring strEntries = strText.empty() ? L"(not readable)" : L"";
     for (size_t nBegin = 0, nEnd; (nBegin = strText.find(L'(', nBegin)) != std::wstring::npos; nBegin = nEnd)
     {
         nEnd = std::min(strText.find(L')', nBegin), strText.size() - 1) + 1;
@@ -413,10 +400,10 @@ void Look::WriteRecord()
                    isIn(m_data) || isIn(m_log)))
         return m_report.Stop(SUBJECT, strPath + L" would lie in a tree that moves", L"name a file elsewhere");
 
-    const CZNMFileHandle file(
+    const FileHandle file(
         CreateFileW(strPath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
     nError = GetLastError();
-    if (!file.IsOpen())
+    if (!file)
         return m_report.Stop(SUBJECT, strPath + L" cannot be made anew: " + ZNFormatError(nError),
                              L"name a file that does not exist yet, in a directory that does");
     CZNRecord record;

@@ -9,9 +9,8 @@
 #include <array>
 #include <cstdio>
 #include <cwchar>
-#include <memory>
 
-#include "tovmhndl.h"
+#include "owner.h"
 #include "tovmsrid.h"
 #include "tovxcs2.h"
 #include "znmconsole.h"
@@ -20,30 +19,38 @@ ZNM_SOURCE_ID("cmd/mscs/tools/znmcheck/znminventory");
 
 namespace
 {
+struct AlgorithmKind
+{
+    using Type = BCRYPT_ALG_HANDLE;
+    static Type Nothing() noexcept { return nullptr; }
+    static void Close(Type h) noexcept { BCryptCloseAlgorithmProvider(h, 0); }
+};
+struct HashKind
+{
+    using Type = BCRYPT_HASH_HANDLE;
+    static Type Nothing() noexcept { return nullptr; }
+    static void Close(Type h) noexcept { BCryptDestroyHash(h); }
+};
+
 class Sha256
 {
   public:
     Sha256()
     {
-        BCRYPT_ALG_HANDLE hAlgorithm = nullptr;
-        if (BCryptOpenAlgorithmProvider(&hAlgorithm, BCRYPT_SHA256_ALGORITHM, nullptr, 0) != 0)
-            return;
-        m_algorithm.reset(hAlgorithm);
-        BCRYPT_HASH_HANDLE hHash = nullptr;
-        if (BCryptCreateHash(hAlgorithm, &hHash, nullptr, 0, nullptr, 0, 0) == 0)
-            m_hash.reset(hHash);
+        m_fFailed =
+            BCryptOpenAlgorithmProvider(m_algorithm.Out(), BCRYPT_SHA256_ALGORITHM, nullptr, 0) != 0 ||
+            BCryptCreateHash(m_algorithm.Get(), m_hash.Out(), nullptr, 0, nullptr, 0, 0) != 0;
     }
     void Add(const void* pBytes, size_t nBytes)
     {
         auto* const pInput = static_cast<unsigned char*>(const_cast<void*>(pBytes)); // only read
         m_fFailed =
-            m_fFailed || !m_hash || BCryptHashData(m_hash.get(), pInput, static_cast<ULONG>(nBytes), 0) != 0;
+            m_fFailed || !m_hash || BCryptHashData(m_hash.Get(), pInput, static_cast<ULONG>(nBytes), 0) != 0;
     }
     std::string Finish()
     {
         std::array<unsigned char, 32> digest = {};
-        if (m_fFailed || !m_hash ||
-            BCryptFinishHash(m_hash.get(), digest.data(), ULONG{digest.size()}, 0) != 0)
+        if (m_fFailed || BCryptFinishHash(m_hash.Get(), digest.data(), ULONG{digest.size()}, 0) != 0)
             return {};
         std::string strHex;
         for (const unsigned char byte : digest)
@@ -53,16 +60,8 @@ class Sha256
     }
 
   private:
-    struct AlgorithmCloser
-    {
-        void operator()(void* h) const noexcept { BCryptCloseAlgorithmProvider(h, 0); }
-    };
-    struct HashCloser
-    {
-        void operator()(void* h) const noexcept { BCryptDestroyHash(h); }
-    };
-    std::unique_ptr<void, AlgorithmCloser> m_algorithm;
-    std::unique_ptr<void, HashCloser> m_hash;
+    Owner<AlgorithmKind> m_algorithm;
+    Owner<HashKind> m_hash;
     bool m_fFailed = false;
 };
 
@@ -70,11 +69,11 @@ class Sha256
 template <class Take>
 DWORD ReadPieces(const std::wstring& strPath, Take take)
 {
-    const CZNMFileHandle file(CreateFileW(strPath.c_str(), GENERIC_READ,
-                                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                          OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    const FileHandle file(CreateFileW(strPath.c_str(), GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                      OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
     DWORD nError = GetLastError();
-    if (!file.IsOpen())
+    if (!file)
         return nError;
     constexpr DWORD PIECE = 1 << 18;
     std::string strPiece(PIECE, '\0');
@@ -102,24 +101,23 @@ std::wstring TimeText(const FILETIME& time)
     return szText;
 }
 
-std::wstring SecurityText(const std::wstring& strPath)
+} // namespace
+
+std::wstring ZNSecurityText(const std::wstring& strPath, SECURITY_INFORMATION nWanted)
 {
-    constexpr SECURITY_INFORMATION WANTED =
-        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
     std::wstring strName = strPath;
-    PSECURITY_DESCRIPTOR pDescriptor = nullptr;
-    if (GetNamedSecurityInfoW(strName.data(), SE_FILE_OBJECT, WANTED, nullptr, nullptr, nullptr, nullptr,
-                              &pDescriptor) != ERROR_SUCCESS)
+    LocalBlock descriptor;
+    LocalText text;
+    if (GetNamedSecurityInfoW(strName.data(), SE_FILE_OBJECT, nWanted, nullptr, nullptr, nullptr, nullptr,
+                              descriptor.Out()) != ERROR_SUCCESS ||
+        !ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor.Get(), SDDL_REVISION_1, nWanted,
+                                                              text.Out(), nullptr))
         return {};
-    const CZNMLocalBlock descriptor(pDescriptor);
-    wchar_t* pszText = nullptr;
-    if (!ConvertSecurityDescriptorToStringSecurityDescriptorW(pDescriptor, SDDL_REVISION_1, WANTED, &pszText,
-                                                              nullptr))
-        return {};
-    const CZNMLocalBlock text(pszText);
-    return pszText;
+    return text.Get();
 }
 
+namespace
+{
 // "ZN", 16 digits, ".tmp": a configuration file that did not get its place.
 bool IsHalfMade(const std::wstring& strPath)
 {
@@ -184,9 +182,9 @@ void CZNInventory::ListBelow(const std::wstring& strBelow, std::vector<CZNDirect
     above.push_back(*identity);
 
     WIN32_FIND_DATAW entry = {};
-    const CZNMFindHandle find(FindFirstFileExW((strHere + L"\\*").c_str(), FindExInfoBasic, &entry,
-                                               FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH));
-    nError = find.IsOpen() ? DWORD{ERROR_SUCCESS} : GetLastError();
+    const FindHandle find(FindFirstFileExW((strHere + L"\\*").c_str(), FindExInfoBasic, &entry,
+                                           FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH));
+    nError = find ? DWORD{ERROR_SUCCESS} : GetLastError();
     while (nError == ERROR_SUCCESS)
     {
         const std::wstring strName = entry.cFileName;
@@ -198,8 +196,9 @@ void CZNInventory::ListBelow(const std::wstring& strBelow, std::vector<CZNDirect
             listed.fDirectory = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
             listed.strCreated = TimeText(entry.ftCreationTime);
             listed.strWritten = TimeText(entry.ftLastWriteTime);
+            // A directory with a reparse point of no kind is a link on a system that does not tell kinds.
             if ((entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
-                IsReparseTagNameSurrogate(entry.dwReserved0))
+                (IsReparseTagNameSurrogate(entry.dwReserved0) || entry.dwReserved0 == 0))
                 links.push_back(strDir + L"\\" + strPath);
             if (!listed.fDirectory)
             {
@@ -227,7 +226,8 @@ void CZNInventory::Read(CZNProgress& progress, bool fSecurity)
     {
         const std::wstring strPath = strDir + L"\\" + strBelow;
         if (fSecurity)
-            entry.strSddl = SecurityText(strPath);
+            entry.strSddl = ZNSecurityText(strPath, OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION |
+                                                        DACL_SECURITY_INFORMATION);
         if (entry.fDirectory)
             continue;
         Sha256 hash;
@@ -254,11 +254,11 @@ void CZNInventory::Probe(bool fHeld)
         if (entry.fDirectory)
             continue;
         const std::wstring strPath = strDir + L"\\" + strBelow;
-        const CZNMFileHandle file(CreateFileW(strPath.c_str(), GENERIC_READ | (fHeld ? DELETE : 0UL),
-                                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                              OPEN_EXISTING, 0, nullptr));
+        const FileHandle file(CreateFileW(strPath.c_str(), GENERIC_READ | (fHeld ? DELETE : 0UL),
+                                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                          OPEN_EXISTING, 0, nullptr));
         const DWORD nError = GetLastError();
-        if (!file.IsOpen())
+        if (!file)
             findings.push_back({ZN_FINDING::NOT_READ, strPath.c_str(), nError});
     }
 }

@@ -24,6 +24,9 @@ std::string ZNReadFile(const std::wstring& strPath, DWORD& nError);
 // The digest of a qm.ini without its LogPath line, the one that a move changes.
 std::string ZNDigestWithoutLogPath(std::string strQmIni);
 
+// Those parts of a file's or directory's security descriptor as text; empty if they cannot be read.
+std::wstring ZNSecurityText(const std::wstring& strPath, SECURITY_INFORMATION nWanted);
+
 struct ZNEntry
 {
     bool fDirectory = false;

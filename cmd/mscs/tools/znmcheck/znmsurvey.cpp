@@ -4,7 +4,7 @@
 #include <cwchar>
 #include <sstream>
 
-#include "tovmhndl.h"
+#include "owner.h"
 #include "tovmsmon.h"
 #include "tovmsrid.h"
 #include "tovxcs2.h"
@@ -16,13 +16,9 @@ namespace
 {
 bool IsMarked(const CString& strRunIdentity)
 {
-    struct Closer
-    {
-        void operator()(HANDLE handle) const noexcept { CloseHandle(handle); }
-    };
-    const std::unique_ptr<void, Closer> mark(OpenMutexW(SYNCHRONIZE, FALSE, MoveMarkName(strRunIdentity)));
+    const KernelHandle mark(OpenMutexW(SYNCHRONIZE, FALSE, MoveMarkName(strRunIdentity)));
     const DWORD nError = GetLastError();
-    return mark != nullptr || nError != ERROR_FILE_NOT_FOUND;
+    return mark || nError != ERROR_FILE_NOT_FOUND;
 }
 } // namespace
 
@@ -98,7 +94,7 @@ bool CZNSurvey::IsSamePlace(const std::wstring& strLeft, const std::wstring& str
 std::wstring ZNMessageText(uint32_t nMessageID)
 {
     CString strText;
-    strText.LoadString(AfxFindStringResourceHandle(nMessageID), nMessageID);
+    strText.LoadString(nMessageID);
     strText.Replace(L'\n', L' ');
     return static_cast<const wchar_t*>(strText);
 }
