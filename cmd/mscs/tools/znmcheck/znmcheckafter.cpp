@@ -18,6 +18,8 @@ namespace
 {
 using Lines = std::vector<std::wstring>;
 
+constexpr wchar_t WRITTEN_SINCE[] = L"written since the record was made";
+
 std::wstring ProgramPath(const wchar_t* pszName)
 {
     std::wstring strPath(32'768, L'\0');
@@ -208,7 +210,7 @@ void After::FindFaults(Tree& tree)
                   tree.expected.damaged);
         AddFaults(L"older than in the record", counting.strDir, tree.expected.leftNewer);
         if (!m_survey.fRunning && !m_record->fRunning)
-            AddFaults(L"written since the record was made", counting.strDir, tree.expected.rightNewer);
+            AddFaults(WRITTEN_SINCE, counting.strDir, tree.expected.rightNewer);
         else if (!tree.expected.rightNewer.empty())
             m_notes.push_back(ZNFormatCount(tree.expected.rightNewer.size()) + L" of the files in " +
                               counting.strDir +
@@ -519,7 +521,14 @@ ZN_STATE After::Conclude(ZN_STATE eState, const std::wstring& strState, const st
         ZNPrintLine(L"    and " + ZNFormatCount(m_faults.size() - FIRST_ONES) + L" more");
     for (const std::wstring& strNote : m_notes)
         ZNPrintLine(L"Note: " + strNote);
-    ZNPrintLine(L"Safe to start the queue manager: " + strStart);
+    const bool fOnlyWritten =
+        !m_faults.empty() && std::ranges::all_of(m_faults, [](const std::wstring& strFault) {
+            return strFault.starts_with(WRITTEN_SINCE);
+        });
+    ZNPrintLine(L"Safe to start the queue manager: " +
+                (fOnlyWritten
+                     ? L"only if it ran since the record was made, which would explain what was written"
+                     : strStart));
     PrintSteps(L"To finish the move:", m_finish);
     PrintSteps(L"To take the move back:", m_back);
     const auto has = [&](const wchar_t* psz) {

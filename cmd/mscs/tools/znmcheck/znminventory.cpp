@@ -162,9 +162,11 @@ void CZNInventory::List(const std::wstring& strDirectory, bool fData)
     const DWORD nAttributes = GetFileAttributesW(strDir.c_str());
     const DWORD nError = GetLastError();
     fThere = nAttributes != INVALID_FILE_ATTRIBUTES;
-    std::vector<CZNDirectoryIdentity> above;
     if (fThere)
+    {
+        std::vector<CZNDirectoryIdentity> above;
         ListBelow(L"", above);
+    }
     else if (nError != ERROR_FILE_NOT_FOUND && nError != ERROR_PATH_NOT_FOUND)
         findings.push_back({ZN_FINDING::NOT_LISTED, strDir.c_str(), nError});
 }
@@ -241,9 +243,11 @@ void CZNInventory::Read(CZNProgress& progress, bool fSecurity)
         else
             entry.strSha256 = hash.Finish();
         entry.strContent = entry.strSha256;
-        DWORD nIgnored = 0;
         if (m_fData && !entry.strSha256.empty() && _wcsicmp(strBelow.c_str(), L"qm.ini") == 0)
+        {
+            DWORD nIgnored = 0; // it was just read
             entry.strContent = ZNDigestWithoutLogPath(ZNReadFile(strPath, nIgnored));
+        }
     }
 }
 
