@@ -185,9 +185,10 @@ TEST(Runs, PlacesThatCannotBeNamedOrReachedAreRefused)
     const std::string strNoCopy =
         "SHFileOperationW:1:a:7c:0"; // whole drives are at stake where one is not refused
     const std::wstring strLong(248, L'l');
-    for (const std::wstring strLog :
-         {L"C:newlog", L"newlog", L"\\newlog", L"..", L"C:\\n\x0101", L"C:\\n\xD800", L"C:\\a?b", L"C:\\a|b",
-          (L"C:\\" + strLong).c_str(), L"1:\\x", L"\\"})
+    for (const std::wstring& strLog : std::vector<std::wstring>{
+             L"C:newlog", L"newlog", L"\\newlog", L"..", L"C:\\n\x0101", L"C:\\n\xD800", L"C:\\a?b",
+             L"C:\\a|b", L"C:\\" + strLong, L"1:\\x", L"\\", L"C:\\n:stream", L"C:\\n::$INDEX_ALLOCATION",
+             L"\\\\?\\" + fs::temp_directory_path().wstring()})
     {
         Installation zn;
         EXPECT_EQ(
@@ -196,9 +197,9 @@ TEST(Runs, PlacesThatCannotBeNamedOrReachedAreRefused)
             Message(37) + USAGE);
         EXPECT_TRUE(zn.State().starts_with("data +")) << zn.State();
     }
-    for (const std::string& strLogPath :
-         std::vector<std::string>{"C:", "C:\\", "..", ".", "relative\\log", "\\\\srv\\share\\", "",
-                                  "C:\\" + std::string(259, 'l'), "C:\\" + std::string(4997, 'l')})
+    for (const std::string& strLogPath : std::vector<std::string>{
+             "C:", "C:\\", "..", ".", "relative\\log", "\\\\srv\\share\\", "", "C:\\.", "C:\\znm\\..",
+             "C:\\\\\\\\", "\\\\?\\C:\\.", "C:\\" + std::string(259, 'l'), "C:\\" + std::string(4997, 'l')})
     {
         Installation zn;
         WriteAll(zn.oldData / "qm.ini", "Log:\n   LogPath=" + strLogPath);

@@ -84,10 +84,17 @@ bool IsResolved(std::wstring path)
     return strFull == path;
 }
 
+// Without the backslashes at its end.
+std::wstring_view WithoutEnd(std::wstring_view path)
+{
+    return path.substr(0, path.find_last_not_of(L'\\') + 1);
+}
+
 // "E:\" or "\\server\share".
 bool IsRoot(std::wstring_view path)
 {
-    return HasDrive(path) ? path.size() == 3 : std::ranges::count(path, L'\\') <= 3;
+    const std::wstring_view name = WithoutEnd(path);
+    return HasDrive(path) ? name.size() == 2 : std::ranges::count(name, L'\\') <= 3;
 }
 
 // Whether a volume is mounted in the directory. False also where the system does not say, as of a path that
@@ -98,10 +105,7 @@ bool IsMountPoint(const std::wstring& strPath)
                            L'\0'); // the path itself, or what the system adds to it
     if (!GetVolumePathNameW(strPath.c_str(), strVolume.data(), static_cast<DWORD>(strVolume.size())))
         return false;
-    const auto withoutEnd = [](std::wstring_view path) {
-        return path.substr(0, path.find_last_not_of(L'\\') + 1);
-    };
-    return EqualsIgnoringCase(withoutEnd(strVolume.c_str()), withoutEnd(strPath));
+    return EqualsIgnoringCase(WithoutEnd(strVolume.c_str()), WithoutEnd(strPath));
 }
 } // namespace
 
