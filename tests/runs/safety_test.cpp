@@ -398,7 +398,7 @@ TEST(Safety, RememberedDirectoryOfADriveDoesNotMatter)
     Installation zn;
     wchar_t szRemembered[] = L"=C:", szOtherDrive[] = L"A:\\";
     szRemembered[1] = zn.root.wstring()[0];
-    while (szOtherDrive[0] <= L'Z' && (szOtherDrive[0] == szRemembered[1] || !Exists(szOtherDrive)))
+    while (szOtherDrive[0] <= L'Z' && (szOtherDrive[0] == szRemembered[1] || !fs::exists(szOtherDrive)))
         ++szOtherDrive[0];
     if (szOtherDrive[0] > L'Z')
         GTEST_SKIP() << "there is one drive only";

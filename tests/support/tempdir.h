@@ -52,44 +52,49 @@ inline Snapshot TakeSnapshot(const fs::path& base)
     return snapshot;
 }
 
-// Runs a tool of the host, where the platform is one on top of another system. False where it is not.
-inline bool RunHostTool(const std::string& strTool, std::initializer_list<fs::path> paths)
+// Whether a directory lists the name: of a link also if it leads nowhere.
+inline bool IsListed(const fs::path& path)
+{
+    WIN32_FIND_DATAW entry;
+    const HANDLE hFind = FindFirstFileW(path.c_str(), &entry);
+    if (hFind != INVALID_HANDLE_VALUE)
+        FindClose(hFind);
+    return hFind != INVALID_HANDLE_VALUE;
+}
+
+// Makes or removes a link by the tools of the host, where the platform is one on top of another system and
+// only pretends to do it. A process handle does not tell of their end, and a busy machine has been seen to
+// lose one.
+inline void RunHostTool(const std::string& strTool, std::initializer_list<fs::path> paths,
+                        const fs::path& link, bool fListed)
 {
     const auto hostName = reinterpret_cast<char*(CDECL*)(const wchar_t*)>(
         reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32"), "wine_get_unix_file_name")));
-    if (hostName == nullptr)
-        return false;
-    std::string strCommand = strTool;
-    for (const fs::path& path : paths)
-        strCommand += std::string(" ") + hostName(path.c_str());
-    STARTUPINFOA startup = {};
-    PROCESS_INFORMATION process = {};
-    const std::string strProgram = "Z:\\bin\\" + strTool.substr(0, strTool.find(' '));
-    return CreateProcessA(strProgram.c_str(), strCommand.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                          &startup, &process);
+    for (int nTry = 0; nTry < 10 && hostName != nullptr && IsListed(link) != fListed; ++nTry)
+    {
+        std::string strCommand = strTool;
+        for (const fs::path& path : paths)
+            strCommand += std::string(" ") + hostName(path.c_str());
+        STARTUPINFOA startup = {};
+        PROCESS_INFORMATION process = {};
+        const std::string strProgram = "Z:\\bin\\" + strTool.substr(0, strTool.find(' '));
+        CreateProcessA(strProgram.c_str(), strCommand.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                       &startup, &process);
+        for (int nWait = 0; nWait < 200 && IsListed(link) != fListed; ++nWait)
+            Sleep(10);
+    }
 }
 
-inline bool Exists(const fs::path& path)
-{
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-// Makes and removes a link to a directory. The host's tools do it where the platform only pretends to; a
-// process handle does not tell of their end.
 inline void MakeLink(const fs::path& link, const fs::path& target)
 {
     fs::create_directories(link.parent_path());
     CreateSymbolicLinkW(link.c_str(), target.c_str(), SYMBOLIC_LINK_FLAG_DIRECTORY);
-    if (!Exists(link) && RunHostTool("ln -s", {target, link}))
-        while (!Exists(link))
-            Sleep(1);
+    RunHostTool("ln -s", {target, link}, link, true);
 }
 inline void RemoveLink(const fs::path& link)
 {
     RemoveDirectoryW(link.c_str());
-    if (Exists(link) && RunHostTool("rm", {link}))
-        while (Exists(link))
-            Sleep(1);
+    RunHostTool("rm -f", {link}, link, false);
 }
 
 class TempDir
