@@ -49,7 +49,8 @@ def make_index():
     sections = []
     for path in (TOP / "resources").glob("messages.*.rc"):
         language, texts = read_table(path, numbers)
-        lines = [f"## {language}: {OWN_NAMES[path.name.split('.')[1]]}", ""]
+        own_name = OWN_NAMES.get(path.name.split(".")[1])
+        lines = [f"## {language}: {own_name}" if own_name else f"## {language}", ""]
         for number, text in sorted(texts.items()):
             item = f"- [{number}](messages.md#message-{number}): " + text.replace(r"\n", " / ")
             lines += textwrap.wrap(item, WIDTH, subsequent_indent="  ", break_long_words=False, break_on_hyphens=False)
