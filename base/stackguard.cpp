@@ -20,7 +20,7 @@ extern "C"
 }
 
 // Before every other initialisation: no function may be running that read the former value.
-[[gnu::constructor(101), gnu::optimize("no-stack-protector")]] static void SetGuard()
+__attribute__((constructor(101), no_stack_protector)) static void SetGuard()
 {
     uintptr_t nGuard = 0;
     if (!RtlGenRandom(&nGuard, sizeof nGuard))

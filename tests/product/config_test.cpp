@@ -194,7 +194,7 @@ TEST(Config, SurvivesEveryFailureOfTheReplacement)
     for (const auto& [pszCase, with] : cases)
     {
         const Sandbox sandbox(TEXT);
-        with([&] { EXPECT_EQ(Write(sandbox, PREFIX, "E:"), XCS_RC_SYSTEM) << pszCase; });
+        with([&, psz = pszCase] { EXPECT_EQ(Write(sandbox, PREFIX, "E:"), XCS_RC_SYSTEM) << psz; });
         EXPECT_EQ(sandbox.Read("zns.ini"), TEXT) << pszCase;
         EXPECT_THAT(sandbox.Names(), ElementsAre(L"zns.ini")) << pszCase;
         EXPECT_EQ(Write(sandbox, PREFIX, "E:"), XCS_RC_OK) << pszCase; // no lock is left behind

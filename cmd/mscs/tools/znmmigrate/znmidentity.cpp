@@ -77,7 +77,7 @@ DWORD CZNDirectoryIdentity::ReadFinalPath(HANDLE hDir)
 
 std::weak_ordering CZNDirectoryIdentity::operator<=>(const CZNDirectoryIdentity& other) const
 {
-    if (const auto order = m_nVolume <=> other.m_nVolume; order != 0)
+    if (const auto order = m_nVolume <=> other.m_nVolume; std::is_neq(order))
         return order;
     if (const int nOrder = std::memcmp(m_id.Identifier, other.m_id.Identifier, sizeof m_id.Identifier);
         nOrder != 0)
