@@ -114,6 +114,9 @@ TEST(FileSecurity, AccessListsAreMergedOrReplaced)
         {false, false, L"u", ANY + "(A;;FR;;;AN)", ""},
         {false, false, L"u", "(A;;GR;;;SY)(A;;GR;;;BA)(A;;GR;;;ED)(D;;GR;;;AN)", F + USER},
         {false, false, nullptr, OTHER, OTHER + F},
+        {false, false, nullptr, "(A;;FR;;;BA)(A;;FR;;;ED)", F},
+        {false, false, nullptr, "(A;;FR;;;SY)(A;;FR;;;ED)", F},
+        {false, false, nullptr, "(A;;FR;;;SY)(A;;FR;;;BA)", F},
         // Everyone's entry is set again, never added.
         {false, false, nullptr, WORLD, "(A;;GR;;;WD)" + F},
         {true, false, nullptr, WORLD, "(A;OICI;GR;;;WD)" + R},
@@ -244,7 +247,10 @@ TEST(FileSecurity, VolumeIsTestedOnceForEachFirstCharacter)
                                                                EXPECT_EQ(std::exchange(*pn, nRootLength), 0u);
                                                                return nResult;
                                                            });
-    CZNMFileSecurity first(nullptr), second(nullptr);
+    struct : CZNMFileSecurity
+    {
+        using CZNMFileSecurity::CZNMFileSecurity, CZNMFileSecurity::m_szRootPath;
+    } first{nullptr}, second{nullptr};
     const auto supports = [&](CZNMFileSecurity& object, const std::wstring& strPath, int nAnswer,
                               uint32_t nLength = 3) {
         nResult = nAnswer;
@@ -268,6 +274,7 @@ TEST(FileSecurity, VolumeIsTestedOnceForEachFirstCharacter)
         EXPECT_EQ(capture.Count(pszText), nCount);
     EXPECT_TRUE(supports(first, L"H:\\" + std::wstring(3000, L'x'), 0,
                          0xFFFFFFFF)); // a library that reports nonsense
+    EXPECT_EQ(std::wcslen(first.m_szRootPath), std::size(first.m_szRootPath) - 1);
 }
 
 TEST(FileSecurity, WalkVisitsFilesThenSubdirectoriesThenTheDirectory)

@@ -8,7 +8,27 @@ struct App : CZNMSCSApp
 {
     using CZNMSCSApp::GetMessageMap;
 };
+
+struct Words : CCommandLineInfo
+{
+    void ParseParam(const wchar_t* pszParam, BOOL bFlag, BOOL bLast) override
+    {
+        str = str + pszParam + (bFlag ? L" flag" : L"") + (bLast ? L" last;" : L";");
+    }
+    CString str;
+};
 } // namespace
+
+TEST(App, TakesTheWordsOfTheCommandLine)
+{
+    wchar_t szProgram[] = L"tarvel", szFlag[] = L"/m", szMinus[] = L"--", szEmpty[] = L"";
+    wchar_t* apszWords[] = {szProgram, szFlag, szEmpty, szMinus, nullptr};
+    __argc = 4;
+    __wargv = apszWords;
+    Words words;
+    theApp.ParseCommandLine(words);
+    EXPECT_STREQ(words.str, L"m flag;;- flag last;");
+}
 
 TEST(App, KeepsWhatTheFrameworkDoes)
 {
