@@ -6,6 +6,7 @@
 #include <ntsecapi.h>
 
 #include <algorithm>
+#include <cstdint>
 
 #include "access.h"
 
