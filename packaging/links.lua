@@ -1,5 +1,5 @@
--- For pandoc: a document becomes an HTML page whose links lead to the HTML pages of the other documents, under the title
--- of its first heading.
+-- For pandoc: a document becomes an HTML page whose links lead to the HTML pages of the other documents. Its title is
+-- its first heading.
 function Link(link)
     if not link.target:find("^%a+:") then
         link.target = link.target:gsub("%.md$", ".html"):gsub("%.md#", ".html#")
