@@ -53,11 +53,6 @@ int CString::GetLength() const noexcept
     return static_cast<int>(Text().size());
 }
 
-wchar_t CString::GetLast() const noexcept
-{
-    return Text().empty() ? L'\0' : Text().back();
-}
-
 CString CString::Left(int nCount) const
 {
     return CString(*this, std::clamp(nCount, 0, GetLength()));

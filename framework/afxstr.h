@@ -29,9 +29,6 @@ class CString
     int GetLength() const noexcept;
     bool IsEmpty() const noexcept { return GetLength() == 0; }
 
-    // The last unit, or NUL of an empty string.
-    wchar_t GetLast() const noexcept;
-
     // The first or last nCount units, or the whole string if it is shorter. A negative count is taken as 0.
     CString Left(int nCount) const;
     CString Right(int nCount) const;

@@ -185,7 +185,7 @@ void After::ReadTrees()
 void After::AddFaults(const wchar_t* pszWhat, const std::wstring& strDir, const Lines& paths)
 {
     for (const std::wstring& strPath : paths)
-        m_faults.push_back(std::wstring(pszWhat) + L": " + strDir + L"\\" + strPath);
+        m_faults.push_back(std::wstring(pszWhat).append(L": ").append(strDir).append(L"\\").append(strPath));
 }
 
 // What the tree that counts lacks. A running queue manager writes: what it has written is none.

@@ -192,7 +192,8 @@ void CZNInventory::ListBelow(const std::wstring& strBelow, std::vector<CZNDirect
         const std::wstring strName = entry.cFileName;
         if (strName != L"." && strName != L"..")
         {
-            const std::wstring strPath = (strBelow.empty() ? L"" : strBelow + L"\\") + strName;
+            const std::wstring strPath =
+                strBelow.empty() ? strName : std::wstring(strBelow).append(L"\\").append(strName);
             ZNEntry listed;
             listed.nAttributes = entry.dwFileAttributes;
             listed.fDirectory = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
@@ -279,13 +280,13 @@ ZNComparison::ZNComparison(const CZNInventory& left, const CZNInventory& right)
             continue;
         }
         const ZNEntry& other = found->second;
-        if (entry.fDirectory != other.fDirectory)
-            damaged.push_back(strPath);
-        else if (entry.fDirectory || (!entry.strContent.empty() && entry.strContent == other.strContent))
+        const bool fSameKind = entry.fDirectory == other.fDirectory;
+        const bool fRead = !entry.strContent.empty() && !other.strContent.empty();
+        if (fSameKind && (entry.fDirectory || (fRead && entry.strContent == other.strContent)))
             continue;
-        else if (entry.strContent.empty() || other.strContent.empty())
+        if (fSameKind && !fRead)
             notCompared.push_back(strPath);
-        else if (entry.strWritten == other.strWritten)
+        else if (!fSameKind || entry.strWritten == other.strWritten)
             damaged.push_back(strPath);
         else
             (entry.strWritten > other.strWritten ? leftNewer : rightNewer).push_back(strPath);

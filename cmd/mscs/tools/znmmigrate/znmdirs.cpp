@@ -7,8 +7,8 @@
 #include <cwchar>
 #include <string>
 
+#include "owner.h"
 #include "tovmflse.h"
-#include "tovmhndl.h"
 #include "tovmsrid.h"
 #include "tovmtrce.h"
 #include "tovxcs2.h"
@@ -127,14 +127,14 @@ uint32_t CZNMSCSApp::CreateZNDirectory(const CString& strDir, const CString& str
     trace.Parms("CZNMSCSApp::CreateZNDirectory() (strDir = %S, strLastDir = %S)", strDir, strLastDir);
 
     CString strWork = strDir;
-    if (strWork.GetLast() != L'\\')
+    if (strWork.Right(1) != L"\\")
         strWork += L'\\';
     const int nBackslash = strWork.Find(L'\\');
     CString strCurrent = strWork.Left(nBackslash);
     const CString strRemainder = strWork.Right(strWork.GetLength() - nBackslash - 1);
-    if (strCurrent.GetLast() == L':')
+    if (strCurrent.Right(1) == L":")
         strCurrent += L'\\';
-    const bool fJoined = strLastDir.IsEmpty() || strLastDir.GetLast() == L'\\';
+    const bool fJoined = strLastDir.IsEmpty() || strLastDir.Right(1) == L"\\";
     const CString strTotal = fJoined ? strLastDir + strCurrent : strLastDir + L"\\" + strCurrent;
     trace.Parms("Current: '%S', Remainder: '%S', Total: '%S'", strCurrent, strRemainder, strTotal);
 
@@ -225,8 +225,8 @@ int CZNMSCSApp::DeleteZNFiles(const CString& strDir)
     WIN32_FIND_DATAW firstEntry = {};
     WIN32_FIND_DATAW entry = {};
     const CString strPattern = strDir + L"\\*";
-    CZNMFindHandle find(FindFirstFileW(strPattern, &firstEntry));
-    if (!find.IsOpen())
+    FindHandle find(FindFirstFileW(strPattern, &firstEntry));
+    if (!find)
         return trace.Return(1); // what cannot be listed counts as deleted
 
     while (FindNextFileW(find.Get(), &entry)) // an error ends the list like its end

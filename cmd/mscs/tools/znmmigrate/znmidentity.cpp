@@ -6,7 +6,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "tovmhndl.h"
+#include "owner.h"
 #include "tovmsrid.h"
 #include "tovxcs2.h"
 
@@ -27,11 +27,11 @@ bool IsMeaningless(const FILE_ID_128& id)
 
 std::optional<CZNDirectoryIdentity> CZNDirectoryIdentity::Of(const wchar_t* pszDir, DWORD& nError)
 {
-    const CZNMFileHandle dir(CreateFileW(pszDir, FILE_READ_ATTRIBUTES,
-                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                         OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    const FileHandle dir(CreateFileW(pszDir, FILE_READ_ATTRIBUTES,
+                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                     OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     nError = GetLastError();
-    if (!dir.IsOpen())
+    if (!dir)
         return std::nullopt;
     CZNDirectoryIdentity identity;
     nError = ERROR_SUCCESS;

@@ -4,9 +4,8 @@
 // configuration files name them. The queue manager that is stopped here is never started again.
 #include "znmapp.h"
 
-#include <memory>
-
 #include "messages.h"
+#include "owner.h"
 #include "tovmsmon.h"
 #include "tovmsrid.h"
 #include "tovmtrce.h"
@@ -29,17 +28,13 @@ class MoveMark
     {
         if (strRunIdentity.IsEmpty())
             return false;
-        m_mark.reset(CreateMutexW(nullptr, FALSE, MoveMarkName(strRunIdentity)));
+        m_mark = KernelHandle(CreateMutexW(nullptr, FALSE, MoveMarkName(strRunIdentity)));
         const DWORD nError = GetLastError();
-        return m_mark != nullptr && nError != ERROR_ALREADY_EXISTS;
+        return m_mark && nError != ERROR_ALREADY_EXISTS;
     }
 
   private:
-    struct Closer
-    {
-        void operator()(HANDLE handle) const noexcept { CloseHandle(handle); }
-    };
-    std::unique_ptr<void, Closer> m_mark;
+    KernelHandle m_mark;
 };
 
 // One run of the procedure: what its steps hand on to each other. Each step returns whether the next one may

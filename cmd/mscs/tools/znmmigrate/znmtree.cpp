@@ -7,7 +7,7 @@
 #include <cwchar>
 #include <optional>
 
-#include "tovmhndl.h"
+#include "owner.h"
 #include "tovmsrid.h"
 #include "tovxcs2.h"
 #include "znmpaths.h"
@@ -47,11 +47,11 @@ bool IsDotEntry(const WIN32_FIND_DATAW& entry)
 // Puts size and time of the file that a link leads to into its entry. Returns 0 or the system's error code.
 DWORD ReadThroughLink(const CString& strPath, WIN32_FIND_DATAW& entry)
 {
-    const CZNMFileHandle file(CreateFileW(strPath, FILE_READ_ATTRIBUTES,
-                                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                          OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    const FileHandle file(CreateFileW(strPath, FILE_READ_ATTRIBUTES,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     DWORD nError = GetLastError();
-    if (!file.IsOpen())
+    if (!file)
         return nError;
     BY_HANDLE_FILE_INFORMATION information = {};
     const BOOL fRead = GetFileInformationByHandle(file.Get(), &information);
@@ -127,10 +127,10 @@ std::optional<CZNTree::Directory> CZNTree::Search::List(const CString& strDir)
     Directory listed;
     WIN32_FIND_DATAW entry = {};
     const CString strPattern = PathBelow(strDir, L"*");
-    const CZNMFindHandle find(FindFirstFileExW(strPattern, FindExInfoBasic, &entry, FindExSearchNameMatch,
-                                               nullptr, FIND_FIRST_EX_LARGE_FETCH));
+    const FindHandle find(FindFirstFileExW(strPattern, FindExInfoBasic, &entry, FindExSearchNameMatch,
+                                           nullptr, FIND_FIRST_EX_LARGE_FETCH));
     DWORD nError = GetLastError();
-    if (find.IsOpen())
+    if (find)
     {
         do
         {
