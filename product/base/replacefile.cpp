@@ -14,8 +14,14 @@ namespace
 {
 constexpr LONGLONG MAX_FILE_SIZE = 256LL << 20;
 constexpr DWORD LOCK_TIMEOUT_MS = 30'000;
-constexpr DWORD READ_PAUSE_MS = 50;
-constexpr DWORD RENAME_PAUSE_MS = 100;
+struct Patience
+{
+    int nAttempts;
+    DWORD nPauseMs;
+};
+constexpr Patience READ_PATIENCE = {20, 50};
+constexpr Patience RENAME_PATIENCE = {
+    300, 10}; // often: a reader that comes back again and again leaves short gaps
 
 // The code of a call that has just failed, also where the system gave none: 0 would pass for success.
 DWORD Failure()
@@ -31,15 +37,14 @@ bool IsBusy(DWORD nError)
            nError == ERROR_LOCK_VIOLATION;
 }
 
-// Calls attempt, which returns an error code, until it does not find the file busy, at most 20 times.
+// Calls attempt, which returns an error code, until it does not find the file busy or patience ends.
 template <class Attempt>
-DWORD WhileBusy(DWORD nPauseMs, Attempt attempt)
+DWORD WhileBusy(const Patience& patience, Attempt attempt)
 {
-    constexpr int ATTEMPTS = 20;
     DWORD nError = attempt();
-    for (int n = 1; n < ATTEMPTS && IsBusy(nError); ++n)
+    for (int n = 1; n < patience.nAttempts && IsBusy(nError); ++n)
     {
-        Sleep(nPauseMs);
+        Sleep(patience.nPauseMs);
         nError = attempt();
     }
     return nError;
@@ -145,7 +150,7 @@ class NewFile
     DWORD TakePlaceOf(const std::wstring& strOther)
     {
         m_file.Close();
-        const DWORD nError = WhileBusy(RENAME_PAUSE_MS, [&] {
+        const DWORD nError = WhileBusy(RENAME_PATIENCE, [&] {
             return MoveFileExW(m_strPath.c_str(), strOther.c_str(),
                                MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)
                        ? DWORD{ERROR_SUCCESS}
@@ -191,7 +196,7 @@ DWORD ReadOnce(const std::wstring& strPath, std::string& strContent)
 
 DWORD ReadWholeFile(const std::wstring& strPath, std::string& strContent)
 {
-    return WhileBusy(READ_PAUSE_MS, [&] { return ReadOnce(strPath, strContent); });
+    return WhileBusy(READ_PATIENCE, [&] { return ReadOnce(strPath, strContent); });
 }
 
 DWORD ReplaceFileContent(const std::wstring& strPath, const ContentChange& change)

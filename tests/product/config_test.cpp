@@ -127,11 +127,11 @@ TEST(Config, TriesBusyFilesAgainForAWhile)
         DWORD nSlept;
         DWORD nAttributes = FILE_ATTRIBUTE_NORMAL;
     } cases[] = {{ERROR_ACCESS_DENIED, 19, 0, XCS_RC_OK, 19 * 50},
-                 {ERROR_SHARING_VIOLATION, 1, 3, XCS_RC_OK, 50 + 3 * 100},
-                 {ERROR_LOCK_VIOLATION, 1, 1, XCS_RC_OK, 50 + 100},
-                 {ERROR_ACCESS_DENIED, 0, 19, XCS_RC_OK, 19 * 100},
+                 {ERROR_SHARING_VIOLATION, 1, 3, XCS_RC_OK, 50 + 3 * 10},
+                 {ERROR_LOCK_VIOLATION, 1, 1, XCS_RC_OK, 50 + 10},
+                 {ERROR_ACCESS_DENIED, 0, 299, XCS_RC_OK, 299 * 10},
                  {ERROR_SHARING_VIOLATION, 20, 0, XCS_RC_SYSTEM, 19 * 50},
-                 {ERROR_SHARING_VIOLATION, 0, 20, XCS_RC_SYSTEM, 19 * 100},
+                 {ERROR_SHARING_VIOLATION, 0, 300, XCS_RC_SYSTEM, 299 * 10},
                  {ERROR_FILE_NOT_FOUND, 1, 0, XCS_RC_SYSTEM, 0},
                  {ERROR_DISK_FULL, 0, 1, XCS_RC_SYSTEM, 0},
                  {ERROR_SUCCESS, 0, 0, XCS_RC_SYSTEM, 0, FILE_ATTRIBUTE_READONLY}};

@@ -206,14 +206,18 @@ void After::FindFaults(Tree& tree)
     if (m_record)
     {
         AddFaults(L"missing", counting.strDir, tree.expected.onlyLeft);
-        AddFaults(L"another content than in the record, with the same time", counting.strDir,
-                  tree.expected.damaged);
         AddFaults(L"older than in the record", counting.strDir, tree.expected.leftNewer);
-        if (!m_survey.fRunning && !m_record->fRunning)
+        // A file that is open for writing may keep its time although its content is another.
+        const bool fWritten = m_survey.fRunning || m_record->fRunning;
+        const size_t nWritten = tree.expected.damaged.size() + tree.expected.rightNewer.size();
+        if (!fWritten)
+        {
+            AddFaults(L"another content than in the record, with the same time", counting.strDir,
+                      tree.expected.damaged);
             AddFaults(WRITTEN_SINCE, counting.strDir, tree.expected.rightNewer);
-        else if (!tree.expected.rightNewer.empty())
-            m_notes.push_back(ZNFormatCount(tree.expected.rightNewer.size()) + L" of the files in " +
-                              counting.strDir +
+        }
+        else if (nWritten > 0)
+            m_notes.push_back(ZNFormatCount(nWritten) + L" of the files in " + counting.strDir +
                               L" were written since the record was made, and could not be compared with it");
         if (!tree.expected.onlyRight.empty())
             m_notes.push_back(ZNFormatCount(tree.expected.onlyRight.size()) + L" entries in " +
