@@ -170,11 +170,11 @@ TEST(Runs, NewTreesThatOverlapOldOnesAreNotDeletedWithThem)
                   Message(42) + USAGE); // "the same place" is narrow: letter for letter, data with data
         Snapshot all = TakeSnapshot(zn.root);
         for (const Snapshot* pTree : {&zn.data, &zn.log})
-            for (const auto& [strName, strContent] : *pTree)
+            for (const auto& old : *pTree)
                 EXPECT_TRUE(std::any_of(all.begin(), all.end(),
                                         [&](const auto& entry) {
-                                            return entry.first.ends_with(strName) &&
-                                                   (entry.second == strContent || strName == L"qm.ini");
+                                            return entry.first.ends_with(old.first) &&
+                                                   (entry.second == old.second || old.first == L"qm.ini");
                                         }))
                     << pszData << pszLog;
     }

@@ -13,7 +13,6 @@
 namespace
 {
 constexpr char UNCHANGED[] = "data +- log +- zns old qm old";
-constexpr char NOTHING_COPIED[] = "data +~ log +~ zns old qm old"; // the destinations were created
 
 // Holds a file open for itself alone.
 class HeldFile

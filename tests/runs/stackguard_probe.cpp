@@ -5,7 +5,7 @@
 
 extern "C" uintptr_t __stack_chk_guard;
 
-[[gnu::noinline, gnu::no_sanitize("undefined")]] static int Fill(int nLength)
+__attribute__((noinline, no_sanitize("undefined"))) static int Fill(int nLength)
 {
     char achBuffer[16];
     volatile char* const p = achBuffer;
