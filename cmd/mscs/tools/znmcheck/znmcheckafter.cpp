@@ -73,6 +73,8 @@ class After
     ZN_STATE NotMoved();
     ZN_STATE BetweenTheFiles();
     ZN_STATE Moved();
+    ZN_STATE MovedWithFaults();
+    ZN_STATE MovedCompletely();
     bool IsOldWhole(bool fByRecord) const;
     bool CanGo(const CZNInventory& tree) const;
     bool OldNamesOldLog() const;
@@ -411,6 +413,33 @@ ZN_STATE After::BetweenTheFiles()
                     m_survey.fRunning ? L"it runs" : L"better finish or take back first");
 }
 
+ZN_STATE After::MovedWithFaults()
+{
+    if (m_fOverlap)
+        return Conclude(ZN_CANNOT_TELL,
+                        L"both files name the new trees, but a new and an old tree share a directory",
+                        L"yes, but delete nothing");
+    if (!m_survey.fRunning && IsOldWhole(true))
+        m_back = PrefixBack();
+    return Conclude(ZN_CANNOT_TELL, L"both files name the new trees, but these are not as they should be",
+                    L"no");
+}
+
+ZN_STATE After::MovedCompletely()
+{
+    m_back = MoveBack();
+    const bool fUnknown = m_data.strOld.empty() || m_log.strOld.empty();
+    if (fUnknown)
+        m_notes.push_back(L"The old places are unknown. Name them with /od and /ol, or give the record");
+    const ZN_STATE eState =
+        Conclude(ZN_MOVED,
+                 fUnknown ? L"moved: both files name the new trees"
+                          : L"moved: both files name the new trees, the old ones are gone",
+                 L"yes");
+    PrintElsewhere();
+    return eState;
+}
+
 ZN_STATE After::Moved()
 {
     bool fLeft = false, fOldChanged = false, fCanGo = true;
@@ -421,29 +450,9 @@ ZN_STATE After::Moved()
         fCanGo = fCanGo && CanGo(p->old) && p->toNew.IsRightWhole() && p->toNew.notCompared.empty();
     }
     if (!m_faults.empty() || m_fOverlap)
-    {
-        if (!m_fOverlap && !m_survey.fRunning && IsOldWhole(true))
-            m_back = PrefixBack();
-        return Conclude(ZN_CANNOT_TELL,
-                        m_fOverlap
-                            ? L"both files name the new trees, but a new and an old tree share a directory"
-                            : L"both files name the new trees, but these are not as they should be",
-                        m_fOverlap ? L"yes, but delete nothing" : L"no");
-    }
+        return MovedWithFaults();
     if (!fLeft)
-    {
-        m_back = MoveBack();
-        const bool fUnknown = m_data.strOld.empty() || m_log.strOld.empty();
-        if (fUnknown)
-            m_notes.push_back(L"The old places are unknown. Name them with /od and /ol, or give the record");
-        const ZN_STATE eState =
-            Conclude(ZN_MOVED,
-                     fUnknown ? L"moved: both files name the new trees"
-                              : L"moved: both files name the new trees, the old ones are gone",
-                     L"yes");
-        PrintElsewhere();
-        return eState;
-    }
+        return MovedCompletely();
     if (fOldChanged)
     {
         const std::wstring strState =
