@@ -62,7 +62,7 @@ inline RunResult RunProgram(const fs::path& program, const std::wstring& strWord
     constexpr DWORD PIPE_SIZE = 1 << 20; // all that it may write
     const Pause pause;
     SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-    HANDLE ahRead[2], ahWrite[2];
+    HANDLE ahRead[2] = {}, ahWrite[2] = {};
     for (int i : {0, 1})
     {
         CreatePipe(&ahRead[i], &ahWrite[i], &inherit, PIPE_SIZE);

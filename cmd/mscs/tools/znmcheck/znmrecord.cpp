@@ -159,6 +159,45 @@ bool ParseEntry(const std::vector<std::string_view>& values, bool fDirectory, CZ
     tree.nBytes += entry.nSize;
     return tree.entries.emplace(strPath, entry).second;
 }
+
+// The lines of a record that hold one text each.
+using Texts = std::map<std::string_view, std::wstring*>;
+Texts TextsOf(CZNRecord& record)
+{
+    return {{"queue-manager", &record.strQueueManager},
+            {"directory", &record.strDirectory},
+            {"old-data", &record.strOldData},
+            {"old-log", &record.strOldLog},
+            {"new-data", &record.strNewData},
+            {"new-log", &record.strNewLog},
+            {"zns.ini", &record.strZnsIni},
+            {"qm.ini", &record.strQmIni}};
+}
+
+// Takes one line, whose first value is its word. False if no record has such a line.
+bool ParseLine(const std::vector<std::string_view>& values, const Texts& texts, CZNRecord& record)
+{
+    const std::string_view word = values[0];
+    if (word == "data-file" || word == "data-directory")
+        return ParseEntry(values, word == "data-directory", record.data);
+    if (word == "log-file" || word == "log-directory")
+        return ParseEntry(values, word == "log-directory", record.log);
+    if (values.size() != 2)
+        return false;
+    if (const auto text = texts.find(word); text != texts.end())
+        return text->second->empty() && UnescapeText(values[1], *text->second);
+    if (word == "running")
+    {
+        record.fRunning = values[1] == "yes";
+        return true;
+    }
+    if (word != "zns.ini-line" && word != "qm.ini-line")
+        return false;
+    std::string& strFile = word[0] == 'z' ? record.strZnsText : record.strQmText;
+    const bool fUnescaped = UnescapeBytes(values[1], strFile);
+    strFile += '\n';
+    return fUnescaped;
+}
 } // namespace
 
 std::string ZNSealRecord(const std::string& strText)
@@ -203,37 +242,11 @@ std::optional<CZNRecord> CZNRecord::FromText(const std::string& strText, std::st
         return refuse("its checksum in the last line does not fit: it is damaged or was changed");
 
     CZNRecord record;
-    const std::map<std::string_view, std::wstring*> texts = {{"queue-manager", &record.strQueueManager},
-                                                             {"directory", &record.strDirectory},
-                                                             {"old-data", &record.strOldData},
-                                                             {"old-log", &record.strOldLog},
-                                                             {"new-data", &record.strNewData},
-                                                             {"new-log", &record.strNewLog},
-                                                             {"zns.ini", &record.strZnsIni},
-                                                             {"qm.ini", &record.strQmIni}};
+    const Texts texts = TextsOf(record);
     const auto lines = Split(std::string_view(strText).substr(0, nSeal - 1), LINE_END);
     for (size_t nLine = 1; nLine < lines.size(); ++nLine)
     {
-        const auto values = Split(lines[nLine], "\t");
-        const std::string_view word = values[0];
-        const auto text = texts.find(word);
-        bool fRight = values.size() == 2;
-        if (text != texts.end())
-            fRight = fRight && text->second->empty() && UnescapeText(values[1], *text->second);
-        else if (word == "running")
-            record.fRunning = fRight && values[1] == "yes";
-        else if (word == "zns.ini-line" || word == "qm.ini-line")
-        {
-            std::string& strFile = word[0] == 'z' ? record.strZnsText : record.strQmText;
-            fRight = fRight && UnescapeBytes(values[1], strFile);
-            strFile += '\n';
-        }
-        else if (word == "data-file" || word == "data-directory")
-            fRight = ParseEntry(values, word == "data-directory", record.data);
-        else
-            fRight = (word == "log-file" || word == "log-directory") &&
-                     ParseEntry(values, word == "log-directory", record.log);
-        if (!fRight)
+        if (!ParseLine(Split(lines[nLine], "\t"), texts, record))
             return refuse("line " + std::to_string(nLine + 1) + " is none of a record");
     }
     for (const auto& [word, pstrText] : texts)
