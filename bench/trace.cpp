@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "../tests/hook.h"
+#include "../tests/support/hook.h"
 #include "tovxcs2.h"
 
 namespace
