@@ -1,6 +1,7 @@
 // Looks for everything that would let the copy or the deletion destroy data. Changes nothing on disk.
 #include "znmsources.h"
 
+#include <cwchar>
 #include <map>
 #include <set>
 
@@ -36,10 +37,15 @@ class Overlaps
         if (const auto forbidden = m_forbidden.find(identity); forbidden != m_forbidden.end())
             return Report(forbidden->second, strDir);
 
+        if (IsBelowMissing(strDestDir))
+            return;
         DWORD nError = ERROR_SUCCESS;
         const auto destination = CZNDirectoryIdentity::Of(strDestDir, nError);
         if (!destination && (nError == ERROR_FILE_NOT_FOUND || nError == ERROR_PATH_NOT_FOUND))
+        {
+            m_strMissingDest = strDestDir + L"\\";
             return;
+        }
         if (!destination)
             return Report(ZN_FINDING::NOT_IDENTIFIED, strDestDir, nError);
         const auto [known, fNew] = m_destinations.emplace(*destination, Destination{identity, strDestDir});
@@ -62,12 +68,21 @@ class Overlaps
         CString strDir;
     };
 
+    // Sources come parent first, so what follows a missing destination directory is mostly below it.
+    bool IsBelowMissing(const CString& strDestDir) const
+    {
+        return !m_strMissingDest.IsEmpty() &&
+               std::wcsncmp(strDestDir, m_strMissingDest,
+                            static_cast<size_t>(m_strMissingDest.GetLength())) == 0;
+    }
+
     void Report(ZN_FINDING eFinding, const CString& strPath, DWORD nError = ERROR_SUCCESS) const
     {
         m_report({eFinding, strPath, nError});
     }
 
     const ZNFindingReport& m_report;
+    CString m_strMissingDest; // the last destination directory that is not there, with a backslash
     std::map<CZNDirectoryIdentity, ZN_FINDING> m_forbidden;
     std::map<CZNDirectoryIdentity, Destination> m_destinations; // those that exist
     std::set<CZNDirectoryIdentity> m_sources;
