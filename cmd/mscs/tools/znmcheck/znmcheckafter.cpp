@@ -396,12 +396,21 @@ ZN_STATE After::BetweenTheFiles()
              m_log.toNew.notCompared.empty() && CanGo(m_log.now))
     {
         // The queue manager ran in between. What went on in the old log must come along.
+        constexpr size_t LONGEST_OF_XCOPY = 254;
+        for (const std::wstring& strDir : {m_log.strOld, m_log.strNew})
+            if (m_log.old.LongestPathIn(strDir) > LONGEST_OF_XCOPY)
+                return Conclude(
+                    ZN_CANNOT_TELL,
+                    strState +
+                        L"; the old log tree must be copied again, and has paths that xcopy cannot copy",
+                    L"yes, but delete nothing");
         if (m_log.now.fThere)
             m_finish = {RemoveTree(m_log.strNew)};
         m_finish.push_back(L"xcopy " + ZNQuoted(m_log.strOld) + L" " + ZNQuoted(m_log.strNew) +
                            L" /e /h /k /i /y");
-        m_finish.push_back(L"icacls " + ZNQuoted(m_log.strNew) +
-                           L" /grant *S-1-5-32-544:(OI)(CI)F *S-1-5-18:(OI)(CI)F znm:(OI)(CI)F /t");
+        m_finish.push_back(
+            L"icacls " + ZNQuoted(m_log.strNew) +
+            L" /grant \"*S-1-5-32-544:(OI)(CI)F\" \"*S-1-5-18:(OI)(CI)F\" \"znm:(OI)(CI)F\" /t");
         for (const std::wstring& strStep : LogPathOn())
             m_finish.push_back(strStep);
         m_notes.push_back(
@@ -498,8 +507,9 @@ void After::PrintTree(const wchar_t* pszWhich, const Tree& tree, bool fNew) cons
     else
         strLine += strDir + L": " + ZNFormatSize(inventory.nFiles, inventory.nBytes);
     if (inventory.fThere && m_record && fNew == tree.fNew && tree.expected.IsSame())
-        strLine += fNew && tree.pszKind == m_data.pszKind ? L", as in the record but for the line LogPath"
-                                                          : L", every byte as in the record";
+        strLine += tree.pszKind == m_data.pszKind
+                       ? L", every byte as in the record, the line LogPath of qm.ini aside"
+                       : L", every byte as in the record";
     if (fNew && tree.old.fThere && tree.now.fThere)
         strLine += tree.toNew.IsSame() ? L", the same as the old tree" : L", not the same as the old tree";
     ZNPrintLine(strLine);
@@ -568,7 +578,7 @@ void After::PrintElsewhere() const
                 static_cast<const wchar_t*>(m_words.strDataDest));
     ZNPrintLine(L"    if znm is a local group there, which this machine's access lists do not name:");
     for (const Tree* const p : {&m_data, &m_log})
-        ZNPrintLine(L"        icacls " + ZNQuoted(p->strNew) + L" /grant znm:(OI)(CI)F /t");
+        ZNPrintLine(L"        icacls " + ZNQuoted(p->strNew) + L" /grant \"znm:(OI)(CI)F\" /t");
     for (const Tree* const p : {&m_data, &m_log})
     {
         std::wstring strParent = p->strOld;

@@ -125,8 +125,8 @@ void Look::CheckUser()
     if (IsElevated())
         m_report.Ok(L"elevation", L"the program runs elevated");
     else
-        m_report.Stop(L"elevation", L"the program does not run elevated",
-                      L"open the command prompt with \"Run as administrator\"");
+        m_report.Note(L"elevation", L"the program does not run elevated, which is enough for a member of the "
+                                    L"group znm only; otherwise use \"Run as administrator\"");
     if (HasZnmAccount())
         m_report.Ok(L"group znm", L"this machine knows it");
     else
@@ -304,11 +304,9 @@ void Look::CheckFindings(const wchar_t* pszSubject, const std::vector<ZNFinding>
 
 void Look::CheckOldTree(const wchar_t* pszSubject, CZNInventory& tree, const Destination& destination)
 {
-    size_t nLongest = 0;
-    for (const auto& entry : tree.entries)
-        nLongest = std::max(nLongest, entry.first.size() + 1 + destination.strDir.size());
     m_report.Ok(pszSubject, tree.strDir + L": " + ZNFormatSize(tree.nFiles, tree.nBytes) +
-                                L"; longest new path " + std::to_wstring(nLongest) + L" of " +
+                                L"; longest new path " +
+                                std::to_wstring(tree.LongestPathIn(destination.strDir)) + L" of " +
                                 std::to_wstring(ZN_MAX_FILE_PATH) + L" characters");
     for (const std::wstring& strLink : tree.links)
         if ((GetFileAttributesW(strLink.c_str()) & FILE_ATTRIBUTE_DIRECTORY) != 0)

@@ -268,6 +268,14 @@ void CZNInventory::Probe(bool fHeld)
     }
 }
 
+size_t CZNInventory::LongestPathIn(const std::wstring& strDirectory) const
+{
+    size_t nLongest = 0;
+    for (const auto& entry : entries)
+        nLongest = std::max(nLongest, entry.first.size() + 1 + strDirectory.size());
+    return nLongest;
+}
+
 ZNComparison::ZNComparison(const CZNInventory& left, const CZNInventory& right)
 {
     for (const auto& [strPath, entry] : left.entries)

@@ -64,6 +64,9 @@ class CZNInventory
     // moment may be refused.
     void Probe(bool fHeld);
 
+    // Characters of the longest path that the tree's entries have in this directory.
+    size_t LongestPathIn(const std::wstring& strDirectory) const;
+
     std::wstring strDir;
     bool fThere = false;
     std::map<std::wstring, ZNEntry, IgnoreCase> entries; // by path below the tree
