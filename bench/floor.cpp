@@ -2,10 +2,13 @@
 // else. It must not share code with what it is compared with, and looks at results only to know that it
 // measured a whole move.
 //
-//     floor <old data> <old log> <new data> <new log> <zns.ini> <old prefix> <new prefix> [listings]
+//     floor <old data> <old log> <new data> <new log> <zns.ini> <old prefix> <new prefix> [listings|looks]
 //
-// With "listings" it lists each directory of the copy as often as the move has to: for its files, for its
-// subdirectories, and once more for the access lists of the directories themselves. Without, once.
+// With "listings" it lists each directory of the copy as often as the access lists require: for its files,
+// for its subdirectories, and once more for the access lists of the directories themselves. Without, once.
+// With "looks" it also lists as often as a move that proves its copy: the old trees before the copy, each
+// copy after it, both old trees before the first deletion and the old log tree before the second one. The
+// last three ask each file for its size and time too.
 //
 // Prints the milliseconds that copy, access lists, configuration and deletion took.
 #include <windows.h>
@@ -22,6 +25,7 @@ namespace
 wchar_t s_szPath[2048]; // the one path that both walks work in
 EXPLICIT_ACCESS_W s_entries[3];
 bool s_fListings = false;
+bool s_fLooks = false;
 
 void Need(bool fHeld, const char* pszCall)
 {
@@ -71,6 +75,29 @@ void Copy(const wchar_t* pszOld, const wchar_t* pszNew)
     request.pTo = szTo;
     request.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOCONFIRMMKDIR | FOF_NOERRORUI;
     Need(SHFileOperationW(&request) == 0, "SHFileOperationW");
+}
+
+// --- Looks
+void LookBelow(wchar_t* pEnd, bool fAskFiles)
+{
+    ForEach(pEnd, [fAskFiles](const WIN32_FIND_DATAW& entry, wchar_t* pEntryEnd) {
+        WIN32_FILE_ATTRIBUTE_DATA attributes;
+        if (IsDirectory(entry))
+            LookBelow(pEntryEnd, fAskFiles);
+        else if (fAskFiles)
+            Need(GetFileAttributesExW(s_szPath, GetFileExInfoStandard, &attributes), "GetFileAttributesExW");
+    });
+}
+
+wchar_t* Start(const wchar_t* pszPath)
+{
+    return std::wcscpy(s_szPath, pszPath) + std::wcslen(pszPath);
+}
+
+void Look(const wchar_t* pszPath, bool fAskFiles)
+{
+    if (s_fLooks)
+        LookBelow(Start(pszPath), fAskFiles);
 }
 
 void CreatePath(const wchar_t* pszPath)
@@ -148,11 +175,6 @@ void DeleteBelow(wchar_t* pEnd)
     Need(RemoveDirectoryW(s_szPath), "RemoveDirectoryW");
 }
 
-wchar_t* Start(const wchar_t* pszPath)
-{
-    return std::wcscpy(s_szPath, pszPath) + std::wcslen(pszPath);
-}
-
 // --- Configuration: a new file beside the old one, flushed, and put into its place.
 void Rewrite(const wchar_t* pszFile, const wchar_t* pszOld, const wchar_t* pszNew)
 {
@@ -195,11 +217,17 @@ extern "C" int wmain(int argc, wchar_t* argv[])
     const wchar_t* const* const pszOld = argv + 1;
     const wchar_t* const* const pszNew = argv + 3;
     s_fListings = argc > 8 && argv[8][0] != 0;
+    s_fLooks = argc > 8 && std::wcscmp(argv[8], L"looks") == 0;
     double anMoments[5] = {Now()};
     for (int i = 0; i < 2; ++i)
         CreatePath(pszNew[i]);
     for (int i = 0; i < 2; ++i)
+        Look(pszOld[i], false);
+    for (int i = 0; i < 2; ++i)
+    {
         Copy(pszOld[i], pszNew[i]);
+        Look(pszNew[i], false);
+    }
     anMoments[1] = Now();
     PrepareAccess();
     for (int i = 0; i < 2; ++i)
@@ -210,8 +238,12 @@ extern "C" int wmain(int argc, wchar_t* argv[])
     std::swprintf(szQmIni, MAX_PATH, L"%ls\\qm.ini", pszNew[0]);
     Rewrite(szQmIni, pszOld[1], pszNew[1]);
     anMoments[3] = Now();
+    Look(pszOld[0], true);
     for (int i = 0; i < 2; ++i)
+    {
+        Look(pszOld[1], true);
         DeleteBelow(Start(pszOld[i]));
+    }
     anMoments[4] = Now();
     for (int i = 0; i < 4; ++i)
         std::printf("%.3f ", anMoments[i + 1] - anMoments[i]);
