@@ -1,8 +1,8 @@
 // Asks the product's library. Must not judge what it says.
 #include "znmsurvey.h"
 
-#include <cwchar>
-#include <sstream>
+#include <algorithm>
+#include <cstring>
 
 #include "owner.h"
 #include "tovmsmon.h"
@@ -49,9 +49,10 @@ CZNSurvey::CZNSurvey(const ZNCheckWords& words)
 void CZNSurvey::AddOthers(const CString& strName)
 {
     DWORD nError = ERROR_SUCCESS;
-    std::istringstream lines(ZNReadFile(strZnsIni, nError));
-    for (std::string strLine; std::getline(lines, strLine);)
+    const std::string strText = ZNReadFile(strZnsIni, nError) + '\n';
+    for (size_t nBegin = 0, nEnd; (nEnd = strText.find('\n', nBegin)) != std::string::npos; nBegin = nEnd + 1)
     {
+        const std::string strLine = strText.substr(nBegin, nEnd - nBegin);
         const size_t nName = strLine.find_first_not_of(" \t"), nEquals = strLine.find('=');
         if (nName == std::string::npos || nEquals == std::string::npos ||
             _strnicmp(strLine.c_str() + nName, "Name", 4) != 0)
