@@ -3,8 +3,8 @@
 #pragma once
 
 #include <functional>
-#include <sstream>
 
+#include "owner.h"
 #include "tempdir.h"
 
 struct RunResult
@@ -20,127 +20,87 @@ inline fs::path ProgramFolder()
     return fs::path(szPath).parent_path();
 }
 
-// Where a run with the fault "w" waits, and for what: events that the program inherits the names of.
-class Pause
+// Starts a program. It inherits handles only if the start-up information has some.
+inline KernelHandle StartProgram(const fs::path& program, const std::wstring& strWords,
+                                 const fs::path& currentDir, STARTUPINFOW startup = {})
 {
-  public:
-    Pause()
-    {
-        const std::wstring strName = L"Local\\ZN.Pause." + std::to_wstring(GetCurrentProcessId());
-        m_hReached = CreateEventW(nullptr, FALSE, FALSE, (strName + L".Reached").c_str());
-        m_hGo = CreateEventW(nullptr, FALSE, FALSE, (strName + L".Go").c_str());
-        SetEnvironmentVariableW(L"ZN_FAULTS_PAUSE", strName.c_str());
-    }
-    ~Pause()
-    {
-        CloseHandle(m_hReached);
-        CloseHandle(m_hGo);
-    }
-    Pause(const Pause&) = delete;
-    Pause& operator=(const Pause&) = delete;
-
-    // Runs body if the process comes to where it waits, and lets it go on.
-    bool Await(HANDLE hProcess, const std::function<void()>& body) const
-    {
-        const HANDLE ah[] = {m_hReached, hProcess};
-        if (WaitForMultipleObjects(2, ah, FALSE, INFINITE) != WAIT_OBJECT_0)
-            return false;
-        body();
-        return SetEvent(m_hGo);
-    }
-
-  private:
-    HANDLE m_hReached, m_hGo;
-};
+    startup.cb = sizeof startup;
+    std::wstring strCommand = program.stem().wstring() + L" " + strWords;
+    PROCESS_INFORMATION process = {};
+    // Once in some thousand times Wine gives up a process before anything of it has run.
+    for (int nTry = 0; nTry < 2 && process.hProcess == nullptr; ++nTry)
+        CreateProcessW(program.c_str(), strCommand.data(), nullptr, nullptr, startup.dwFlags != 0, 0, nullptr,
+                       currentDir.c_str(), &startup, &process);
+    const KernelHandle thread(process.hThread);
+    return KernelHandle(process.hProcess);
+}
 
 // Runs a program to its end, in the scratch directory, and takes what it writes. A program that went astray
-// would find nothing but its Wine prefix or system drive there. What it wrote is taken from pipes: something
-// of its console may live on for a moment and hold them.
+// would find nothing but its Wine prefix or system drive there. atPause is called while the program waits
+// (see runs/faults/faults.cpp).
 inline RunResult RunProgram(const fs::path& program, const std::wstring& strWords, const fs::path& scratch,
                             const std::function<void()>& atPause = nullptr)
 {
-    constexpr DWORD PIPE_SIZE = 1 << 20; // all that it may write
-    const Pause pause;
+    constexpr DWORD PIPE_SIZE = 1 << 20; // of all that the program may write
     SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-    HANDLE ahRead[2] = {}, ahWrite[2] = {};
+    KernelHandle read[2], write[2];
     for (int i : {0, 1})
-    {
-        CreatePipe(&ahRead[i], &ahWrite[i], &inherit, PIPE_SIZE);
-        SetHandleInformation(ahRead[i], HANDLE_FLAG_INHERIT, 0);
-    }
+        CreatePipe(read[i].Out(), write[i].Out(), &inherit, PIPE_SIZE);
+    const KernelHandle reached(CreateEventW(&inherit, FALSE, FALSE, nullptr)),
+        go(CreateEventW(&inherit, FALSE, FALSE, nullptr));
+    const auto number = [](HANDLE h) { return std::to_string(reinterpret_cast<uintptr_t>(h)); };
+    SetEnvironmentVariableA("ZN_FAULTS_PAUSE", (number(reached.Get()) + " " + number(go.Get())).c_str());
     STARTUPINFOW startup = {};
-    startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = ahWrite[0];
-    startup.hStdError = ahWrite[1];
-    PROCESS_INFORMATION process = {};
-    std::wstring strCommand = program.stem().wstring() + L" " + strWords;
+    startup.hStdOutput = write[0].Get();
+    startup.hStdError = write[1].Get();
+    const KernelHandle process = StartProgram(program, strWords, scratch, startup);
+    const HANDLE ah[] = {reached.Get(), process.Get()};
     RunResult result{0xDEAD, "", ""};
-    const auto start = [&] {
-        return CreateProcessW(program.c_str(), strCommand.data(), nullptr, nullptr, TRUE, 0, nullptr,
-                              scratch.c_str(), &startup, &process);
-    };
-    // Once in some thousand times Wine gives up a process before anything of it has run.
-    if (start() || (GetLastError() == ERROR_INTERNAL_ERROR && start()))
+    if (atPause && WaitForMultipleObjects(2, ah, FALSE, INFINITE) == WAIT_OBJECT_0)
     {
-        if (atPause && !pause.Await(process.hProcess, atPause))
-            result.strErr = "ended before the pause";
-        WaitForSingleObject(process.hProcess, INFINITE);
-        GetExitCodeProcess(process.hProcess, &result.nStatus);
-        CloseHandle(process.hProcess);
-        CloseHandle(process.hThread);
+        atPause();
+        SetEvent(go.Get());
     }
-    else
-        result.nStatus += GetLastError() << 16;
-    std::string* const astr[] = {&result.strOut, &result.strErr};
+    else if (atPause)
+        result.strErr = "ended before the pause";
+    WaitForSingleObject(process.Get(), INFINITE);
+    GetExitCodeProcess(process.Get(), &result.nStatus);
+    // The pipes are not read to their end: something of the program's console may live on and hold them.
     for (int i : {0, 1})
     {
+        std::string strWritten(PIPE_SIZE, '\0');
         DWORD nLength = 0;
-        PeekNamedPipe(ahRead[i], nullptr, 0, nullptr, &nLength, nullptr);
-        std::string strWritten(nLength, '\0');
-        if (nLength > 0)
-            ReadFile(ahRead[i], strWritten.data(), nLength, &nLength, nullptr);
-        *astr[i] += strWritten;
-        CloseHandle(ahRead[i]);
-        CloseHandle(ahWrite[i]);
+        WriteFile(write[i].Get(), "", 1, &nLength, nullptr); // a read of nothing would wait
+        ReadFile(read[i].Get(), strWritten.data(), PIPE_SIZE, &nLength, nullptr);
+        (i == 0 ? result.strOut : result.strErr) += strWritten.substr(0, nLength - 1);
     }
     return result;
 }
 
-// A queue manager that runs and refuses to end. It is killed with the object at the latest: it would outlive
-// the test, and hold what ctest waits for.
+// A queue manager that runs and refuses to end. It is killed with the object: it would outlive the test, and
+// hold what ctest waits for.
 class RefusingQueueManager
 {
   public:
     explicit RefusingQueueManager(const std::wstring& strName)
     {
         const std::wstring strReady = L"Local\\ZN.Test." + std::to_wstring(GetCurrentProcessId());
-        std::wstring strRun = L"sampleqm run " + strName + L" /refuse /ready " + strReady;
-        const HANDLE hReady = CreateEventW(nullptr, TRUE, FALSE, strReady.c_str());
-        STARTUPINFOW startup = {};
-        PROCESS_INFORMATION info = {};
-        CreateProcessW((ProgramFolder() / "sampleqm.exe").c_str(), strRun.data(), nullptr, nullptr, FALSE, 0,
-                       nullptr, nullptr, &startup, &info);
-        hProcess = info.hProcess;
-        const HANDLE ah[] = {hReady, hProcess};
+        const KernelHandle ready(CreateEventW(nullptr, TRUE, FALSE, strReady.c_str()));
+        m_process = StartProgram(ProgramFolder() / "sampleqm.exe",
+                                 L"run " + strName + L" /refuse /ready " + strReady, ProgramFolder());
+        const HANDLE ah[] = {ready.Get(), m_process.Get()};
         fRuns = WaitForMultipleObjects(2, ah, FALSE, INFINITE) == WAIT_OBJECT_0;
-        for (const HANDLE h : {hReady, info.hThread})
-            CloseHandle(h);
     }
     ~RefusingQueueManager()
     {
-        Kill();
-        CloseHandle(hProcess);
-    }
-    void Kill()
-    {
-        TerminateProcess(hProcess, 9);
-        WaitForSingleObject(hProcess, INFINITE);
+        TerminateProcess(m_process.Get(), 9);
+        WaitForSingleObject(m_process.Get(), INFINITE);
     }
     bool fRuns = false;
 
   private:
-    HANDLE hProcess = nullptr;
+    KernelHandle m_process;
 };
 
 class Installation : public TempDir
@@ -163,10 +123,16 @@ class Installation : public TempDir
         for (const char* psz : {"ctl", "active\\log1", "active\\x\\log2"})
             WriteAll(oldLog / psz, std::string(3000, 'l') + psz);
         WriteAll(root / "bystander\\file", "not named by anything");
-        data = TakeSnapshot(oldData);
-        log = TakeSnapshot(oldLog);
+        Remember();
         rest = Rest();
         SetEnvironmentVariableW(L"ZN_WORK_PATH", work.c_str());
+    }
+
+    // Takes what the old trees hold now for what must not get lost.
+    void Remember()
+    {
+        data = TakeSnapshot(oldData);
+        log = TakeSnapshot(oldLog);
     }
 
     // Runs tarvel, without faults or as strFaults says (see runs/faults/faults.cpp); atPause where those let
@@ -191,9 +157,7 @@ class Installation : public TempDir
         const RunResult result = Run(strWords, strFaults, atPause);
         SetEnvironmentVariableW(L"ZN_TRACE", nullptr);
         strTrace.clear();
-        wchar_t szWork[MAX_PATH];
-        GetEnvironmentVariableW(L"ZN_WORK_PATH", szWork, MAX_PATH);
-        for (const auto& [strName, strContent] : TakeSnapshot(fs::path(szWork) / "trace"))
+        for (const auto& [strName, strContent] : TakeSnapshot(work / "trace"))
             strTrace += strContent;
         return result;
     }
@@ -204,10 +168,12 @@ class Installation : public TempDir
                (root / newLogs).wstring();
     }
 
-    // Calls of a function of which the report of the last run tells, and which of all calls was the first of
-    // them; 0 if there was none.
-    long Calls(const std::string& strFunction) const { return Reported(strFunction).first; }
-    long FirstCall(const std::string& strFunction) const { return Reported(strFunction).second; }
+    // Calls of a function, or of all ("*"), in the last run with faults, as far as it was counted.
+    long Calls(const std::string& strFunction) const
+    {
+        const size_t nLine = strReport.find("\n" + strFunction + " ");
+        return nLine == std::string::npos ? 0 : std::stol(strReport.substr(nLine + strFunction.size() + 2));
+    }
 
     // What the trees and the configuration are now: for data and log, the old tree and the new one, each
     // whole (+), partly there (~) or missing (-); then the places that zns.ini and the qm.ini of the new tree
@@ -231,15 +197,6 @@ class Installation : public TempDir
     std::string strZnsIni, strReport, strTrace;
 
   private:
-    std::pair<long, long> Reported(const std::string& strFunction) const
-    {
-        std::istringstream lines(strReport);
-        std::string strName;
-        for (long nCalls, nFirst; lines >> strName >> nCalls >> nFirst;)
-            if (strName == strFunction)
-                return {nCalls, nFirst};
-        return {};
-    }
     static std::string Replaced(std::string str, const std::string& strOld, const std::string& strNew)
     {
         return str.replace(str.find(strOld), strOld.size(), strNew);
