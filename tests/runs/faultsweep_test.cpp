@@ -135,7 +135,7 @@ TEST_P(FaultSweep, LosesNothing)
                 // Failing every allocation leaves the language's runtime nothing to end the process with.
                 if (nFunction++ % 3 != nPart || (fMemory && chMode == 'a'))
                     continue;
-                const long nStep = s_fAll ? 1 : std::max(1L, nCalls / (strFaults.empty() ? 10 : 2));
+                const long nStep = s_fAll ? 1 : std::max(1L, nCalls / (strFaults.empty() ? 8 : 2));
                 for (long nCall = 1; nCall <= nCalls; nCall += nStep, ++nPoints)
                 {
                     const std::string strFault = strFaults + FaultAt(strFunction, nCall, chMode, failure);

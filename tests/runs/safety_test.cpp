@@ -120,6 +120,7 @@ TEST(Safety, LookAtTheSourcesRefuses)
          [](const Installation& zn) { fs::remove_all(zn.oldLog), WriteAll(zn.oldLog, "a file"); }},
         {L"newdata", L"newlog", L"", L"", "cannot be listed", nullptr,
          "FindFirstFileExW:2:o:ffffffffffffffff:5"}, // a directory that may not be read
+        {L"newdata", L"newlog", L"", L"", "cannot be listed", nullptr, "FindNextFileW:3:o:0:5"}, // half-way
         // Files may have 259 characters, directories 247.
         {L"newdata", L"newlogs", L"", L"", pszTooLong,
          [](const Installation& zn) { MakeLong(zn.oldLog, 259, true); }},
