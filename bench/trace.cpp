@@ -126,9 +126,9 @@ void Compare(const char* pszName, Function byHand, Function traced)
 void CountReads(const char* pszName, Function function)
 {
     int nReads = 0;
-    const ImportHook<decltype(TlsGetValue)> hook("TlsGetValue", [&](DWORD nSlot) {
+    const auto hook = Hook(TlsGetValue, [&](DWORD nSlot) {
         nReads += nSlot == xihTLSIndex;
-        return hook.Real(nSlot);
+        return TlsGetValue(nSlot);
     });
     function(0);
     std::printf("%s\t%d\n", pszName, nReads);

@@ -11,11 +11,8 @@ TEST(String, KeepsTheClassLibrarysRules)
     const CString copy = str;
     EXPECT_EQ(str.Find(L'\\') * 10 + str.ReverseFind(L'\\'), 13);
     EXPECT_EQ(str.Find(L'x') * 10 + str.ReverseFind(L'x'), -11);
-    for (const auto& [nCount, pszLeft, pszRight] : {std::tuple{-1, L"", L""},
-                                                    {0, L"", L""},
-                                                    {2, L"a\\", L"\\c"},
-                                                    {5, L"a\\b\\c", L"a\\b\\c"},
-                                                    {6, L"a\\b\\c", L"a\\b\\c"}})
+    for (const auto& [nCount, pszLeft, pszRight] :
+         {std::tuple{-1, L"", L""}, {0, L"", L""}, {2, L"a\\", L"\\c"}, {6, L"a\\b\\c", L"a\\b\\c"}})
     {
         EXPECT_STREQ(str.Left(nCount), pszLeft);
         EXPECT_STREQ(str.Right(nCount), pszRight);
@@ -45,26 +42,21 @@ TEST(String, IsLoadedFromTheStringTable)
     EXPECT_TRUE(str.IsEmpty());
     EXPECT_EQ(str.LoadString(48), FALSE);
     // Blocks that end before entry 4 (identifier 20), or in it.
-    const std::wstring blocks[] = {L"",         {L"\0\0\0", 3},     {L"\0\0\0\0", 4}, {L"\0\0\0\0\xFFFF"},
-                                   {L"\xFFFF"}, {L"\0\0\0\0\2x", 6}};
-    for (const std::wstring& block : blocks)
+    for (const std::wstring& block :
+         {std::wstring(), std::wstring(3, L'\0'), std::wstring(4, L'\0'), std::wstring(L"\xFFFF"),
+          std::wstring(4, L'\0') + L"\xFFFF", std::wstring(4, L'\0') + L"\2x"})
     {
-        ImportHook<decltype(LockResource)> lock("LockResource",
-                                                [&](HGLOBAL) { return const_cast<wchar_t*>(block.data()); });
-        ImportHook<decltype(SizeofResource)> size("SizeofResource", [&](HMODULE, HRSRC) {
-            return static_cast<DWORD>(block.size() * sizeof(wchar_t));
-        });
-        EXPECT_EQ(str.LoadString(20), FALSE) << &block - blocks;
+        const auto lock = Hook(LockResource, [&](auto) { return const_cast<wchar_t*>(block.data()); });
+        const auto size = Hook(SizeofResource, [&](auto...) { return block.size() * sizeof(wchar_t); });
+        EXPECT_EQ(str.LoadString(20), FALSE) << block.size();
     }
 }
 
 TEST(Conversion, IsNullForNullAndAfterAFailure)
 {
-    ImportHook<decltype(WideCharToMultiByte)> convert("WideCharToMultiByte",
-                                                      [&](UINT nCodePage, auto... args) {
-                                                          EXPECT_EQ(nCodePage, UINT{CP_THREAD_ACP});
-                                                          return convert.Real(nCodePage, args...);
-                                                      });
+    const auto convert = Hook(WideCharToMultiByte, [&](UINT nCodePage, auto... args) {
+        return nCodePage == CP_THREAD_ACP ? WideCharToMultiByte(nCodePage, args...) : 0;
+    });
     EXPECT_STREQ(CW2A(L"text"), "text");
     EXPECT_EQ(CW2A(nullptr), nullptr);
     const auto fails = Fails(WideCharToMultiByte, 0, 122);

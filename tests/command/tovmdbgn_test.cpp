@@ -21,13 +21,11 @@ TEST(Debug, SeverityOneWritesARecordAndTheOthersOnlyTrace)
 TEST(Debug, FailureRecordHasItsFixedFields)
 {
     std::string strSource;
+    const auto context = Hook(xcsSaveFileContextSccsId,
+                              [&](const char* psz, int nLine) { strSource = psz + std::to_string(nLine); });
     int nCalls = 0;
-    ImportHook<decltype(xcsSaveFileContextSccsId)> context(
-        "xcsSaveFileContextSccsId",
-        [&](const char* psz, int nLine) { strSource = psz + std::to_string(nLine); });
-    ImportHook<decltype(xcsVORTFn)> record(
-        "xcsVORTFn",
-        [&](int c, int f, int probe, int code, const XCS_INSERTS* p, void* p1, void* p2, void* p3) {
+    const auto record =
+        Hook(xcsVORTFn, [&](int c, int f, int probe, int code, auto* p, auto p1, auto p2, auto p3) {
             ++nCalls;
             EXPECT_THAT(std::vector({c, f, probe, code}), ElementsAre(42, 46, 5, 0x40006119));
             EXPECT_TRUE(p1 == nullptr && p2 == nullptr && p3 == nullptr);
@@ -52,10 +50,6 @@ TEST(Debug, TextsUpToTheLimitAreWholeAndLongerOnesEmpty)
         const std::string strLine = "! 1/2 " + std::string(static_cast<size_t>(nExpected), 'x');
         EXPECT_THAT(capture.lines, ElementsAre(strLine, strLine)) << nLength;
     }
-}
-
-TEST(Debug, TextThatCannotBeConvertedIsANullInsert)
-{
     Capture capture;
     const auto fails = Fails(WideCharToMultiByte, 0, 122);
     CZNMDebug::RecordFailure(1, 2, L"text");

@@ -1,5 +1,4 @@
 #include <windows.h>
-#include <sddl.h>
 
 #include "tracecapture.h"
 #include "tovmsebs.h"
@@ -15,17 +14,6 @@ struct SecurityID : CZNMSecurityID
     using CZNMSecurityID::m_pAdminSid, CZNMSecurityID::m_pSystemSid, CZNMSecurityID::m_pUserSid,
         CZNMSecurityID::m_pWorldSid, CZNMSecurityID::m_pZnmSid;
 };
-
-std::string SidText(PSID pSid)
-{
-    char* pszText = nullptr;
-    if (pSid == nullptr || !ConvertSidToStringSidA(pSid, &pszText))
-        return "none";
-    const std::string strText = pszText;
-    LocalFree(pszText);
-    return strText;
-}
-
 } // namespace
 
 TEST(SecurityID, AccountLookupTriesTwiceAndRecordsEachFailure)
@@ -52,29 +40,27 @@ TEST(SecurityID, AccountLookupTriesTwiceAndRecordsEachFailure)
         {
             Capture capture;
             int nCalls = 0;
-            ImportHook<decltype(LookupAccountNameW)> lookup(
-                "LookupAccountNameW",
-                [&](LPCWSTR pszSystem, LPCWSTR pszName, PSID pSid, DWORD* pnSid, LPWSTR, DWORD* pnDomain,
-                    SID_NAME_USE* peUse) -> BOOL {
-                    const bool fFirst = ++nCalls == 1;
-                    EXPECT_STREQ(pszName, fUser ? L"someone" : L"znm");
-                    EXPECT_TRUE(pszSystem == nullptr && *peUse == 8 && *pnDomain == 1024);
-                    EXPECT_EQ(*pnSid, fFirst ? 64 : c.nRefused == NEEDED ? 0 : NEEDED);
-                    EXPECT_EQ(pSid == nullptr, !fFirst && c.nRefused == NEEDED);
-                    const DWORD nError = fFirst ? c.nFirst : c.nSecond;
-                    if (nError == 0)
-                        return CreateWellKnownSid(WinLocalSid, nullptr, pSid, pnSid);
-                    *pnSid = NEEDED;
-                    *pnDomain = 5000; // more than there is: must not come back
-                    SetLastError(nError);
-                    return FALSE;
-                });
+            const auto lookup =
+                Hook(LookupAccountNameW,
+                     [&](LPCWSTR pszSystem, LPCWSTR pszName, PSID pSid, DWORD* pnSid, auto, DWORD* pnDomain,
+                         auto* peUse) -> BOOL {
+                         const bool fFirst = ++nCalls == 1;
+                         EXPECT_STREQ(pszName, fUser ? L"someone" : L"znm");
+                         EXPECT_TRUE(pszSystem == nullptr && *peUse == 8 && *pnDomain == 1024);
+                         EXPECT_EQ(*pnSid, fFirst ? 64 : c.nRefused == NEEDED ? 0 : NEEDED);
+                         EXPECT_EQ(pSid == nullptr, !fFirst && c.nRefused == NEEDED);
+                         if ((fFirst ? c.nFirst : c.nSecond) == 0)
+                             return CreateWellKnownSid(WinLocalSid, nullptr, pSid, pnSid);
+                         *pnSid = NEEDED;
+                         *pnDomain = 5000; // more than there is: must not come back
+                         return SetLastError(fFirst ? c.nFirst : c.nSecond), FALSE;
+                     });
             SecurityID id;
             {
                 bool fLeft = true; // only the first: others may need a block of that size
                 xihProcess = {};
-                ImportHook<decltype(malloc)> memory("malloc", [&](size_t n) {
-                    return n == c.nRefused && std::exchange(fLeft, false) ? nullptr : memory.Real(n);
+                const auto memory = Hook(malloc, [&](size_t n) {
+                    return n == c.nRefused && std::exchange(fLeft, false) ? nullptr : malloc(n);
                 });
                 fUser ? id.CreateUserSid(nullptr, L"someone") : id.CreateZnmSid(nullptr);
             }
@@ -82,8 +68,7 @@ TEST(SecurityID, AccountLookupTriesTwiceAndRecordsEachFailure)
             for (const std::string& str : capture.Only("!"))
                 strRecords += str;
             EXPECT_EQ(strRecords, fUser ? c.strUser : c.strZnm);
-            EXPECT_EQ(static_cast<bool>(fUser ? id.m_pUserSid : id.m_pZnmSid), strRecords.empty())
-                << c.nFirst;
+            EXPECT_EQ(!(fUser ? id.m_pUserSid : id.m_pZnmSid), !strRecords.empty()) << c.nFirst;
         }
 }
 
@@ -100,15 +85,14 @@ TEST(SecurityID, FixedSidsAreMadeOnceAndTheirFailuresRecorded)
     }
     id.CreateUserSid(nullptr, L"");
     id.CreateUserSid(nullptr, nullptr);
-    EXPECT_THAT(capture.Only("!-"),
-                ElementsAre("! 45/0 Error 1337 creating world SID", "! 47/6 Error 1337 creating world SID",
-                            "! 48/7 Error 1337 creating system SID", "! 45/0 Error 1337 creating world SID",
-                            "- 51 No user name specified", "- 51 No user name specified"));
+    const std::string WORLD = "! 45/0 Error 1337 creating world SID", NONE = "- 51 No user name specified";
+    EXPECT_THAT(capture.Only("!-"), ElementsAre(WORLD, "! 47/6 Error 1337 creating world SID",
+                                                "! 48/7 Error 1337 creating system SID", WORLD, NONE, NONE));
     EXPECT_TRUE(!id.m_pAdminSid && !id.m_pWorldSid && !id.m_pSystemSid && !id.m_pUserSid);
     id.CreateAdminSid(nullptr);
     const auto fails = Fails(AllocateAndInitializeSid, FALSE, 1337);
     id.CreateAdminSid(id.m_pAdminSid.Get());
-    EXPECT_EQ(SidText(id.m_pAdminSid.Get()), "S-1-5-32-544");
+    EXPECT_TRUE(IsWellKnownSid(id.m_pAdminSid.Get(), WinBuiltinAdministratorsSid));
 }
 
 // The privilege is enabled once for the whole process.
@@ -120,30 +104,23 @@ TEST(SecurityID, SetOwnerEnablesThePrivilegeOnceAndReportsOnlyRealFailures)
     std::vector<std::wstring> owned;
     int nLooked = 0, nAdjusted = 0;
     const auto answer = [&](DWORD nProbe) -> BOOL { return SetLastError(nRefused), nRefused != nProbe; };
-    ImportHook<decltype(SetNamedSecurityInfoW)> set(
-        "SetNamedSecurityInfoW",
-        [&](LPWSTR psz, auto, DWORD nInfo, PSID pOwner, PSID pGroup, PACL p1, PACL p2) {
-            EXPECT_TRUE(nInfo == 1 && pGroup == nullptr && p1 == nullptr && p2 == nullptr);
-            EXPECT_EQ(SidText(pOwner), "S-1-5-32-544");
-            owned.push_back(psz);
-            return nResult;
-        });
-    ImportHook<decltype(LookupPrivilegeValueW)> look(
-        "LookupPrivilegeValueW", [&](auto, LPCWSTR pszPrivilege, auto) {
-            EXPECT_STREQ(pszPrivilege, L"SeTakeOwnershipPrivilege");
-            return ++nLooked, answer(8);
-        });
-    ImportHook<decltype(OpenProcessToken)> open("OpenProcessToken", [&](HANDLE, DWORD nAccess, HANDLE*) {
-        EXPECT_EQ(nAccess, 0x28u);
-        return answer(9);
+    const auto set = Hook(SetNamedSecurityInfoW,
+                          [&](LPWSTR psz, auto, DWORD nInfo, PSID pOwner, auto p1, auto p2, auto p3) {
+                              EXPECT_TRUE(nInfo == 1 && p1 == nullptr && p2 == nullptr && p3 == nullptr &&
+                                          IsWellKnownSid(pOwner, WinBuiltinAdministratorsSid));
+                              return owned.push_back(psz), nResult;
+                          });
+    const auto look = Hook(LookupPrivilegeValueW, [&](auto, LPCWSTR psz, auto) {
+        EXPECT_STREQ(psz, L"SeTakeOwnershipPrivilege");
+        return ++nLooked, answer(8);
     });
-    ImportHook<decltype(AdjustTokenPrivileges)> adjust(
-        "AdjustTokenPrivileges",
-        [&](HANDLE, BOOL fAll, TOKEN_PRIVILEGES* p, DWORD, TOKEN_PRIVILEGES* pOld, DWORD*) {
-            EXPECT_TRUE(!fAll && pOld == nullptr && p->PrivilegeCount == 1 &&
-                        p->Privileges[0].Attributes == 2);
-            return ++nAdjusted, answer(10);
-        });
+    const auto open = Hook(OpenProcessToken,
+                           [&](auto, DWORD nAccess, auto) { return answer(nAccess == 0x28 ? 9 : nRefused); });
+    const auto adjust = Hook(AdjustTokenPrivileges, [&](auto, BOOL fAll, TOKEN_PRIVILEGES* p, auto, auto pOld,
+                                                        auto) {
+        EXPECT_TRUE(!fAll && pOld == nullptr && p->PrivilegeCount == 1 && p->Privileges[0].Attributes == 2);
+        return ++nAdjusted, answer(10);
+    });
     for (; nRefused <= 10; ++nRefused)
         EXPECT_EQ(id.SetOwner(L"C:\\a", SE_FILE_OBJECT), TRUE);
     if (nLooked == 0)

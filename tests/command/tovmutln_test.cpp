@@ -19,37 +19,24 @@ std::string Written(Call call)
 
 TEST(Console, MessagesGoWholeToTheStreamOfTheirType)
 {
-    const std::wstring strLong(5000, L'x');
-    const std::string strUsage = "Usage: tarvel /m queuemanager /dd absolutedatapath /ld absolutelogpath\n";
-    const struct
-    {
-        int nType;
-        unsigned nID;
-        const wchar_t* pszText;
-        std::string strExpected;
-    } cases[] = {
-        {2, 20, nullptr, "|" + strUsage},
-        {1, 20, nullptr, strUsage + "|"},
-        {2, 25, nullptr, "|\n"},
-        {2, 31 + 65536 * 16, nullptr,
-         "|The Vantor ZN Service is currently inactive, please restart the service.\n"},
-        {2, 48, nullptr, "|\n"},
-        {2, 0, L"", "|\n"},
-        {2, 0, L"100%s%n", "|100%s%n\n"},
-        {2, 0, strLong.c_str(), "|" + std::string(2048, 'x') + "\n"},
-    };
     SetThreadUILanguage(0x0409); // English
-    ImportHook<decltype(WideCharToMultiByte)> convert(
-        "WideCharToMultiByte", [&](UINT nCodePage, auto... args) {
-            EXPECT_EQ(nCodePage, UINT{CP_OEMCP}); // the console's, not the ANSI one
-            return convert.Real(nCodePage, args...);
-        });
-    for (const auto& c : cases)
-        EXPECT_EQ(Written([&] {
-                      c.pszText != nullptr ? CZNMUtil::ZNMessageConsole(c.nType, c.pszText)
-                                           : CZNMUtil::ZNMessageConsole(c.nType, c.nID);
-                  }),
-                  c.strExpected);
+    const auto convert = Hook(WideCharToMultiByte, [&](UINT nCodePage, auto... args) {
+        return nCodePage == CP_OEMCP ? WideCharToMultiByte(nCodePage, args...) : 0; // the console's code page
+    });
+    const std::string strUsage = "Usage: tarvel /m queuemanager /dd absolutedatapath /ld absolutelogpath\n";
+    const std::tuple<int, unsigned, std::string> messages[] = {
+        {2, 20, "|" + strUsage},
+        {1, 20, strUsage + "|"},
+        {2, 25, "|\n"},
+        {2, 31 + 65536 * 16, "|The Vantor ZN Service is currently inactive, please restart the service.\n"},
+        {2, 48, "|\n"}};
+    for (const auto& [nType, nID, strExpected] : messages)
+        EXPECT_EQ(Written([n = nType, nMessage = nID] { CZNMUtil::ZNMessageConsole(n, nMessage); }),
+                  strExpected);
+    for (const std::string& str : {std::string(), std::string("100%s%n"), std::string(5000, 'x')})
+        EXPECT_EQ(
+            Written([&] { CZNMUtil::ZNMessageConsole(2, std::wstring(str.begin(), str.end()).c_str()); }),
+            "|" + str.substr(0, 2048) + "\n");
     const std::string strAddress = Written([] { CZNMUtil::ZNMessageConsole(3, 20u); });
     EXPECT_EQ(strAddress.find_first_not_of("0123456789ABCDEF", 1), 17u) << strAddress;
 }

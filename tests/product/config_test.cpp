@@ -1,6 +1,7 @@
 // The library on configuration files: reading, changing in one step, queue managers, authority.
 #include <windows.h>
 #include <aclapi.h>
+#include <ntsecapi.h>
 #include <sddl.h>
 
 #include <gmock/gmock.h>
@@ -50,17 +51,16 @@ struct ThreadCodePage
 {
     UINT nCodePage;
     UINT Actual(UINT n) const { return n == CP_THREAD_ACP ? nCodePage : n; }
-    ImportHook<decltype(GetCPInfoExW)> info{
-        "GetCPInfoExW", [this](UINT n, auto f, auto* p) { return info.Real(Actual(n), f, p); }};
-    ImportHook<decltype(MultiByteToWideChar)> widen{
-        "MultiByteToWideChar", [this](UINT n, auto... args) { return widen.Real(Actual(n), args...); }};
-    ImportHook<decltype(WideCharToMultiByte)> narrow{
-        "WideCharToMultiByte",
-        [this](UINT n, DWORD f, auto pWide, auto nWide, auto p, auto nSize, auto pDefault, auto* pfUsed) {
+    Hooks hooks = {
+        Hook(GetCPInfoExW, [this](UINT n, auto... args) { return GetCPInfoExW(Actual(n), args...); }),
+        Hook(MultiByteToWideChar,
+             [this](UINT n, auto... args) { return MultiByteToWideChar(Actual(n), args...); }),
+        Hook(WideCharToMultiByte, [this](UINT n, DWORD f, auto pWide, auto nWide, auto p, auto nSize,
+                                         auto pDefault, auto* pfUsed) {
             const bool fRefused =
                 Actual(n) == CP_UTF8 && ((f & WC_NO_BEST_FIT_CHARS) != 0 || pfUsed != nullptr);
-            return fRefused ? 0 : narrow.Real(Actual(n), f, pWide, nWide, p, nSize, pDefault, pfUsed);
-        }};
+            return fRefused ? 0 : WideCharToMultiByte(Actual(n), f, pWide, nWide, p, nSize, pDefault, pfUsed);
+        })};
 };
 
 TEST(Config, ReadsIntoTheCallersBuffer)
@@ -80,34 +80,29 @@ TEST(Config, ReadsIntoTheCallersBuffer)
 
 TEST(Config, WritesOrRefusesWithTheFileUntouched)
 {
-    struct Case
-    {
-        Place place;
-        std::string strValue;
-        int32_t nResult = XCS_RC_BAD_VALUE;
-    };
     const std::string str246(246, 'p'); // with X:\p before it and \qmgrs\QM1 behind it 260 characters
-    std::vector<Case> cases = {{PREFIX, "E:\\new data", XCS_RC_OK},
-                               {PREFIX, "\\\\srv\\share", XCS_RC_OK},
-                               {PREFIX, "E:\\p" + str246, XCS_RC_OK},
-                               {LOG_PATH, "E:\\log\\", XCS_RC_OK},
-                               {{"QueueManager", "Name", "QM2", "Prefix"}, "E:", XCS_RC_NOT_FOUND},
-                               {{"QueueManager", "Name", "qm1", "Prefix"}, "E:", XCS_RC_NOT_FOUND},
-                               {{"QueueManager", "Name", nullptr, "Prefix"}, "E:", XCS_RC_PARAMETER},
-                               {PREFIX, "E:\\pp" + str246},
-                               {LOG_PATH, "E:\\pppppppppppp" + str246}};
+    std::vector<std::tuple<Place, std::string, int32_t>> cases = {
+        {PREFIX, "E:\\new data", XCS_RC_OK},
+        {PREFIX, "\\\\srv\\share", XCS_RC_OK},
+        {PREFIX, "E:\\p" + str246, XCS_RC_OK},
+        {LOG_PATH, "E:\\log\\", XCS_RC_OK},
+        {{"QueueManager", "Name", "QM2", "Prefix"}, "E:", XCS_RC_NOT_FOUND},
+        {{"QueueManager", "Name", "qm1", "Prefix"}, "E:", XCS_RC_NOT_FOUND},
+        {{"QueueManager", "Name", nullptr, "Prefix"}, "E:", XCS_RC_PARAMETER},
+        {PREFIX, "E:\\pp" + str246, XCS_RC_BAD_VALUE},
+        {LOG_PATH, "E:\\pppppppppppp" + str246, XCS_RC_BAD_VALUE}};
     for (const char* psz : {"", "a", "E:a", "E:\\a ", "\\\\.\\E:\\a", "E:\\a::$INDEX_ALLOCATION"})
-        cases.push_back({PREFIX, psz});
+        cases.emplace_back(PREFIX, psz, XCS_RC_BAD_VALUE);
     for (const char* psz : {"E:a", "E:\\a:b", "E:\\a\nb", "E:\\a\x1F", "E:\\a|b"})
-        cases.push_back({LOG_PATH, psz});
-    for (const auto& c : cases)
+        cases.emplace_back(LOG_PATH, psz, XCS_RC_BAD_VALUE);
+    for (const auto& [place, strValue, nResult] : cases)
     {
         const Sandbox sandbox(TEXT);
-        EXPECT_EQ(Write(sandbox, c.place, c.strValue), c.nResult) << c.strValue;
-        const std::string strOld = c.place.pszKeyName != nullptr ? "C:\\data" : "D:\\log";
+        EXPECT_EQ(Write(sandbox, place, strValue), nResult) << strValue;
+        const std::string strOld = place.pszKeyName != nullptr ? "C:\\data" : "D:\\log";
         std::string strExpected = TEXT;
-        if (c.nResult == XCS_RC_OK)
-            strExpected.replace(TEXT.find(strOld), strOld.size(), c.strValue);
+        if (nResult == XCS_RC_OK)
+            strExpected.replace(TEXT.find(strOld), strOld.size(), strValue);
         EXPECT_EQ(sandbox.Read("zns.ini"), strExpected);
         EXPECT_THAT(sandbox.Names(), ElementsAre(L"zns.ini"));
     }
@@ -125,32 +120,28 @@ TEST(Config, TriesBusyFilesAgainForAWhile)
         int nReads, nRenames; // how many of them fail
         int32_t nResult;
         DWORD nSlept;
-        DWORD nAttributes = FILE_ATTRIBUTE_NORMAL;
     } cases[] = {{ERROR_ACCESS_DENIED, 19, 0, XCS_RC_OK, 19 * 50},
                  {ERROR_SHARING_VIOLATION, 1, 3, XCS_RC_OK, 50 + 3 * 10},
-                 {ERROR_LOCK_VIOLATION, 1, 1, XCS_RC_OK, 50 + 10},
-                 {ERROR_ACCESS_DENIED, 0, 299, XCS_RC_OK, 299 * 10},
+                 {ERROR_LOCK_VIOLATION, 0, 299, XCS_RC_OK, 299 * 10},
                  {ERROR_SHARING_VIOLATION, 20, 0, XCS_RC_SYSTEM, 19 * 50},
                  {ERROR_SHARING_VIOLATION, 0, 300, XCS_RC_SYSTEM, 299 * 10},
                  {ERROR_FILE_NOT_FOUND, 1, 0, XCS_RC_SYSTEM, 0},
-                 {ERROR_DISK_FULL, 0, 1, XCS_RC_SYSTEM, 0},
-                 {ERROR_SUCCESS, 0, 0, XCS_RC_SYSTEM, 0, FILE_ATTRIBUTE_READONLY}};
+                 {ERROR_DISK_FULL, 0, 1, XCS_RC_SYSTEM, 0}};
     for (const auto& c : cases)
     {
         SCOPED_TRACE(&c - cases);
         const Sandbox sandbox(TEXT);
-        SetFileAttributesW((sandbox.root / "zns.ini").c_str(), c.nAttributes);
         int nReads = c.nReads, nRenames = c.nRenames;
         DWORD nSlept = 0;
-        ImportHook<decltype(CreateFileW)> open(
-            "CreateFileW", [&](auto p, auto a, auto s, auto* sa, auto d, auto f, auto t) {
-                return d == OPEN_EXISTING && nReads-- > 0 ? (SetLastError(c.nError), INVALID_HANDLE_VALUE)
-                                                          : open.Real(p, a, s, sa, d, f, t);
-            });
-        ImportHook<decltype(MoveFileExW)> rename("MoveFileExW", [&](auto... args) {
-            return nRenames-- > 0 ? (SetLastError(c.nError), FALSE) : rename.Real(args...);
+        const auto open = Hook(CreateFileW, [&](auto p, auto a, auto s, auto* sa, auto d, auto... args) {
+            return d == OPEN_EXISTING && nReads-- > 0 ? (SetLastError(c.nError), INVALID_HANDLE_VALUE)
+                                                      : CreateFileW(p, a, s, sa, d, args...);
         });
-        ImportHook<decltype(Sleep)> sleep("Sleep", [&](DWORD n) { nSlept += n; });
+        const auto rename = Hook(MoveFileExW, [&](auto pszFrom, auto pszTo, DWORD f) {
+            EXPECT_EQ(f, 9u); // replace, and not before it is written through
+            return nRenames-- > 0 ? (SetLastError(c.nError), FALSE) : MoveFileExW(pszFrom, pszTo, f);
+        });
+        const auto sleep = Hook(Sleep, [&](DWORD n) { nSlept += n; });
         EXPECT_EQ(Write(sandbox, PREFIX, "E:"), c.nResult);
         EXPECT_EQ(nSlept, c.nSlept);
         EXPECT_EQ(sandbox.Read("zns.ini") == TEXT, c.nResult != XCS_RC_OK);
@@ -158,50 +149,41 @@ TEST(Config, TriesBusyFilesAgainForAWhile)
     }
 }
 
-using Call = std::function<void()>;
-using Fault = std::function<void(const Call&)>;
-
-// Makes a function give a result and, as some drivers do, no error code.
-template <class Function, class Result>
-Fault Gives(const char* pszFunction, Result result)
-{
-    return [=](const Call& call) {
-        ImportHook<Function, Fault> hook(pszFunction, [=](auto...) { return SetLastError(0), result; });
-        call();
-    };
-}
-#define GIVES(function, result) std::pair(#function, Gives<decltype(function)>(#function, result))
-
-// Each call of the replacement fails once: the old file is whole, and nothing lies beside it.
+// Each call of the replacement fails once, without an error code as some drivers do it: the old file is
+// whole, and nothing lies beside it.
 TEST(Config, SurvivesEveryFailureOfTheReplacement)
 {
-    const std::pair<const char*, Fault> cases[] = {
-        GIVES(CreateMutexW, nullptr),
-        GIVES(WaitForSingleObject, WAIT_TIMEOUT),
-        GIVES(CreateFileW, INVALID_HANDLE_VALUE),
-        GIVES(GetFileSizeEx, FALSE),
-        GIVES(ReadFile, FALSE),
-        GIVES(ReadFile, TRUE), // nothing read: the file shrank
-        GIVES(GetNamedSecurityInfoW, ERROR_ACCESS_DENIED),
-        {"name", Gives<BOOLEAN(void*, ULONG)>("SystemFunction036", BOOLEAN{FALSE})},
-        GIVES(SetSecurityDescriptorControl, FALSE),
-        GIVES(SetKernelObjectSecurity, FALSE),
-        GIVES(WriteFile, FALSE),
-        GIVES(WriteFile, TRUE), // nothing written
-        GIVES(FlushFileBuffers, FALSE),
-        GIVES(MoveFileExW, FALSE),
-        GIVES(GetFileAttributesW, INVALID_FILE_ATTRIBUTES)};
-    for (const auto& [pszCase, with] : cases)
+    const std::function<std::shared_ptr<void>()> faults[] = {
+        [] { return Fails(CreateMutexW, nullptr, 0); },
+        [] { return Fails(WaitForSingleObject, WAIT_TIMEOUT, 0); },
+        [] { return Fails(CreateFileW, INVALID_HANDLE_VALUE, 0); },
+        [] { return Fails(GetFileSizeEx, FALSE, 0); },
+        [] { return Fails(ReadFile, FALSE, 0); },
+        [] { return Fails(ReadFile, TRUE, 0); }, // nothing read: the file shrank
+        [] { return Fails(GetNamedSecurityInfoW, ERROR_ACCESS_DENIED, 0); },
+        [] { return Fails(SystemFunction036, FALSE, 0); }, // the random name
+        [] { return Fails(SetSecurityDescriptorControl, FALSE, 0); },
+        [] { return Fails(SetKernelObjectSecurity, FALSE, 0); },
+        [] { return Fails(WriteFile, FALSE, 0); },
+        [] { return Fails(WriteFile, TRUE, 0); }, // nothing written
+        [] { return Fails(FlushFileBuffers, FALSE, 0); },
+        [] { return Fails(MoveFileExW, FALSE, 0); },
+        [] { return Fails(GetFileAttributesW, INVALID_FILE_ATTRIBUTES, 0); },
+        [] { return Fails(GetFileAttributesW, FILE_ATTRIBUTE_READONLY, 0); }};
+    for (const auto& fault : faults)
     {
+        SCOPED_TRACE(&fault - faults);
         const Sandbox sandbox(TEXT);
-        with([&, psz = pszCase] { EXPECT_EQ(Write(sandbox, PREFIX, "E:"), XCS_RC_SYSTEM) << psz; });
-        EXPECT_EQ(sandbox.Read("zns.ini"), TEXT) << pszCase;
-        EXPECT_THAT(sandbox.Names(), ElementsAre(L"zns.ini")) << pszCase;
-        EXPECT_EQ(Write(sandbox, PREFIX, "E:"), XCS_RC_OK) << pszCase; // no lock is left behind
+        auto hook = fault();
+        EXPECT_EQ(Write(sandbox, PREFIX, "E:"), XCS_RC_SYSTEM);
+        hook.reset();
+        EXPECT_EQ(sandbox.Read("zns.ini"), TEXT);
+        EXPECT_THAT(sandbox.Names(), ElementsAre(L"zns.ini"));
+        EXPECT_EQ(Write(sandbox, PREFIX, "E:"), XCS_RC_OK); // no lock is left behind
     }
     const Sandbox sandbox(TEXT); // written in parts, as a full disk makes it happen
-    ImportHook<decltype(WriteFile)> hook("WriteFile", [&](auto h, auto* p, DWORD n, auto* pn, auto* o) {
-        return hook.Real(h, p, std::min<DWORD>(n, 7), pn, o);
+    const auto hook = Hook(WriteFile, [&](auto h, auto* p, DWORD n, auto... args) {
+        return WriteFile(h, p, std::min<DWORD>(n, 7), args...);
     });
     EXPECT_EQ(Write(sandbox, PREFIX, "C:\\dato"), XCS_RC_OK);
     EXPECT_EQ(sandbox.Read("zns.ini"), std::string(TEXT).replace(TEXT.find("data"), 4, "dato"));
@@ -210,10 +192,6 @@ TEST(Config, SurvivesEveryFailureOfTheReplacement)
 TEST(Config, NewFileIsBornWithTheOldFilesAccessList)
 {
     const Sandbox sandbox(TEXT);
-    ImportHook<decltype(GetNamedSecurityInfoW)> old("GetNamedSecurityInfoW", [](auto... args) -> DWORD {
-        return !ConvertStringSecurityDescriptorToSecurityDescriptorW(
-            L"D:AI(A;;FA;;;BA)(A;ID;FR;;;SY)", 1, std::get<7>(std::tuple(args...)), nullptr);
-    });
     std::vector<std::wstring> lists;
     const auto add = [&](PSECURITY_DESCRIPTOR psd) {
         LocalText text;
@@ -222,14 +200,16 @@ TEST(Config, NewFileIsBornWithTheOldFilesAccessList)
         lists.push_back(text.Get());
         return TRUE;
     };
-    ImportHook<decltype(CreateFileW)> create(
-        "CreateFileW", [&](auto p, auto a, auto s, auto* sa, auto d, auto f, auto t) {
-            if (d == CREATE_NEW && s == 0) // nobody opens it before it has taken its place
-                add(sa->lpSecurityDescriptor);
-            return create.Real(p, a, s, sa, d, f, t);
-        });
-    ImportHook<decltype(SetKernelObjectSecurity)> set("SetKernelObjectSecurity",
-                                                      [&](auto, auto, auto psd) { return add(psd); });
+    const auto old = Hook(GetNamedSecurityInfoW, [](auto, auto, auto, auto, auto, auto, auto, auto ppsd) {
+        const wchar_t* const pszList = L"D:AI(A;;FA;;;BA)(A;ID;FR;;;SY)";
+        return !ConvertStringSecurityDescriptorToSecurityDescriptorW(pszList, 1, ppsd, nullptr);
+    });
+    const auto create = Hook(CreateFileW, [&](auto p, auto a, auto s, auto* sa, auto d, auto... args) {
+        if (d == CREATE_NEW && s == 0) // nobody opens it before it has taken its place
+            add(sa->lpSecurityDescriptor);
+        return CreateFileW(p, a, s, sa, d, args...);
+    });
+    const auto set = Hook(SetKernelObjectSecurity, [&](auto, auto, auto psd) { return add(psd); });
     EXPECT_EQ(Write(sandbox, PREFIX, "E:"), XCS_RC_OK);
     EXPECT_THAT(lists, ElementsAre(L"D:PAI(A;;FA;;;BA)(A;ID;FR;;;SY)", L"D:ARAI(A;;FA;;;BA)(A;ID;FR;;;SY)"));
 }
@@ -241,31 +221,29 @@ TEST(QueueManagers, DetailsAreExactOrRefused)
     struct Case
     {
         std::string strPrefix = "C:", strDirectory = "QM1", strExpected = "", strName = "QM1",
-                    strInstallation = "", strSought = strName;
+                    strSought = strName;
     };
-    std::vector<Case> cases = {
-        {.strPrefix = "C:\\data", .strExpected = "C:\\data\\qmgrs\\QM1"},
-        {.strPrefix = "C:\\", .strExpected = "C:\\qmgrs\\QM1"},
-        {.strPrefix = "\\\\srv\\share", .strExpected = "\\\\srv\\share\\qmgrs\\QM1"},
-        {"C:", str66, "C:\\qmgrs\\" + str66, str48, str16},
-        {.strPrefix = strLongest, .strExpected = strLongest + "\\qmgrs\\QM1"},
-        {.strPrefix = strLongest + "p"},
-        {.strSought = "qm1"},
-        {.strSought = ""},
-        {.strName = str48 + "N"},
-        {.strDirectory = str66 + "d"},
-        {.strInstallation = str16 + "I"},
-        {.strPrefix = std::string("C:\\a\0b", 6)},
-        {.strPrefix = "C:\nPrefix=D:", .strExpected = "C:\\qmgrs\\QM1"}}; // the first one counts
-    for (const char* psz :
-         {"", "data", "\\data", "C:data", "C", "\\\\", "\\\\\\x", "C:\\a?", "C:\\a:b", "1:\\a"})
-        cases.push_back({.strPrefix = psz});
+    std::vector<Case> cases = {{"C:\\data", "QM1", "C:\\data\\qmgrs\\QM1"},
+                               {"C:\\", "QM1", "C:\\qmgrs\\QM1"},
+                               {"\\\\srv\\share", "QM1", "\\\\srv\\share\\qmgrs\\QM1"},
+                               {"C:", str66 + "\nInstallationName=" + str16, "C:\\qmgrs\\" + str66, str48},
+                               {strLongest, "QM1", strLongest + "\\qmgrs\\QM1"},
+                               {"C:\nPrefix=D:", "QM1", "C:\\qmgrs\\QM1"}, // the first one counts
+                               {.strName = "QM1", .strSought = "qm1"},
+                               {.strName = "QM1", .strSought = ""},
+                               {.strName = str48 + "N"}};
+    for (const std::string& str : {strLongest + "p", std::string("C:\\a\0b", 6), std::string()})
+        cases.push_back({str});
+    for (const char* psz : {"data", "\\data", "C:data", "C", "\\\\", "\\\\\\x", "C:\\a?", "C:\\a:b", "1:\\a"})
+        cases.push_back({psz});
+    for (const std::string& str : {str66 + "d", "QM1\nInstallationName=" + str16 + "I"})
+        cases.push_back({"C:", str});
     for (const char* psz : {"", ".", "..", "a\\b", "a/b", "\\", "a.", "*", "a:b", "a\x01"})
-        cases.push_back({.strDirectory = psz});
+        cases.push_back({"C:", psz});
     for (const auto& c : cases)
     {
         const Sandbox sandbox("QueueManager:\n Name=" + c.strName + "\n Prefix=" + c.strPrefix +
-                              "\n Directory=" + c.strDirectory + "\n InstallationName=" + c.strInstallation);
+                              "\n Directory=" + c.strDirectory);
         EXPECT_EQ(DataDirectory(c.strSought), c.strExpected) << sandbox.Read("zns.ini");
     }
     const Sandbox sandbox("QueueManager:\n Name=QM1\n");
@@ -275,20 +253,16 @@ TEST(QueueManagers, DetailsAreExactOrRefused)
 // In these code pages a character's second byte can be a backslash or a bar; UTF-8 has rules of its own.
 TEST(QueueManagers, PathsAreWholeCharactersInEveryCodePage)
 {
-    const struct
+    for (const auto& [nCodePage, strPrefix, strDirectory] :
+         {std::tuple<UINT, std::string, std::string>{932, "D:\\\x95\\", "\x83|"},
+          {936, "D:\\\x81\\", "\x81|"},
+          {950, "D:\\\xA5\\", "\xA5|"},
+          {CP_UTF8, "D:\\\xC3\xA4", "\xE4\xBD\xA0"}})
     {
-        UINT nCodePage;
-        std::string strPrefix, strDirectory;
-    } cases[] = {{932, "D:\\\x95\\", "\x83|"},
-                 {936, "D:\\\x81\\", "\x81|"},
-                 {950, "D:\\\xA5\\", "\xA5|"},
-                 {CP_UTF8, "D:\\\xC3\xA4", "\xE4\xBD\xA0"}};
-    for (const auto& c : cases)
-    {
-        const ThreadCodePage codePage{c.nCodePage};
-        const Sandbox sandbox("QueueManager:\n Name=QM1\n Prefix=C:\n Directory=" + c.strDirectory + "\n");
-        EXPECT_EQ(Write(sandbox, PREFIX, c.strPrefix), XCS_RC_OK) << c.nCodePage;
-        EXPECT_EQ(DataDirectory("QM1"), c.strPrefix + "\\qmgrs\\" + c.strDirectory);
+        const ThreadCodePage codePage{nCodePage};
+        const Sandbox sandbox("QueueManager:\n Name=QM1\n Prefix=C:\n Directory=" + strDirectory + "\n");
+        EXPECT_EQ(Write(sandbox, PREFIX, strPrefix), XCS_RC_OK) << nCodePage;
+        EXPECT_EQ(DataDirectory("QM1"), strPrefix + "\\qmgrs\\" + strDirectory);
     }
 }
 
@@ -309,18 +283,16 @@ TEST(Authority, MembersOfEitherGroupOnVolumesWithAccessLists)
                  {true, true, SidTypeAlias, XCS_RC_NO_VOLUME_SECURITY, 0}};
     for (const auto& c : cases)
     {
-        ImportHook<decltype(LookupAccountNameW)> lookup(
-            "LookupAccountNameW", [&](auto, auto, PSID pSid, DWORD* pn, auto, auto, auto* pe) {
+        const auto lookup =
+            Hook(LookupAccountNameW, [&](auto, auto, PSID pSid, DWORD* pn, auto, auto, auto* pe) {
                 return *pe = c.eZnm, CreateWellKnownSid(WinBuiltinGuestsSid, nullptr, pSid, pn);
             });
-        ImportHook<decltype(CheckTokenMembership)> member(
-            "CheckTokenMembership", [&](HANDLE, PSID pSid, BOOL* pf) {
-                return *pf = IsWellKnownSid(pSid, WinBuiltinGuestsSid) ? c.fZnm : c.fAdministrator, TRUE;
-            });
-        ImportHook<decltype(GetVolumeInformationW)> volume(
-            "GetVolumeInformationW",
-            [&](auto, auto, auto, auto, auto, DWORD* pf, auto, auto) { return *pf = c.fVolume, TRUE; });
-        EXPECT_EQ(xcsCheckAuthorization(7), c.nResult);
+        const auto member = Hook(CheckTokenMembership, [&](HANDLE, PSID pSid, BOOL* pf) {
+            return *pf = IsWellKnownSid(pSid, WinBuiltinGuestsSid) ? c.fZnm : c.fAdministrator, TRUE;
+        });
+        const auto volume = Hook(GetVolumeInformationW, [&](auto, auto, auto, auto, auto, DWORD* pf,
+                                                            auto...) { return *pf = c.fVolume, TRUE; });
+        EXPECT_EQ(xcsCheckAuthorization(7), c.nResult) << &c - cases;
     }
 }
 } // namespace

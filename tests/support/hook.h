@@ -1,18 +1,22 @@
-// Replaces one imported function of the running test program, in its import table, for the life of an object:
+// Replaces one imported function of the running test program, in its import table, as long as an object
+// lives:
 //
-//     ImportHook<decltype(GetTempPathW)> hook("GetTempPathW", [&](DWORD n, LPWSTR p) { return 0; });
+//     const auto hook = Hook(Sleep, [&](DWORD n) { Sleep(n / 10); });
 //
-// Calls from the code under test, which is linked into the test program, then reach the lambda; hook.Real()
-// is the function itself. Calls made inside a DLL are not caught.
+// Calls from the code under test, which is linked into the test program, then reach the lambda. A call of the
+// function in the lambda reaches the function itself, or the hook that was set before this one. Calls made
+// inside a DLL are not caught.
 #pragma once
 
 #include <windows.h>
 
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 // Calls visit(DLL, name, slot) for every import by name of a module.
 template <class Visit>
@@ -58,38 +62,57 @@ inline void WriteImportSlot(void** ppSlot, void* pFunction)
     VirtualProtect(ppSlot, sizeof *ppSlot, nProtection, &nProtection);
 }
 
-// Tag makes every hook object its own type, with its own trampoline: two hooks of one signature do not meet.
-template <class Signature, class Tag = decltype([] {})>
-class ImportHook;
-
-template <class Result, class... Args, class Tag>
-class ImportHook<Result(Args...), Tag>
+// The name of a function as a template argument: each hooked function has a trampoline of its own.
+struct FunctionName
 {
-  public:
-    ImportHook(const char* pszFunction, std::function<Result(Args...)> replacement)
-        : m_ppSlot(FindImportSlot(pszFunction))
-    {
-        if (m_ppSlot == nullptr)
-            throw std::invalid_argument(std::string("not imported: ") + pszFunction);
-        m_pReal = *m_ppSlot;
-        s_replacement = std::move(replacement);
-        WriteImportSlot(m_ppSlot, reinterpret_cast<void*>(&Trampoline));
-    }
-    ~ImportHook() { WriteImportSlot(m_ppSlot, m_pReal); }
-    ImportHook(const ImportHook&) = delete;
-    ImportHook& operator=(const ImportHook&) = delete;
-
-    Result Real(Args... args) const { return reinterpret_cast<Result (*)(Args...)>(m_pReal)(args...); }
-
-  private:
-    static Result Trampoline(Args... args) { return s_replacement(args...); }
-
-    static inline std::function<Result(Args...)> s_replacement;
-    void** m_ppSlot;
-    void* m_pReal = nullptr;
+    char szText[40];
 };
 
-// A hook under which every call of a function fails: const auto hook = Fails(CreateFileW,
-// INVALID_HANDLE_VALUE, 5);
-#define Fails(function, result, error)                                                                       \
-    ImportHook<decltype(function)>(#function, [](auto...) { return SetLastError(error), result; })
+template <FunctionName NAME, class Signature>
+class ImportHook;
+
+template <FunctionName NAME, class Result, class... Args>
+class ImportHook<NAME, Result(Args...)>
+{
+  public:
+    explicit ImportHook(std::function<Result(Args...)> replacement)
+        : m_replacement(std::move(replacement)), m_pOuter(s_pCurrent), m_ppSlot(FindImportSlot(NAME.szText))
+    {
+        if (m_ppSlot == nullptr)
+            throw std::invalid_argument(std::string("not imported: ") + NAME.szText);
+        if (m_pOuter == nullptr)
+            s_pReal = reinterpret_cast<Result (*)(Args...)>(*m_ppSlot);
+        WriteImportSlot(m_ppSlot, reinterpret_cast<void*>(&Trampoline));
+        s_pCurrent = this;
+    }
+    ~ImportHook()
+    {
+        s_pCurrent = m_pOuter;
+        if (m_pOuter == nullptr)
+            WriteImportSlot(m_ppSlot, reinterpret_cast<void*>(s_pReal));
+    }
+
+  private:
+    static Result Trampoline(Args... args)
+    {
+        ImportHook* const pHook = s_pCurrent;
+        if (pHook == nullptr)
+            return s_pReal(args...);
+        const std::unique_ptr<ImportHook, decltype([](auto* p) { s_pCurrent = p; })> restore(pHook);
+        s_pCurrent = pHook->m_pOuter;
+        return pHook->m_replacement(args...);
+    }
+
+    static inline ImportHook* s_pCurrent = nullptr; // which takes the next call; null: the function itself
+    static inline Result (*s_pReal)(Args...) = nullptr;
+    std::function<Result(Args...)> m_replacement;
+    ImportHook* m_pOuter;
+    void** m_ppSlot;
+};
+using Hooks = std::vector<std::shared_ptr<void>>;
+
+#define Hook(function, ...)                                                                                  \
+    std::make_shared<ImportHook<FunctionName{#function}, decltype(function)>>(__VA_ARGS__)
+
+// Makes every call of a function fail: const auto hook = Fails(CreateFileW, INVALID_HANDLE_VALUE, 5);
+#define Fails(function, result, error) Hook(function, [](auto...) { return SetLastError(error), result; })

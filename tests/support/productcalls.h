@@ -32,40 +32,36 @@ struct ProductCalls : TempDir
     static std::string Word(const void* p) { return p != nullptr ? "" : " null"; }
     static std::string Word(int64_t n) { return " " + std::to_string(n); }
 
-    template <class Hook, class... Args>
-    int32_t Pass(const char* pszFunction, const Hook& hook, Args... args)
+    template <class... Args>
+    std::string Note(const char* pszFunction, Args... args)
     {
-        const std::string& strCall = calls.emplace_back((pszFunction + ... + Word(args)));
-        for (const std::string& strKey : {strCall, std::string(pszFunction)})
+        return calls.emplace_back((pszFunction + ... + Word(args)));
+    }
+    template <class Function, class... Args>
+    int32_t Pass(const char* pszFunction, Function function, Args... args)
+    {
+        for (const std::string& strKey : {Note(pszFunction, args...), std::string(pszFunction)})
             if (results.contains(strKey))
                 return results[strKey];
-        return hook.Real(args...);
+        return function(args...);
     }
-#define NOTE(function)                                                                                       \
-    ImportHook<decltype(function), ProductCalls> m_##function                                                \
-    {                                                                                                        \
-#function, [this](auto... args) { return Pass(#function, m_##function, args...); }                   \
-    }
-    NOTE(xcsGetQMDetails);
-    NOTE(xcsGetInstallationDetails);
-    NOTE(xcsIsSubpoolActive);
-    NOTE(xcsGetIniFilename);
-    NOTE(xcsIniUtilRead);
-    NOTE(xcsIniUtilWrite);
-    ImportHook<decltype(xcsFreeMemFn), ProductCalls> m_free{"xcsFreeMemFn", [this](auto... args) {
-                                                                calls.push_back(
-                                                                    ("xcsFreeMemFn" + ... + Word(args)));
-                                                                m_free.Real(args...);
-                                                            }};
-    ImportHook<decltype(xcsExecProgramHandle), ProductCalls> m_exec{
-        "xcsExecProgramHandle", [this](int n1, const char* pszProgram, int n2, const char* psz, auto p1,
-                                       int n3, int n4, auto p2, auto p3, auto p4, int* pnExitCode, auto p5) {
-            std::string strWords;
-            for (; *psz != '\0'; psz += std::strlen(psz) + 1)
-                strWords += std::string(" <") + psz + ">";
-            calls.push_back("exec" + Word(n1) + Word(pszProgram) + Word(n2) + strWords + Word(p1) + Word(n3) +
-                            Word(n4) + Word(p2) + Word(p3) + Word(p4) + Word(p5));
-            *pnExitCode = results["exit code"];
-            return results["exec"];
-        }};
+#define NOTED(function) Hook(function, [this](auto... args) { return Pass(#function, function, args...); })
+    const Hooks m_hooks = {
+        NOTED(xcsGetQMDetails),
+        NOTED(xcsGetInstallationDetails),
+        NOTED(xcsIsSubpoolActive),
+        NOTED(xcsGetIniFilename),
+        NOTED(xcsIniUtilRead),
+        NOTED(xcsIniUtilWrite),
+        Hook(xcsFreeMemFn, [this](auto... args) { Note("xcsFreeMemFn", args...), xcsFreeMemFn(args...); }),
+        Hook(xcsExecProgramHandle,
+             [this](int n1, const char* pszProgram, int n2, const char* psz, auto p1, int n3, int n4, auto p2,
+                    auto p3, auto p4, int* pnExitCode, auto p5) {
+                 std::string strWords;
+                 for (; *psz != '\0'; psz += std::strlen(psz) + 1)
+                     strWords += std::string(" <") + psz + ">";
+                 Note("exec", n1, pszProgram, n2, strWords.c_str() + 1, p1, n3, n4, p2, p3, p4, p5);
+                 *pnExitCode = results["exit code"];
+                 return results["exec"];
+             })};
 };

@@ -27,28 +27,22 @@ inline void WriteAll(const fs::path& path, const std::string& strContent,
 }
 
 // Relative path and content of everything below a directory; directories have the content "<dir>", links to
-// directories
-// "<link>". Links are not entered.
+// directories "<link>". Links are not entered.
 using Snapshot = std::map<std::wstring, std::string>;
-inline void AddToSnapshot(Snapshot& snapshot, const fs::path& dir, const fs::path& base)
-{
-    std::error_code missing;
-    for (const auto& entry : fs::directory_iterator(dir, missing))
-    {
-        const DWORD nAttributes = GetFileAttributesW(entry.path().c_str());
-        const bool fDirectory = (nAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-        const bool fLink = fDirectory && (nAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-        snapshot[entry.path().lexically_relative(base).wstring()] = fLink        ? "<link>"
-                                                                    : fDirectory ? "<dir>"
-                                                                                 : ReadAll(entry.path());
-        if (fDirectory && !fLink)
-            AddToSnapshot(snapshot, entry.path(), base);
-    }
-}
-inline Snapshot TakeSnapshot(const fs::path& base)
+inline Snapshot TakeSnapshot(const fs::path& base, const fs::path& sub = "")
 {
     Snapshot snapshot;
-    AddToSnapshot(snapshot, base, base);
+    std::error_code missing;
+    for (const auto& entry : fs::directory_iterator(base / sub, missing))
+    {
+        const fs::path name = sub / entry.path().filename();
+        const DWORD nAttributes = GetFileAttributesW(entry.path().c_str());
+        const bool fDirectory = (nAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0,
+                   fLink = fDirectory && (nAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+        snapshot[name] = fLink ? "<link>" : fDirectory ? "<dir>" : ReadAll(entry.path());
+        if (fDirectory && !fLink)
+            snapshot.merge(TakeSnapshot(base, name));
+    }
     return snapshot;
 }
 
@@ -57,9 +51,7 @@ inline bool IsListed(const fs::path& path)
 {
     WIN32_FIND_DATAW entry;
     const HANDLE hFind = FindFirstFileW(path.c_str(), &entry);
-    if (hFind != INVALID_HANDLE_VALUE)
-        FindClose(hFind);
-    return hFind != INVALID_HANDLE_VALUE;
+    return hFind != INVALID_HANDLE_VALUE && FindClose(hFind);
 }
 
 // Makes or removes a link by the tools of the host, where the platform is one on top of another system and

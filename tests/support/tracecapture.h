@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -37,54 +39,52 @@ class Capture
         WriteImportSlot(m_ppParms, m_pRealParms);
     }
 
-    // The lines of one kind, or of all kinds but entries and exits.
-    std::vector<std::string> Only(const std::string& strKinds = "#-!") const
+    // The lines of these kinds, of all functions or of one.
+    std::vector<std::string> Only(const std::string& strKinds, int nFunction = 0) const
     {
-        std::vector<std::string> result;
-        std::copy_if(lines.begin(), lines.end(), std::back_inserter(result),
-                     [&](const std::string& str) { return strKinds.find(str[0]) != std::string::npos; });
+        std::vector<std::string> result = lines;
+        std::erase_if(result, [&](const std::string& str) {
+            return strKinds.find(str[0]) == str.npos ||
+                   (nFunction != 0 && std::atoi(str.c_str() + 2) != nFunction);
+        });
         return result;
     }
     bool Has(const std::string& strLine) const { return Count(strLine) > 0; }
-    ptrdiff_t Count(const std::string& strLine) const
-    {
-        return std::count(lines.begin(), lines.end(), strLine);
-    }
+    ptrdiff_t Count(const std::string& strLine) const { return std::ranges::count(lines, strLine); }
 
     std::vector<std::string> lines;
     XTR_THREAD_AREA area = {};
 
   private:
-    void Add(const std::string& strLine) { lines.push_back(strLine); }
-
-    static void Parms(const char* pszFormat, ...)
+    template <class... Words>
+    void Add(const Words&... words)
+    {
+        std::ostringstream line;
+        (line << ... << words);
+        lines.push_back(line.str());
+    }
+    static void Parms(const char* pszFormat, ...) // a hook cannot take any number of arguments
     {
         static char szText[1 << 18];
         va_list args;
         va_start(args, pszFormat);
         _vsnprintf(szText, sizeof szText, pszFormat, args);
         va_end(args);
-        s_pThis->Add("# " + std::to_string(s_pThis->area.nCurrentFunction >> 16) + " " + szText);
+        s_pThis->Add("# ", s_pThis->area.nCurrentFunction >> 16, " ", szText);
     }
 
     static inline Capture* s_pThis = nullptr;
-    ImportHook<decltype(xtr_FNC_entry), Capture> m_entry{
-        "xtr_FNC_entry", [this](auto*, int, int f) { Add("> " + std::to_string(f)); }};
-    ImportHook<decltype(xtr_FNC_retcode), Capture> m_retcode{
-        "xtr_FNC_retcode",
-        [this](auto*, int, int f, int rc) { Add("< " + std::to_string(f) + " " + std::to_string(rc)); }};
-    ImportHook<decltype(xtr_FNC_text), Capture> m_text{
-        "xtr_FNC_text",
-        [this](int, int f, auto*, int, const char* psz) { Add("- " + std::to_string(f) + " " + psz); }};
-    ImportHook<decltype(xcsVORTFn), Capture> m_record{
-        "xcsVORTFn", [this](int, int f, int probe, int, const XCS_INSERTS* p, auto...) {
-            const char* const psz = p->apszText[0] != nullptr ? p->apszText[0] : "(null)";
-            Add("! " + std::to_string(f) + "/" + std::to_string(probe) + " " + psz);
-        }};
-    // The library keeps more about a thread than the area, which here is the test's.
-    ImportHook<decltype(xcsSaveFileContextSccsId), Capture> m_context{"xcsSaveFileContextSccsId",
-                                                                      [](auto...) {}};
-    // A hook cannot take any number of arguments.
+    const Hooks m_hooks = {
+        Hook(xtr_FNC_entry, [this](auto*, int, int f) { Add("> ", f); }),
+        Hook(xtr_FNC_retcode, [this](auto*, int, int f, int rc) { Add("< ", f, " ", rc); }),
+        Hook(xtr_FNC_text, [this](int, int f, auto*, int, const char* psz) { Add("- ", f, " ", psz); }),
+        Hook(xcsVORTFn,
+             [this](int, int f, int nProbe, int, const XCS_INSERTS* p, auto...) {
+                 const char* const psz = p->apszText[0];
+                 Add("! ", f, "/", nProbe, " ", psz != nullptr ? psz : "(null)");
+             }),
+        // The library keeps more about a thread than the area, which here is the test's.
+        Hook(xcsSaveFileContextSccsId, [](auto...) {})};
     void** const m_ppParms = FindImportSlot("xtr_parms");
     void* const m_pRealParms = *m_ppParms;
 };
