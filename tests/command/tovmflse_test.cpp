@@ -86,7 +86,7 @@ struct AccessLists
 };
 
 // A directory is changed as the last step of a walk.
-BOOL Change(bool fDirectory, bool fDiscard, const wchar_t* pszUser, uint32_t nWorldMode = 2)
+BOOL Change(bool fDirectory, bool fDiscard, const wchar_t* pszUser, uint32_t nWorldMode)
 {
     CZNMFileSecurity security(pszUser);
     return fDirectory ? security.SetSecurityOnFiles(L"C:\\x", 0, 0, fDiscard, nWorldMode, GENERIC_READ, 3)
@@ -99,37 +99,33 @@ TEST(FileSecurity, AccessListsAreMergedOrReplaced)
     const std::string F = "544:10000000/2/0 9:10000000/2/0 18:10000000/2/0 ", USER = "7:10000000/2/3 ",
                       R = "544:10000000/2/3 9:10000000/2/3 18:10000000/2/3 ", WORLD = "D:(A;;GA;;;WD)",
                       ALL = "D:(A;;FR;;;SY)(A;ID;FR;;;BA)(A;;FR;;;ED)";
-    const struct
-    {
-        bool fDirectory, fDiscard;
-        const wchar_t* pszUser;
-        std::string strList, strSet; // nothing is set where nothing is to be changed
-        uint32_t nWorldMode = 2;
-    } cases[] = {
+    const std::tuple<bool, bool, const wchar_t*, uint32_t, std::string, std::string> cases[] = {
+        // directory, discard, user, Everyone's mode; old list, entries set: none where nothing is to be
+        // changed.
         // An account that has an entry has access enough, whatever the entry allows. A denial does not count.
-        {false, false, nullptr, ALL, ""},
-        {true, false, nullptr, ALL + "(D;;GA;;;BU)", ""},
-        {false, false, L"u", ALL + "(A;;FR;;;AN)", ""},
-        {false, false, L"u", ALL + "(D;;GR;;;AN)", "+ " + F + USER},
-        {false, false, nullptr, "D:(A;;FR;;;BA)(A;;FR;;;ED)", "+ " + F},
-        {false, false, nullptr, "D:(A;;FR;;;SY)(A;;FR;;;ED)", "+ " + F},
-        {false, false, nullptr, "D:(A;;FR;;;SY)(A;;FR;;;BA)", "+ " + F},
+        {false, false, nullptr, 2, ALL, ""},
+        {true, false, nullptr, 2, ALL + "(D;;GA;;;BU)", ""},
+        {false, false, L"u", 2, ALL + "(A;;FR;;;AN)", ""},
+        {false, false, L"u", 2, ALL + "(D;;GR;;;AN)", "+ " + F + USER},
+        {false, false, nullptr, 2, "D:(A;;FR;;;BA)(A;;FR;;;ED)", "+ " + F},
+        {false, false, nullptr, 2, "D:(A;;FR;;;SY)(A;;FR;;;ED)", "+ " + F},
+        {false, false, nullptr, 2, "D:(A;;FR;;;SY)(A;;FR;;;BA)", "+ " + F},
         // Everyone's entry is set again, never added.
-        {false, false, nullptr, WORLD, "+ " + F + "0:80000000/2/0 "},
-        {true, false, L"u", WORLD, "+ " + R + "0:80000000/1/3 " + USER, 1},
-        {true, false, nullptr, WORLD, "+ " + R, 0},
-        {true, false, nullptr, "D:(A;;GR;;;BU)", "+ " + R},
-        {false, true, L"u", WORLD, F + USER},
-        {true, true, nullptr, ALL, R},
-        {false, false, nullptr, "D:", "+ " + F},
-        {true, false, nullptr, "", R},
+        {false, false, nullptr, 2, WORLD, "+ " + F + "0:80000000/2/0 "},
+        {true, false, L"u", 1, WORLD, "+ " + R + "0:80000000/1/3 " + USER},
+        {true, false, nullptr, 0, WORLD, "+ " + R},
+        {true, false, nullptr, 2, "D:(A;;GR;;;BU)", "+ " + R},
+        {false, true, L"u", 2, WORLD, F + USER},
+        {true, true, nullptr, 2, ALL, R},
+        {false, false, nullptr, 2, "D:", "+ " + F},
+        {true, false, nullptr, 2, "", R},
     };
-    for (const auto& c : cases)
+    for (const auto& [fDirectory, fDiscard, pszUser, nWorldMode, strOld, strSet] : cases)
     {
-        AccessLists lists{c.strList};
-        EXPECT_EQ(Change(c.fDirectory, c.fDiscard, c.pszUser, c.nWorldMode), TRUE);
-        EXPECT_EQ(lists.strSet, c.strSet) << &c - cases;
-        EXPECT_EQ(lists.written.size(), c.strSet.empty() ? 0 : 1) << &c - cases;
+        AccessLists lists{strOld};
+        EXPECT_EQ(Change(fDirectory, fDiscard, pszUser, nWorldMode), TRUE);
+        EXPECT_EQ(lists.strSet, strSet) << strOld;
+        EXPECT_EQ(lists.written.size(), strSet.empty() ? 0 : 1) << strOld;
     }
 }
 
@@ -158,7 +154,7 @@ TEST(FileSecurity, EveryFailingStepIsReportedAsRequired)
             Capture capture;
             AccessLists lists{"D:(A;;GR;;;BA)(A;;GR;;;SY)(A;;GR;;;WD)(A;;GR;;;AN)"};
             lists.results[pszStep] = results;
-            EXPECT_EQ(Change(fDirectory, false, L"u"), fSuccess);
+            EXPECT_EQ(Change(fDirectory, false, L"u", 2), fSuccess);
             EXPECT_TRUE(capture.Has((fDirectory ? strDirectory : strFile) + strRest));
             EXPECT_EQ(capture.Has((fDirectory ? "- 34" : "- 33") +
                                   std::string(" Access denied! Changing ownership and retrying")),
@@ -175,7 +171,7 @@ TEST(FileSecurity, StepsAreTracedInOrder)
     Capture capture;
     AccessLists lists;
     lists.strList = "D:(A;;GR;;;WD)(A;;GR;;;BU)";
-    Change(false, false, L"u");
+    Change(false, false, L"u", 2);
     const std::string NULL_SID = "Sid() (pSidIn = 0000000000000000";
     EXPECT_THAT(
         capture.Only("#-"),

@@ -17,40 +17,34 @@ std::string ByName(const std::string& strName)
 
 TEST(QueueMgr, InstallationIsFoundByNameOrAsThePrimaryOne)
 {
-    const struct
-    {
-        std::string strOwner;
-        std::vector<std::string> lookups;
-        int nExpected;
-        std::map<std::string, int32_t> results = {}; // instead of the library's own
-    } cases[] = {
-        {"Inst1", {ByName("Inst1")}, 1},
-        {"Inst9", {ByName("Inst9")}, 0},
-        {"Installation0", {ByName("Installation0"), PRIMARY}, 1},
-        {"", {ByName(""), PRIMARY}, 1},
-        {"Installation0", {ByName("Installation0"), PRIMARY}, 0, {{PRIMARY, XCS_RC_UNKNOWN_INSTALLATION}}},
+    const std::tuple<std::string, std::vector<std::string>, int, std::map<std::string, int32_t>> cases[] = {
+        // owner, look-ups of installations, result; results of calls instead of the library's own
+        {"Inst1", {ByName("Inst1")}, 1, {}},
+        {"Inst9", {ByName("Inst9")}, 0, {}},
+        {"Installation0", {ByName("Installation0"), PRIMARY}, 1, {}},
+        {"", {ByName(""), PRIMARY}, 1, {}},
+        {"", {ByName(""), PRIMARY}, 0, {{PRIMARY, XCS_RC_UNKNOWN_INSTALLATION}}},
         {"Installation0", {ByName("Installation0")}, 0, {{ByName("Installation0"), 5}}},
         // A success without a record is none.
         {"Inst1", {}, 0, {{DETAILS, 0}}},
         {"Inst1", {ByName("Inst1")}, 0, {{ByName("Inst1"), 0}}},
         {"", {ByName(""), PRIMARY}, 0, {{PRIMARY, 0}}},
     };
-    for (const auto& c : cases)
+    for (const auto& [strOwner, lookups, nExpected, results] : cases)
     {
         ProductCalls product;
-        product.Configure("Inst1", c.strOwner);
-        product.results = c.results;
+        product.Configure("Inst1", strOwner);
+        product.results = results;
         {
             CZNMQueueMgr queueMgr(L"QM1");
-            std::vector<std::string> expected = c.lookups;
-            expected.insert(expected.begin(), DETAILS);
             std::erase(product.calls, RELEASED);
-            EXPECT_EQ(product.calls, expected);
+            EXPECT_EQ(product.calls.front(), DETAILS);
+            EXPECT_EQ(std::vector(product.calls.begin() + 1, product.calls.end()), lookups);
             product.calls.clear();
-            EXPECT_EQ(queueMgr.Refresh(), c.nExpected) << &c - cases;
+            EXPECT_EQ(queueMgr.Refresh(), nExpected) << strOwner;
         }
-        EXPECT_EQ(product.Count(RELEASED), c.nExpected == 1 ? c.lookups.size() + 2 : !c.lookups.empty())
-            << &c - cases;
+        EXPECT_EQ(product.Count(RELEASED), nExpected == 1 ? lookups.size() + 2 : !lookups.empty())
+            << strOwner;
     }
 }
 

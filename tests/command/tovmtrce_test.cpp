@@ -3,48 +3,30 @@
 
 using testing::ElementsAre;
 
-namespace
-{
-void TracedFunction(ZNM_FUNCTION nFunction, int nReturnCode)
-{
-    CZNMTrace trace(nFunction);
-    trace.Return(nReturnCode);
-}
-} // namespace
-
-TEST(Trace, EntryAndExitFillTheAreaEvenWhileInactive)
+TEST(Trace, EntryAndExitFillTheAreaEvenWhileInactiveAndStayWithinIt)
 {
     Capture capture;
-    capture.area.fTraceActive = 0;
+    XTR_THREAD_AREA& area = capture.area;
+    area.fTraceActive = 0;
+    CZNMTrace::RecordExit(FN_TMAIN, 71); // the exit without an entry
     {
         const CZNMTrace outer(FN_MESSAGE_CONSOLE_BY_ID);
-        TracedFunction(FN_QUEUE_MGR_IS_RUNNING, 1);
-        TracedFunction(FN_QUEUE_MGR_GET_STATE, -1);
-        EXPECT_EQ(capture.area.nDepth, 1u);
-        EXPECT_EQ(capture.area.aCallStack[0], 0xF000A850u);
+        CZNMTrace(FN_QUEUE_MGR_IS_RUNNING).Leave(1);
+        CZNMTrace inner(FN_QUEUE_MGR_GET_STATE);
+        inner.Return(-1);
+        EXPECT_EQ(area.nDepth, 2u);
     }
-    EXPECT_EQ(capture.area.nDepth, 0u);
-    EXPECT_EQ(capture.area.nHistory, 6u);
-    EXPECT_THAT(std::vector(capture.area.aHistory, capture.area.aHistory + 6),
-                ElementsAre(0xF000A850, 0xF000A837, 0x1A837, 0xF000A83A, 0xFFFFA83A, 0xA850));
-    EXPECT_TRUE(capture.lines.empty());
-}
-
-TEST(Trace, CountersStayWithinTheArrays)
-{
-    Capture capture;
-    CZNMTrace::RecordExit(FN_TMAIN, 71); // the exit without an entry
-    EXPECT_EQ(capture.area.nDepth, 0u);
-
-    capture.area.nHistory = UINT32_MAX;
-    capture.area.nDepth = XTR_CALL_STACK_SIZE;
-    {
-        const CZNMTrace trace(FN_DELETE_ZN_FILES);
-        EXPECT_EQ(capture.area.nDepth, XTR_CALL_STACK_SIZE + 1);
-    }
-    EXPECT_EQ(capture.area.nDepth, XTR_CALL_STACK_SIZE);
-    EXPECT_EQ(capture.area.aHistory[XTR_HISTORY_SIZE - 1], 0xF000A8B0);
-    EXPECT_EQ(capture.area.aHistory[0], 0xA8B0u);
+    EXPECT_EQ(area.nDepth, 0u);
+    EXPECT_THAT(std::vector(area.aCallStack, area.aCallStack + 3), ElementsAre(0xF000A850, 0xF000A83A, 0));
+    EXPECT_THAT(std::vector(area.aHistory, area.aHistory + 8),
+                ElementsAre(0x47A8B3, 0xF000A850, 0xF000A837, 0x1A837, 0xF000A83A, 0xFFFFA83A, 0xA850, 0));
+    area.nHistory = UINT32_MAX;
+    area.nDepth = XTR_CALL_STACK_SIZE;
+    CZNMTrace(FN_DELETE_ZN_FILES).Leave(0);
+    EXPECT_EQ(area.nDepth, XTR_CALL_STACK_SIZE);
+    EXPECT_EQ(area.aHistory[XTR_HISTORY_SIZE - 1], 0xF000A8B0);
+    EXPECT_EQ(area.aHistory[0], 0xA8B0u);
+    EXPECT_TRUE(capture.lines.empty() && capture.nBehind == 0);
 }
 
 TEST(Trace, LinesAreHandedOverOnlyWhenWanted)

@@ -41,10 +41,10 @@ TEST(CommandLine, IsTakenWordByWord)
     EXPECT_STREQ(words.str, L"m flag;;- flag last;");
 }
 
-TEST(CommandLine, IsValidExactlyWithThreePairs)
+TEST(CommandLine, IsTakenUpToTheFirstError)
 {
     const std::tuple<std::vector<std::wstring>, bool, const wchar_t*> cases[] = {
-        // words; name|data|log
+        // words; whether they are valid so far, name|data|log
         {{L"/m", L"QM1", L"/dd", L"D:\\data\\", L"/ld", L"D:\\log"}, true, L"QM1|D:\\data|D:\\log"},
         {{L"-M", L"QM1", L"-DD", L"D:/x//", L"-LD", L"E:\\y"}, true, L"QM1|D:\\x|E:\\y"},
         {{L"/LD", L"E:\\y", L"/Dd", L"D:\\x", L"/m", L"QM1"}, true, L"QM1|D:\\x|E:\\y"},

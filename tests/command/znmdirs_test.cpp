@@ -62,8 +62,8 @@ TEST_F(Directories, CreationReturnsTheCodeOfTheLastComponent)
     });
     EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\new\\z\\z"), L""), 1816u);
     EXPECT_TRUE(capture.Has("# 171 Failed to create directory '" + Narrow("\\new\\z") + "': 1816"));
-    EXPECT_EQ(theApp.CreateZNDirectory(L"\\\\srv\\share\\x", L""),
-              1816u); // its empty first component is tried as it is
+    // An empty first component is tried as it is.
+    EXPECT_EQ(theApp.CreateZNDirectory(L"\\\\srv\\share\\x", L""), 1816u);
     EXPECT_THAT(created, ElementsAre(Narrow("\\new\\z"), ""));
     const auto unreadable = Fails(GetFileAttributesW, INVALID_FILE_ATTRIBUTES, 1117);
     EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\new"), L""), 1117u);

@@ -38,26 +38,22 @@ TEST(IniFile, ChangesAndAddsWhereAReaderWouldLook)
 {
     const std::string strQm2 = "QueueManager:\nName=QM2\n",
                       strQm1 = "# top\r\n\r\nQueueManager:\r\n\tName=QM1\r\n\tPrefix=C:\\1\r\n";
-    const struct
-    {
-        std::string strText;
-        Text strExpected;
-        std::string strValue = "D:"; // for the prefix of QM2
-    } cases[] = {{strQm1 + "QueueManager:\n  Prefix = C:\\2 \n  Name=QM2\n\nX:\n",
-                  strQm1 + "QueueManager:\n  Prefix = D: \n  Name=QM2\n\nX:\n"},
-                 {strQm2 + "Prefix=  \nA=b\n", strQm2 + "Prefix=D:  \nA=b\n"},
-                 {"QueueManager:\r\n  Name=QM2\r\n\r\n# next\r\nLog:\r\n",
-                  "QueueManager:\r\n  Name=QM2\r\n  Prefix=D:\r\n\r\n# next\r\nLog:\r\n"},
-                 {"QueueManager:\n Name=QM2", "QueueManager:\n Name=QM2\n Prefix=D:"},
-                 {strQm2 + "Prefix=1\n" + strQm2, strQm2 + "Prefix=D:\n" + strQm2},
-                 {strQm1, REFUSED},
-                 {strQm2, REFUSED, "a\nb"},
-                 {strQm2, REFUSED, "a\0b"s},
-                 {strQm2, REFUSED, " a"}};
-    for (const auto& c : cases)
-        EXPECT_EQ(IniFile(c.strText).Write({"QueueManager", "Name", "QM2"}, "Prefix", c.strValue),
-                  c.strExpected)
-            << c.strText;
+    const std::tuple<std::string, std::string, Text> cases[] = {
+        // text, prefix of QM2; changed text
+        {strQm1 + "QueueManager:\n  Prefix = C:\\2 \n  Name=QM2\n\nX:\n",
+         "D:", strQm1 + "QueueManager:\n  Prefix = D: \n  Name=QM2\n\nX:\n"},
+        {strQm2 + "Prefix=  \nA=b\n", "D:", strQm2 + "Prefix=D:  \nA=b\n"},
+        {"QueueManager:\r\n  Name=QM2\r\n\r\n# next\r\nLog:\r\n",
+         "D:", "QueueManager:\r\n  Name=QM2\r\n  Prefix=D:\r\n\r\n# next\r\nLog:\r\n"},
+        {"QueueManager:\n Name=QM2", "D:", "QueueManager:\n Name=QM2\n Prefix=D:"},
+        {strQm2 + "Prefix=1\n" + strQm2, "D:", strQm2 + "Prefix=D:\n" + strQm2},
+        {strQm1, "D:", REFUSED},
+        {strQm2, "a\nb", REFUSED},
+        {strQm2, "a\0b"s, REFUSED},
+        {strQm2, " a", REFUSED}};
+    for (const auto& [strText, strValue, strExpected] : cases)
+        EXPECT_EQ(IniFile(strText).Write({"QueueManager", "Name", "QM2"}, "Prefix", strValue), strExpected)
+            << strText;
     EXPECT_EQ(IniFile("X:\nY=1").AddStanza("Log", {{"A", "1"}, {"B", ""}}), "X:\nY=1\nLog:\n   A=1\n   B=\n");
     EXPECT_EQ(IniFile("\xEF\xBB\xBF").AddStanza("Log", {}), "\xEF\xBB\xBFLog:\r\n");
     EXPECT_EQ(IniFile("").AddStanza("Log", {{"A", "1\nOther:"}}), REFUSED);

@@ -54,6 +54,7 @@ class Capture
 
     std::vector<std::string> lines;
     XTR_THREAD_AREA area = {};
+    uint32_t nBehind = 0; // the area: stays 0
 
   private:
     template <class... Words>
