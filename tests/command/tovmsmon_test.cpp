@@ -66,7 +66,10 @@ TEST(QueueMgr, EveryQueryAsksAgainAndKeepsTheInstallationWhileItMatches)
     EXPECT_EQ(queueMgr.IsMultiInstance(), 1);
     EXPECT_EQ(product.calls.back(), ByName("Inst2"));
     fs::remove(product.root / "zns.ini");
-    EXPECT_TRUE(queueMgr.GetDirectoryName() == nullptr && queueMgr.GetDataDirectory() == nullptr);
+    product.calls.clear();
+    EXPECT_EQ(queueMgr.GetDirectoryName(), nullptr);
+    EXPECT_THAT(product.calls, ElementsAre(RELEASED, DETAILS, RELEASED)); // both records, at once
+    EXPECT_EQ(queueMgr.GetDataDirectory(), nullptr);
     EXPECT_TRUE(queueMgr.IsMultiInstance() == 0 && queueMgr.IsRunning() == 0 && queueMgr.Stop(1) == -1);
     EXPECT_TRUE(queueMgr.GetRunIdentity().IsEmpty());
 }
