@@ -142,7 +142,7 @@ TEST(Trace, FormatsParametersWithoutLoss)
         ElementsAre(". \xC3\xA4|\xE4\xBD\xA0\xF0\x9F\x98\x80|-1|4294967295|00ab|1099511627776|1099511627776c",
                     ". \\uD83D (null) (null)", ". a\\nb\\r\\tc\\x01", ". ab|def|    7|7    |1.2", ". %n5",
                     ". 100%%!q%", "- Queue manager is RUNNING 100%s"));
-    xtr_parms("%S", std::wstring(100'000, L'x').c_str());
+    xtr_parms("x%S", std::wstring(100'000, L'x').c_str());
     EXPECT_THAT(Records(sandbox).back(), SizeIs(2 + 16'384));
 }
 
@@ -172,6 +172,7 @@ TEST(Trace, IsOffOrImpossibleWithoutFailingAnybody)
     SetLastError(1234); // the program may hand records over all the same, and has yet to read its error
     xtr_FNC_entry(pArea, 42, 179);
     xtr_parms("%d", 1);
+    xcsSaveFileContextSccsId("source", 1);
     xcsVORTFn(42, 179, 1, XCS_RC_PROGRAM_FAILURE, nullptr, nullptr, nullptr, nullptr);
     EXPECT_EQ(GetLastError(), 1234u);
 }
