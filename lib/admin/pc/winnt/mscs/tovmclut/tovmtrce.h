@@ -24,54 +24,11 @@
 // The component number of this program in every record.
 constexpr int ZNM_COMPONENT = 42;
 
-// The traced functions. The numbers are part of trace and failure records; a number is never used again for
-// another function.
 enum ZNM_FUNCTION : int
 {
-    FN_EXCEPTION_CTOR = 26,
-    FN_EXCEPTION_DTOR = 27,
-    FN_EXCEPTION_REPORT = 28,
-    FN_FILE_SECURITY_CTOR = 29,
-    FN_FILE_SECURITY_DTOR = 30,
-    FN_SET_SECURITY_ON_FILES = 31,
-    FN_DISK_SUPPORTS_SECURITY = 32,
-    FN_CHANGE_FILE_SECURITY = 33,
-    FN_CHANGE_DIR_SECURITY = 34,
-    FN_GET_FILE_SECURITY_INFO = 35,
-    FN_SET_FILE_SECURITY_INFO = 36,
-    FN_SECURITY_ID_CTOR = 43,
-    FN_SECURITY_ID_DTOR = 44,
-    FN_CREATE_ADMIN_SID = 45,
-    FN_CREATE_ZNM_SID = 46,
-    FN_CREATE_WORLD_SID = 47,
-    FN_CREATE_SYSTEM_SID = 48,
-    FN_SET_OWNER = 50,
-    FN_CREATE_USER_SID = 51,
-    FN_QUEUE_MGR_CTOR = 53,
-    FN_QUEUE_MGR_DTOR = 54,
-    FN_QUEUE_MGR_IS_RUNNING = 55,
-    FN_QUEUE_MGR_STOP = 57,
-    FN_QUEUE_MGR_GET_STATE = 58,
-    FN_QUEUE_MGR_GET_DATA_DIRECTORY = 59,
-    FN_QUEUE_MGR_IS_MULTI_INSTANCE = 60,
-    FN_QUEUE_MGR_GET_DIRECTORY_NAME = 61,
-    FN_QUEUE_MGR_REFRESH = 62,
-    FN_MESSAGE_CONSOLE_BY_ID = 80,
-    FN_MESSAGE_CONSOLE_BY_TEXT = 82,
-    FN_APP_CTOR = 166,
-    FN_APP_DTOR = 167,
-    FN_MIGRATE_QUEUE_MANAGER = 168,
-    FN_INIT_INSTANCE = 169,
-    FN_EXIT_INSTANCE = 170,
-    FN_CREATE_ZN_DIRECTORY = 171,
-    FN_CHECK_AND_CREATE_ZN_DIRECTORY = 173,
-    FN_COPY_ZN_FILES = 174,
-    FN_DELETE_ZN_FILES = 176,
-    FN_SET_DATA_DEST = 177,
-    FN_SET_LOG_DEST = 178,
-    FN_TMAIN = 179,
-    FN_CMD_LINE_INFO_CTOR = 180,
-    FN_PARSE_PARAM = 181,
+#define ZNM_TRACED_FUNCTION(constant, number, result, name) constant = number,
+#include "znmfunctions.def"
+#undef ZNM_TRACED_FUNCTION
 };
 
 class CZNMTrace
