@@ -357,6 +357,7 @@ ZN_STATE After::NotMoved()
     }
     m_finish = {Move(static_cast<const wchar_t*>(m_words.strDataDest),
                      static_cast<const wchar_t*>(m_words.strLogDest))};
+    m_notes.push_back(L"tarvelcheck before says what may have ended the move, and would end it again");
     if (nForeign > 0)
         m_notes.push_back(
             L"The new trees hold " + ZNFormatCount(nForeign) +
@@ -439,7 +440,11 @@ ZN_STATE After::MovedCompletely()
     m_back = MoveBack();
     const bool fUnknown = m_data.strOld.empty() || m_log.strOld.empty();
     if (fUnknown)
-        m_notes.push_back(L"The old places are unknown. Name them with /od and /ol, or give the record");
+        m_notes.push_back(
+            L"The old places are unknown, and so whether anything is left there. Name them with /od "
+            L"and /ol, or give the record");
+    if (!m_record)
+        m_notes.push_back(L"Without a record no content could be compared");
     const ZN_STATE eState =
         Conclude(ZN_MOVED,
                  fUnknown ? L"moved: both files name the new trees"
