@@ -22,12 +22,11 @@ std::string ToUtf8Line(std::wstring_view text);
 
 // Printf into a string, for numbers and short names: at most 511 characters.
 #ifdef __clang__ // has the rules of gnu_printf under the other name
-[[gnu::format(printf, 1, 2)]]
+#define ZN_PRINTF_RULES printf
 #else
-[[gnu::format(gnu_printf, 1, 2)]]
+#define ZN_PRINTF_RULES gnu_printf
 #endif
-std::string
-Format(const char* pszFormat, ...);
+[[gnu::format(ZN_PRINTF_RULES, 1, 2)]] std::string Format(const char* pszFormat, ...);
 
 // printf of the system's words for an error code, "error 5: Access is denied.", in UTF-16.
 std::wstring ErrorText(unsigned long nError);
