@@ -92,7 +92,8 @@ class RefusingQueueManager
         const HANDLE ah[] = {ready.Get(), m_process.Get()};
         fRuns = WaitForMultipleObjects(2, ah, FALSE, INFINITE) == WAIT_OBJECT_0;
     }
-    ~RefusingQueueManager()
+    ~RefusingQueueManager() { Kill(); }
+    void Kill()
     {
         TerminateProcess(m_process.Get(), 9);
         WaitForSingleObject(m_process.Get(), INFINITE);
