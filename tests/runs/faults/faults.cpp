@@ -103,15 +103,26 @@ extern "C" void* Dispatch(Import* pImport)
     return pImport->achFailure;
 }
 
-// Counts what a function hands out or takes back; change tells from its result by how much.
-template <class Signature, class Change>
-void Count(const char* pszFunction, Change change)
+// Counts what a function hands out or takes back; change, which is a type of its own for each, tells from its
+// result by how much.
+template <class Change, class Result, class... Args>
+void CountCalls(const char* pszFunction, Result (*)(Args...))
 {
-    static ImportHook<Signature, Change> s_hook(pszFunction, [change](auto... args) {
-        const auto result = s_hook.Real(args...);
-        s_nHeld += change(result);
+    static Result (*s_pfnReal)(Args...) = nullptr;
+    void** const ppSlot = FindImportSlot(pszFunction);
+    s_pfnReal = reinterpret_cast<Result (*)(Args...)>(*ppSlot);
+    const auto counted = [](Args... args) {
+        const Result result = s_pfnReal(args...);
+        s_nHeld += Change()(result);
         return result;
-    });
+    };
+    WriteImportSlot(ppSlot, reinterpret_cast<void*>(static_cast<Result (*)(Args...)>(counted)));
+}
+
+template <class Signature, class Change>
+void Count(const char* pszFunction, Change)
+{
+    CountCalls<Change>(pszFunction, static_cast<Signature*>(nullptr));
 }
 
 void CountWhatIsHeld()
@@ -133,10 +144,9 @@ void CountWhatIsHeld()
 
 void ReplaceImports()
 {
-    static ImportHook<decltype(SetConsoleCtrlHandler)> s_handler(
-        "SetConsoleCtrlHandler", [](PHANDLER_ROUTINE pfnHandler, BOOL fAdd) {
-            return s_handler.Real(s_pfnHandler = pfnHandler, fAdd);
-        });
+    static const auto s_handler = Hook(SetConsoleCtrlHandler, [](PHANDLER_ROUTINE pfnHandler, BOOL fAdd) {
+        return SetConsoleCtrlHandler(s_pfnHandler = pfnHandler, fAdd);
+    });
     CountWhatIsHeld();
     auto* const pCode = static_cast<Import*>(
         VirtualAlloc(nullptr, 1 << 16, MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
