@@ -8,7 +8,7 @@
 
 int32_t xcsCreateDirectory(const char* pszPath, int32_t, void*, void*, int32_t, uint32_t* pnReason)
 {
-    return Operation("xcsCreateDirectory", [&](OperationTrace& trace) -> Outcome {
+    return Operation("xcsCreateDirectory", [&](const OperationTrace& trace) -> Outcome {
         trace.Parms("(pszPath = %s)", pszPath);
         if (pnReason == nullptr)
             return XCS_RC_PARAMETER;

@@ -65,7 +65,7 @@ std::optional<std::string> Change(std::string strText, const IniSelector& select
 
 int32_t xcsGetIniFilename(const char* pszQMName, char* pszFileName, uint32_t* pnFileType)
 {
-    return Operation("xcsGetIniFilename", [&](OperationTrace& trace) -> Outcome {
+    return Operation("xcsGetIniFilename", [&](const OperationTrace& trace) -> Outcome {
         trace.Parms("(pszQMName = %s)", pszQMName);
         if (pszFileName == nullptr || pnFileType == nullptr)
             return XCS_RC_PARAMETER;
@@ -98,7 +98,7 @@ int32_t xcsIniUtilRead(const char* pszStanza, const char* pszKeyName, const char
                        const char* pszAttribute, char* pszBuffer, uint32_t* pnLength, const char* pszFileName,
                        uint32_t)
 {
-    return Operation("xcsIniUtilRead", [&](OperationTrace& trace) -> Outcome {
+    return Operation("xcsIniUtilRead", [&](const OperationTrace& trace) -> Outcome {
         trace.Parms(
             "(pszStanza = %s, pszKeyName = %s, pszKeyValue = %s, pszAttribute = %s, pszFileName = %s)",
             pszStanza, pszKeyName, pszKeyValue, pszAttribute, pszFileName);
@@ -124,7 +124,7 @@ int32_t xcsIniUtilRead(const char* pszStanza, const char* pszKeyName, const char
 int32_t xcsIniUtilWrite(const char* pszStanza, const char* pszKeyName, const char* pszKeyValue,
                         const char* pszAttribute, const char* pszValue, const char* pszFileName, uint32_t)
 {
-    return Operation("xcsIniUtilWrite", [&](OperationTrace& trace) -> Outcome {
+    return Operation("xcsIniUtilWrite", [&](const OperationTrace& trace) -> Outcome {
         trace.Parms("(pszStanza = %s, pszKeyName = %s, pszKeyValue = %s, pszAttribute = %s, pszValue = '%s', "
                     "pszFileName = %s)",
                     pszStanza, pszKeyName, pszKeyValue, pszAttribute, pszValue, pszFileName);

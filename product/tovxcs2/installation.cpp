@@ -32,7 +32,7 @@ int32_t Fill(const ConfigFile& file, const IniFile::Stanza& stanza, XCS_INSTALLA
 int32_t xcsGetInstallationDetails(const char* pszName, void*, void*, int32_t nSelector, void*, XCS_SCRATCH*,
                                   XCS_INSTALLATION_DETAILS** ppInstallation)
 {
-    return Operation("xcsGetInstallationDetails", [&](OperationTrace& trace) -> Outcome {
+    return Operation("xcsGetInstallationDetails", [&](const OperationTrace& trace) -> Outcome {
         trace.Parms("(pszName = %s, nSelector = %d)", pszName, nSelector);
         if (ppInstallation == nullptr)
             return XCS_RC_PARAMETER;
@@ -59,7 +59,7 @@ int32_t xcsGetInstallationDetails(const char* pszName, void*, void*, int32_t nSe
 
 int32_t xcsCompareInstallations(const void* pInstallation, const char* pszName)
 {
-    return Operation("xcsCompareInstallations", [&](OperationTrace& trace) -> Outcome {
+    return Operation("xcsCompareInstallations", [&](const OperationTrace& trace) -> Outcome {
         const auto* const pszInstallation = static_cast<const char*>(pInstallation);
         trace.Parms("(pInstallation = %s, pszName = %s)", pszInstallation, pszName);
         if (pszInstallation == nullptr || pszName == nullptr)

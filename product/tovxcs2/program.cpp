@@ -85,7 +85,7 @@ Outcome RunToEnd(const std::wstring& strProgram, std::wstring strCommandLine, in
 int32_t xcsExecProgramHandle(int32_t, const char* pszProgram, int32_t, const char* pszArguments, void*,
                              int32_t, int32_t, void*, void*, void*, int32_t* pnResult, void*)
 {
-    return Operation("xcsExecProgramHandle", [&](OperationTrace& trace) -> Outcome {
+    return Operation("xcsExecProgramHandle", [&](const OperationTrace& trace) -> Outcome {
         trace.Parms("(pszProgram = %s)", pszProgram);
         if (pszProgram == nullptr || pszArguments == nullptr || pnResult == nullptr)
             return XCS_RC_PARAMETER;

@@ -37,7 +37,7 @@ Outcome LookUpQueueManager(const char* pszName, XCS_QM_DETAILS& details)
 
 int32_t xcsGetQMDetails(const char* pszQMName, XCS_SCRATCH*, XCS_QM_DETAILS** ppDetails)
 {
-    return Operation("xcsGetQMDetails", [&](OperationTrace& trace) -> Outcome {
+    return Operation("xcsGetQMDetails", [&](const OperationTrace& trace) -> Outcome {
         trace.Parms("(pszQMName = %s)", pszQMName);
         if (ppDetails == nullptr)
             return XCS_RC_PARAMETER;

@@ -10,7 +10,7 @@ int32_t xcsIsSubpoolActive(const char* pszSubpool, const char* pszDirectory, voi
 {
     return Operation(
         "xcsIsSubpoolActive",
-        [&](OperationTrace& trace) -> Outcome {
+        [&](const OperationTrace& trace) -> Outcome {
             trace.Parms("(pszSubpool = %s, pszDirectory = %s, pszInstallationIdentity = %s)", pszSubpool,
                         pszDirectory, pszInstallationIdentity);
             if (pszSubpool == nullptr || pszDirectory == nullptr || pszInstallationIdentity == nullptr)

@@ -28,7 +28,7 @@ Outcome TestVolumeSecurity(const std::wstring& strPath, std::wstring& strRoot)
 
 int32_t xcsVolumeSupportsSecurity(const char* pszPath, uint32_t* pnRootLength)
 {
-    return Operation("xcsVolumeSupportsSecurity", [&](OperationTrace& trace) -> Outcome {
+    return Operation("xcsVolumeSupportsSecurity", [&](const OperationTrace& trace) -> Outcome {
         trace.Parms("(pszPath = %s)", pszPath);
         const auto strPath = pszPath != nullptr ? Widen(pszPath) : std::nullopt;
         if (!strPath)

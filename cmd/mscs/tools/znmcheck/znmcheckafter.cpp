@@ -160,7 +160,7 @@ void After::ReadTrees()
         p->now.List(p->strNew, p == &m_data);
         trees.insert(trees.end(), {&p->old, &p->now});
     }
-    for (CZNInventory* const p : trees)
+    for (const CZNInventory* const p : trees)
         progress.Expect(p->nFiles, p->nBytes);
     for (CZNInventory* const p : trees)
         p->Read(progress, false);

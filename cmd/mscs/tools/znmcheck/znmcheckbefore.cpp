@@ -34,9 +34,11 @@ struct Destination
         std::wstring strUp = strDir;
         while (strUp.size() > 2 && GetFileAttributesW(strUp.c_str()) == INVALID_FILE_ATTRIBUTES)
         {
-            const size_t nCut = strUp.find_last_of(L'\\', strUp.size() - 2) + 1; // 0: there is none
-            const bool fRoot = nCut > 1 && strUp[nCut - 2] == L':';
-            strUp.resize(fRoot || nCut == 0 ? nCut : nCut - 1); // "E:" would be a current directory
+            const size_t nCut = strUp.find_last_of(L'\\', strUp.size() - 2);
+            const bool fRoot = nCut != std::wstring::npos && nCut > 0 && strUp[nCut - 1] == L':';
+            strUp.resize(nCut == std::wstring::npos ? 0
+                         : fRoot                    ? nCut + 1
+                                                    : nCut); // "E:" has a current directory
         }
         strExisting = strUp.size() > 2 ? strUp : L"";
     }
@@ -104,7 +106,7 @@ class Look
     void CheckConfigurationFile(const std::wstring& strPath);
     bool CheckOldPlaces();
     void CheckSamePlaces();
-    void CheckDestination(Destination& destination, const CZNInventory& old);
+    void CheckDestination(const Destination& destination, const CZNInventory& old);
     void CheckContent(const Destination& destination, const CZNInventory& old);
     void CheckOldTree(const wchar_t* pszSubject, CZNInventory& tree, const Destination& destination);
     void CheckFindings(const wchar_t* pszSubject, const std::vector<ZNFinding>& findings,
@@ -224,7 +226,7 @@ void Look::CheckSamePlaces()
         m_report.Ok(L"different places", L"the new directories are neither the old ones nor each other");
 }
 
-void Look::CheckDestination(Destination& destination, const CZNInventory& old)
+void Look::CheckDestination(const Destination& destination, const CZNInventory& old)
 {
     const wchar_t* const pszSubject = destination.pszSubject;
     if (!CanBeDestination(destination.strDir.c_str()))
@@ -383,8 +385,7 @@ void Look::WriteRecord()
     constexpr wchar_t SUBJECT[] = L"record";
     constexpr DWORD MAX_LENGTH = 32'768;
     std::wstring strPath(MAX_LENGTH, L'\0');
-    wchar_t* pszName = nullptr;
-    strPath.resize(std::min(GetFullPathNameW(m_words.strRecord.c_str(), MAX_LENGTH, strPath.data(), &pszName),
+    strPath.resize(std::min(GetFullPathNameW(m_words.strRecord.c_str(), MAX_LENGTH, strPath.data(), nullptr),
                             MAX_LENGTH));
     const std::wstring strParent = strPath.substr(0, strPath.find_last_of(L'\\') + 1);
     DWORD nError = ERROR_SUCCESS;

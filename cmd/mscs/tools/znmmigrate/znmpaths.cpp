@@ -105,7 +105,8 @@ bool IsMountPoint(const std::wstring& strPath)
                            L'\0'); // the path itself, or what the system adds to it
     if (!GetVolumePathNameW(strPath.c_str(), strVolume.data(), static_cast<DWORD>(strVolume.size())))
         return false;
-    return EqualsIgnoringCase(WithoutEnd(strVolume.c_str()), WithoutEnd(strPath));
+    strVolume.resize(std::wcslen(strVolume.c_str()));
+    return EqualsIgnoringCase(WithoutEnd(strVolume), WithoutEnd(strPath));
 }
 } // namespace
 
