@@ -169,7 +169,7 @@ int Create(Words words)
                                           {"Directory", *strNarrowDirectory},
                                           {"InstallationName", strInstallation}};
         if (words.fMultiInstance)
-            attributes.push_back({"MultiInstance", "Yes"});
+            attributes.emplace_back("MultiInstance", "Yes");
         return IniFile(std::move(strText)).AddStanza("QueueManager", attributes);
     });
     if (nError != ERROR_SUCCESS)

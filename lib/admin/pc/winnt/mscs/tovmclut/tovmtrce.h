@@ -26,7 +26,7 @@ constexpr int ZNM_COMPONENT = 42;
 
 enum ZNM_FUNCTION : int
 {
-#define ZNM_TRACED_FUNCTION(constant, number, result, name) constant = number,
+#define ZNM_TRACED_FUNCTION(constant, number, result, name) constant = (number),
 #include "znmfunctions.def"
 #undef ZNM_TRACED_FUNCTION
 };
@@ -95,7 +95,7 @@ class CZNMTrace
 
     // Converts an argument to what can be passed through a variable argument list.
     template <class Arg>
-    static const Arg& Raw(const Arg& arg)
+    static Arg Raw(Arg arg)
     {
         return arg;
     }
