@@ -2,6 +2,7 @@
 #pragma once
 
 #include <windows.h>
+#include <process.h>
 
 #include <filesystem>
 #include <fstream>
@@ -46,33 +47,24 @@ inline Snapshot TakeSnapshot(const fs::path& base, const fs::path& sub = "")
     return snapshot;
 }
 
-// Whether a directory lists the name: of a link also if it leads nowhere.
-inline bool IsListed(const fs::path& path)
-{
-    WIN32_FIND_DATAW entry;
-    const HANDLE hFind = FindFirstFileW(path.c_str(), &entry);
-    return hFind != INVALID_HANDLE_VALUE && FindClose(hFind);
-}
-
 // Makes or removes a link by the tools of the host, where the platform is one on top of another system and
 // only pretends to do it. A process handle does not tell of their end, and a busy machine has been seen to
 // lose one.
-inline void RunHostTool(const std::string& strTool, std::initializer_list<fs::path> paths,
+inline void RunHostTool(const char* pszProgram, const char* pszOption, const fs::path& path,
                         const fs::path& link, bool fListed)
 {
     const auto hostName = reinterpret_cast<char*(CDECL*)(const wchar_t*)>(
         reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32"), "wine_get_unix_file_name")));
-    for (int nTry = 0; nTry < 10 && hostName != nullptr && IsListed(link) != fListed; ++nTry)
+    const auto isDone = [&] { // a link that leads nowhere is listed, too
+        WIN32_FIND_DATAW entry;
+        const HANDLE hFind = FindFirstFileW(link.c_str(), &entry);
+        return (hFind != INVALID_HANDLE_VALUE && FindClose(hFind)) == fListed;
+    };
+    for (int nTry = 0; nTry < 10 && hostName != nullptr && !isDone(); ++nTry)
     {
-        std::string strCommand = strTool;
-        for (const fs::path& path : paths)
-            strCommand += std::string(" ") + hostName(path.c_str());
-        STARTUPINFOA startup = {};
-        PROCESS_INFORMATION process = {};
-        const std::string strProgram = "Z:\\bin\\" + strTool.substr(0, strTool.find(' '));
-        CreateProcessA(strProgram.c_str(), strCommand.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                       &startup, &process);
-        for (int nWait = 0; nWait < 200 && IsListed(link) != fListed; ++nWait)
+        _spawnl(_P_DETACH, pszProgram, pszProgram, pszOption, hostName(path.c_str()), hostName(link.c_str()),
+                nullptr);
+        for (int nWait = 0; nWait < 200 && !isDone(); ++nWait)
             Sleep(10);
     }
 }
@@ -81,12 +73,7 @@ inline void MakeLink(const fs::path& link, const fs::path& target)
 {
     fs::create_directories(link.parent_path());
     CreateSymbolicLinkW(link.c_str(), target.c_str(), SYMBOLIC_LINK_FLAG_DIRECTORY);
-    RunHostTool("ln -s", {target, link}, link, true);
-}
-inline void RemoveLink(const fs::path& link)
-{
-    RemoveDirectoryW(link.c_str());
-    RunHostTool("rm -f", {link}, link, false);
+    RunHostTool("Z:\\bin\\ln", "-s", target, link, true);
 }
 
 class TempDir
@@ -99,7 +86,6 @@ class TempDir
     }
     ~TempDir() { Remove(); }
     TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
 
     // Names below a subdirectory, with their directories, sorted.
     std::vector<std::wstring> Names(const fs::path& sub = "") const
@@ -120,8 +106,11 @@ class TempDir
     {
         std::error_code ignored; // a left-over fails no test
         for (const auto& [strName, strContent] : TakeSnapshot(root))
-            if (strContent == "<link>")
-                RemoveLink(root / strName);
+            if (const fs::path path = root / strName; strContent == "<link>")
+            {
+                RemoveDirectoryW(path.c_str());
+                RunHostTool("Z:\\bin\\rm", "-f", path, path, false);
+            }
             else
                 SetFileAttributesW((root / strName).c_str(), FILE_ATTRIBUTE_NORMAL);
         fs::remove_all(root, ignored);

@@ -1,6 +1,5 @@
 // Gives the running thread a trace area with everything switched on, and keeps what the code under test hands
 // to the trace and to the failure records, a line each:
-//
 //     "> 31"              entry            "# 31 text"     parameter record, formatted
 //     "< 31 rc"           exit             "- 31 text"     text record
 //     "! 31/1 text"       failure record of function 31 at probe 1
