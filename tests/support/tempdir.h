@@ -108,8 +108,8 @@ class TempDir
         for (const auto& [strName, strContent] : TakeSnapshot(root))
             if (const fs::path path = root / strName; strContent == "<link>")
             {
-                RemoveDirectoryW(path.c_str());
                 RunHostTool("Z:\\bin\\rm", "-f", path, path, false);
+                RemoveDirectoryW(path.c_str());
             }
             else
                 SetFileAttributesW((root / strName).c_str(), FILE_ATTRIBUTE_NORMAL);
