@@ -213,8 +213,10 @@ TEST(QueueManagers, PathsAreWholeCharactersInEveryCodePage)
             Hook(GetCPInfoExW, [&](UINT n, auto... args) { return GetCPInfoExW(actual(n), args...); }),
             Hook(MultiByteToWideChar,
                  [&](UINT n, auto... args) { return MultiByteToWideChar(actual(n), args...); }),
-            Hook(WideCharToMultiByte,
-                 [&](UINT n, auto... args) { return WideCharToMultiByte(actual(n), args...); })};
+            Hook(WideCharToMultiByte, [&](UINT n, DWORD f, auto... args) { // Windows refuses it for UTF-8
+                const bool fRefused = actual(n) == CP_UTF8 && (f & WC_NO_BEST_FIT_CHARS) != 0;
+                return fRefused ? 0 : WideCharToMultiByte(actual(n), f, args...);
+            })};
         const Sandbox sandbox("QueueManager:\n Name=QM1\n Prefix=C:\n Directory=" + strDirectory + "\n");
         EXPECT_EQ(Write(sandbox, "Prefix", strPrefix), XCS_RC_OK) << nCodePage;
         EXPECT_EQ(DataDirectory("QM1"), strPrefix + "\\qmgrs\\" + strDirectory);

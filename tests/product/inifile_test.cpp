@@ -22,7 +22,6 @@ TEST(IniFile, ReadsTextsOfEveryShape)
         {"\t Log : \n LogPath \t=  a b  ", "a b"},
         {"#Log:\n;Log:\nLog:\n #LogPath=x\n ;LogPath=y\nLogPath=z", "z"},
         {"Log:\nLogPath=x\nLogPath=y\n", "x"},
-        {"Log:\nLogPath=a=b:\n", "a=b:"},
         {"Log:\nLogPath=a\0b\n"s, std::string_view("a\0b", 3)},
         {"A:\r\nB=1\nLog:\nC=2\r\nLogPath=x\r\r\n", "x"}};
     for (const auto& [strText, strExpected] : cases)
@@ -41,8 +40,7 @@ TEST(IniFile, ChangesAndAddsWhereAReaderWouldLook)
         {"QueueManager:\r\n  Name=QM2\r\n\r\n# next\r\nLog:\r\n",
          "D:", "QueueManager:\r\n  Name=QM2\r\n  Prefix=D:\r\n\r\n# next\r\nLog:\r\n"},
         {"QueueManager:\n Name=QM2", "D:", "QueueManager:\n Name=QM2\n Prefix=D:"},
-        {strQm2, "a\nb", REFUSED},
-        {strQm2, " a", REFUSED}};
+        {strQm2, "a\nb", REFUSED}};
     for (const auto& [strText, strValue, strExpected] : cases)
         EXPECT_EQ(IniFile(strText).Write({"QueueManager", "Name", "QM2"}, "Prefix", strValue), strExpected)
             << strText;
