@@ -8,14 +8,12 @@ using testing::ElementsAre;
 TEST(Debug, SeverityOneWritesARecordAndTheOthersOnlyTrace)
 {
     Capture capture;
-    CZNMDebug* const pDebug = CZNMDebug::GetInstance();
-    for (uint32_t nSeverity : {1, 2, 4, 0})
-        pDebug->DebugOutput(31, 7, nSeverity, L"Error %d on '%s'", nSeverity, L"E:\\x");
+    for (uint32_t nSeverity : {1, 2, 0})
+        CZNMDebug::GetInstance()->DebugOutput(31, 7, nSeverity, L"Error %d on '%s'", nSeverity, L"E:\\x");
+    xihProcess = {}; // the trace is switched off
+    CZNMDebug::GetInstance()->DebugOutput(31, 7, 2, L"not wanted");
     EXPECT_THAT(capture.lines, ElementsAre("! 31/7 Error 1 on 'E:\\x'", "# 31 Error 2 on 'E:\\x'",
-                                           "# 31 Error 4 on 'E:\\x'", "# 31 Error 0 on 'E:\\x'"));
-    xihProcess = {};
-    pDebug->DebugOutput(31, 7, 2, L"not wanted");
-    EXPECT_EQ(capture.lines.size(), 4u);
+                                           "# 31 Error 0 on 'E:\\x'"));
 }
 
 TEST(Debug, FailureRecordHasItsFixedFields)
@@ -60,10 +58,9 @@ TEST(Debug, TextsUpToTheLimitAreWholeAndLongerOnesEmpty)
 TEST(Exception, TextIsFormattedAgainWithoutArguments)
 {
     // What a user types can reach the report as a format: it must read no argument and write nothing.
-    const std::pair<const wchar_t*, const char*> cases[] = {
-        {L"plain", "plain"},   {L"%%", "%"},    {L"100%%d", "100%d"},          {L"100%", "100%"},
-        {L"%s%n%s", "%s%n%s"}, {L"%%%n", "%n"}, {L"%5$*8.3lld", "%5$*8.3lld"}, {L"%S%S", "%S%S"},
-        {nullptr, ""}};
+    const std::pair<const wchar_t*, const char*> cases[] = {{L"100%%d", "100%d"},          {L"100%", "100%"},
+                                                            {L"%s%n%S", "%s%n%S"},         {L"%%%n", "%n"},
+                                                            {L"%5$*8.3lld", "%5$*8.3lld"}, {nullptr, ""}};
     for (const auto& [pszText, pszExpected] : cases)
     {
         Capture capture;

