@@ -30,58 +30,52 @@ struct AccessLists
         left.pop_front();
         return SetLastError(nResult), nResult;
     }
-    DWORD Read(SE_OBJECT_TYPE eType, DWORD nInfo, PACL* ppDacl, PSECURITY_DESCRIPTOR* ppsd)
-    {
-        EXPECT_TRUE(eType == SE_FILE_OBJECT && nInfo == DACL_SECURITY_INFORMATION);
-        if (const DWORD nResult = Next("read"); nResult != 0 || strList.empty())
-            return nResult;
-        BOOL fPresent, fDefaulted;
-        ConvertStringSecurityDescriptorToSecurityDescriptorA(strList.c_str(), 1, ppsd, nullptr);
-        return !GetSecurityDescriptorDacl(*ppsd, &fPresent, ppDacl, &fDefaulted);
-    }
-    DWORD Merge(ULONG nCount, PEXPLICIT_ACCESSW pEntries, PACL pOld, PACL* ppNew)
-    {
-        std::ostringstream text;
-        text << (pOld != nullptr ? "+ " : "");
-        for (auto* p = pEntries; p < pEntries + nCount; ++p)
-        {
-            const BYTE nLast = *GetSidSubAuthorityCount(p->Trustee.ptstrName) - 1;
-            text << *GetSidSubAuthority(p->Trustee.ptstrName, nLast) << ":" << std::hex
-                 << p->grfAccessPermissions << std::dec << "/" << p->grfAccessMode << "/" << p->grfInheritance
-                 << " ";
-        }
-        strSet = text.str();
-        const DWORD nResult = Next("merge");
-        return nResult != 0 ? nResult : SetEntriesInAclW(nCount, pEntries, pOld, ppNew);
-    }
-    DWORD Write(LPCWSTR psz, SE_OBJECT_TYPE eType, DWORD nInfo, PSID pOwner, PACL pDacl)
-    {
-        EXPECT_TRUE(eType == SE_FILE_OBJECT && nInfo == (pOwner != nullptr ? 1 : 4) && !pOwner == !!pDacl);
-        written.push_back((pOwner != nullptr ? L"owner " : L"") + std::wstring(psz));
-        return pOwner != nullptr ? 0 : Next("write");
-    }
-    // The group znm is S-1-5-9 ("ED"), any other account S-1-5-7 ("AN").
-    BOOL LookUp(bool fZnm, PSID pSid, DWORD* pnSize)
-    {
-        const auto eSid = fZnm ? WinEnterpriseControllersSid : WinAnonymousSid;
-        return Next(fZnm ? "znm" : "u") == 0 && CreateWellKnownSid(eSid, nullptr, pSid, pnSize);
-    }
-    BOOL Damage(ACE_HEADER* pHeader)
-    {
-        pHeader->AceType += Next("type");
-        return Next("ace") == 0;
-    }
 
     const Hooks hooks = {
-        Hook(GetNamedSecurityInfoW, [this](auto, auto e, auto n, auto, auto, auto pp, auto,
-                                           auto ppsd) { return Read(e, n, pp, ppsd); }),
-        Hook(SetNamedSecurityInfoW, [this](auto psz, auto e, auto n, auto pOwner, auto, auto p,
-                                           auto) { return Write(psz, e, n, pOwner, p); }),
-        Hook(SetEntriesInAclW, [this](auto n, auto p, auto pOld, auto pp) { return Merge(n, p, pOld, pp); }),
+        Hook(GetNamedSecurityInfoW,
+             [this](auto, auto eType, DWORD nInfo, auto, auto, PACL* ppDacl, auto, auto ppsd) -> DWORD {
+                 EXPECT_TRUE(eType == SE_FILE_OBJECT && nInfo == DACL_SECURITY_INFORMATION);
+                 if (const DWORD nResult = Next("read"); nResult != 0 || strList.empty())
+                     return nResult;
+                 BOOL fPresent, fDefaulted;
+                 ConvertStringSecurityDescriptorToSecurityDescriptorA(strList.c_str(), 1, ppsd, nullptr);
+                 return !GetSecurityDescriptorDacl(*ppsd, &fPresent, ppDacl, &fDefaulted);
+             }),
+        Hook(SetEntriesInAclW,
+             [this](ULONG nCount, PEXPLICIT_ACCESSW pEntries, PACL pOld, PACL* ppNew) {
+                 std::ostringstream text;
+                 text << (pOld != nullptr ? "+ " : "");
+                 for (auto* p = pEntries; p < pEntries + nCount; ++p)
+                 {
+                     const BYTE nLast = *GetSidSubAuthorityCount(p->Trustee.ptstrName) - 1;
+                     text << *GetSidSubAuthority(p->Trustee.ptstrName, nLast) << ":" << std::hex
+                          << p->grfAccessPermissions << std::dec << "/" << p->grfAccessMode << "/"
+                          << p->grfInheritance << " ";
+                 }
+                 strSet = text.str();
+                 const DWORD nResult = Next("merge");
+                 return nResult != 0 ? nResult : SetEntriesInAclW(nCount, pEntries, pOld, ppNew);
+             }),
+        Hook(SetNamedSecurityInfoW,
+             [this](LPCWSTR psz, auto eType, DWORD nInfo, PSID pOwner, auto, PACL pDacl, auto) {
+                 EXPECT_TRUE(eType == SE_FILE_OBJECT && nInfo == (pOwner != nullptr ? 1 : 4) &&
+                             !pOwner == !!pDacl);
+                 written.push_back((pOwner != nullptr ? L"owner " : L"") + std::wstring(psz));
+                 return pOwner != nullptr ? 0 : Next("write");
+             }),
+        // The group znm is S-1-5-9 ("ED"), any other account S-1-5-7 ("AN").
         Hook(LookupAccountNameW,
-             [this](auto, auto psz, auto p, auto pn, auto...) { return LookUp(psz[0] == L'z', p, pn); }),
-        Hook(GetAce, [this](auto p, auto n,
-                            auto pp) { return GetAce(p, n, pp) && Damage(static_cast<ACE_HEADER*>(*pp)); }),
+             [this](auto, LPCWSTR psz, PSID pSid, DWORD* pnSize, auto...) {
+                 const bool fZnm = psz[0] == L'z';
+                 const auto eSid = fZnm ? WinEnterpriseControllersSid : WinAnonymousSid;
+                 return Next(fZnm ? "znm" : "u") == 0 && CreateWellKnownSid(eSid, nullptr, pSid, pnSize);
+             }),
+        Hook(GetAce,
+             [this](PACL pAcl, DWORD nIndex, void** ppAce) {
+                 const BOOL fDone = GetAce(pAcl, nIndex, ppAce);
+                 static_cast<ACE_HEADER*>(*ppAce)->AceType += Next("type");
+                 return fDone && Next("ace") == 0;
+             }),
         Hook(IsValidSid, [this](PSID pSid) { return Next("sid") == 0 && IsValidSid(pSid); })};
 };
 
@@ -166,39 +160,19 @@ TEST(FileSecurity, EveryFailingStepIsReportedAsRequired)
         }
 }
 
-TEST(FileSecurity, StepsAreTracedInOrder)
+TEST(FileSecurity, StepsAreTracedWithTheirParameters)
 {
     Capture capture;
-    AccessLists lists;
-    lists.strList = "D:(A;;GR;;;WD)(A;;GR;;;BU)";
+    AccessLists lists{"D:(A;;GR;;;WD)"};
     Change(false, false, L"u", 2);
-    const std::string NULL_SID = "Sid() (pSidIn = 0000000000000000";
-    EXPECT_THAT(
-        capture.Only("#-"),
-        ElementsAre("# 29 CZNMFileSecurity::CZNMFileSecurity() (pszUser = u)",
-                    "# 33 CZNMFileSecurity::ChangeFileSecurity() (pszPath = C:\\x)",
-                    "# 48 CZNMSecurityID::CreateSystem" + NULL_SID + ")",
-                    "# 47 CZNMSecurityID::CreateWorld" + NULL_SID + ")",
-                    "# 45 CZNMSecurityID::CreateAdmin" + NULL_SID + ")",
-                    "# 46 CZNMSecurityID::CreateZnm" + NULL_SID + ")",
-                    "# 51 CZNMSecurityID::CreateUser" + NULL_SID + ", pszUser = u)",
-                    "- 33 SID's retrieved successfully!",
-                    "# 35 CZNMFileSecurity::GetFileSecurityInfo() (lpszObjectName = C:\\x, ...)",
-                    "- 35 Successfully retrieved security information on file!",
-                    "- 33 Retrieved named security information!", "# 33 Current SID Flags = 0004",
-                    "# 33 Current SID Flags = 0004", "# 33 fSuccess = 1, fAlreadyHasAccess = 0",
-                    "- 33 Added Administrator to access list structure",
-                    "- 33 Added ZNM Group to access list structure",
-                    "- 33 Added System to access list structure", "- 33 Added World to access list structure",
-                    "- 33 Added specified user to access list structure",
-                    "- 33 Created access control lists!", "- 33 Successfully merged ACLs",
-                    "# 36 CZNMFileSecurity::SetFileSecurityInfo() (lpszObjectName = C:\\x, ...)",
-                    "- 36 Successfully set security information on file!", "# 33 Set file security 'C:\\x'"));
+    EXPECT_THAT(capture.Only("#", 33),
+                ElementsAre("# 33 CZNMFileSecurity::ChangeFileSecurity() (pszPath = C:\\x)",
+                            "# 33 Current SID Flags = 0004", "# 33 fSuccess = 1, fAlreadyHasAccess = 0",
+                            "# 33 Set file security 'C:\\x'"));
 }
 
 TEST(FileSecurity, VolumeIsTestedOnceForEachFirstCharacter)
 {
-    Capture capture;
     struct Object : CZNMFileSecurity
     {
         using CZNMFileSecurity::CZNMFileSecurity, CZNMFileSecurity::m_szRootPath;
@@ -233,11 +207,6 @@ TEST(FileSecurity, VolumeIsTestedOnceForEachFirstCharacter)
         EXPECT_EQ(object.DiskSupportsSecurity(pszPath), fSupported) << pszPath;
         EXPECT_EQ(strTested, pszTested);
     }
-    EXPECT_TRUE(capture.Has("# 32 Root path determined to be 'E:\\'"));
-    const std::string YES = "- 32 File system supports security",
-                      NO = "- 32 File system does not support security",
-                      ASSUMED = "- 32 Assuming file system does not support security";
-    EXPECT_THAT(capture.Only("-"), ElementsAre(YES, NO, YES, ASSUMED, ASSUMED, ASSUMED));
     nRootLength = 0xFFFFFFFF; // a library that reports nonsense, and a path that does not fit
     first.DiskSupportsSecurity((L"H:\\" + std::wstring(3000, L'x')).c_str());
     EXPECT_EQ(std::wcslen(first.m_szRootPath), std::size(first.m_szRootPath) - 1);
@@ -253,9 +222,8 @@ TEST(FileSecurity, WalkVisitsFilesThenSubdirectoriesThenTheDirectory)
     fs::create_directory(tree.root / "z");
     const std::tuple<const wchar_t*, uint32_t, uint32_t, uint32_t, DWORD, BOOL, std::wstring> cases[] = {
         // path, files, subdirectories, discard, error; result, written. The error is that of the searches
-        // below
-        // s, or for 1 of the first write. It does not stop the walk; a search that finds nothing does not
-        // fail.
+        // below s, or for 1 of the first write. It does not stop the walk. A search that finds nothing does
+        // not fail.
         {L"\\*", 1, 1, 1, 0, TRUE, L"\\a \\b \\s\\f \\s\\t\\u\\deep "},
         {L"\\*", 1, 0, 0, 0, TRUE, L"\\a \\b "},
         {L"\\d*", 1, 1, 1, 0, TRUE, L"\\s\\t\\u\\deep "},
@@ -288,25 +256,19 @@ TEST(FileSecurity, WalkVisitsFilesThenSubdirectoriesThenTheDirectory)
         EXPECT_EQ(strWritten, strExpected) << nError;
         EXPECT_EQ(lists.strSet.find("0:80000000/2/") != std::string::npos, fDiscard == 0);
     }
-    const std::string strNarrow = tree.root.string(), strError5 = " error 5, path '" + strNarrow + "\\s\\*'";
-    EXPECT_TRUE(capture.Has("# 31 Scanning path '" + strNarrow + "' for files, pattern 'd*', subdirs 1"));
-    EXPECT_TRUE(capture.Has("# 31 Processing path '" + strNarrow + "', subdirs 0"));
-    EXPECT_TRUE(capture.Has("- 31 Discarding previous security settings"));
-    EXPECT_EQ(capture.Count("- 31 Merging previous security settings"), 2);
+    const std::string strError5 = " error 5, path '" + tree.root.string() + "\\s\\*'";
     EXPECT_THAT(capture.Only("!", 31), ElementsAre("! 31/1 FindFirstFileEx(1)" + strError5,
                                                    "! 31/2 FindFirstFileEx(2)" + strError5));
 }
 
 TEST(FileSecurity, PathsThatCannotBeTakenAreFailures)
 {
-    Capture capture;
     AccessLists lists;
-    CZNMFileSecurity fresh(nullptr);
     const auto walk = [](CZNMFileSecurity& security, const std::wstring& str, uint32_t fFiles = 0) {
         return security.SetSecurityOnFiles(str.c_str(), fFiles, 0, 1, 1, 0, 0);
     };
+    CZNMFileSecurity fresh(nullptr);
     EXPECT_EQ(walk(fresh, L"pattern", 1), FALSE); // no backslash
-    EXPECT_TRUE(capture.Has("- 31 Invalid pattern..."));
     // The limit is that of the volume test and, on a tested volume, that of the walk.
     for (const auto& [nLength, fUntested, fTested] :
          {std::tuple{260, TRUE, TRUE}, {261, FALSE, TRUE}, {1023, FALSE, TRUE}, {1024, FALSE, FALSE}})
@@ -317,9 +279,7 @@ TEST(FileSecurity, PathsThatCannotBeTakenAreFailures)
         EXPECT_EQ(walk(untested, strPath), fUntested) << nLength;
         EXPECT_EQ(walk(tested, strPath), fTested) << nLength;
     }
-    EXPECT_EQ(lists.written.size(), 4u);
-    EXPECT_EQ(capture.Count("- 31 Path is too long"), 4);
     const auto none = Fails(xcsVolumeSupportsSecurity, 1, 0); // nothing to do is no failure
     EXPECT_TRUE(walk(fresh, L"Q:\\x") && fresh.ChangeDirSecurity(L"Q:\\x", 1, 2, 0, 3));
-    EXPECT_TRUE(lists.written.size() == 4 && capture.Has("- 31 File system does not support security"));
+    EXPECT_EQ(lists.written.size(), 4u);
 }
