@@ -3,27 +3,6 @@
 #include "afxwin.h"
 #include "hook.h"
 
-TEST(String, KeepsTheClassLibrarysRules)
-{
-    CString str(L"a\\b\\c");
-    const CString copy = str;
-    for (const auto& [nCount, pszLeft, pszRight] :
-         {std::tuple{-1, L"", L""}, {0, L"", L""}, {2, L"a\\", L"\\c"}, {6, L"a\\b\\c", L"a\\b\\c"}})
-    {
-        EXPECT_STREQ(str.Left(nCount), pszLeft);
-        EXPECT_STREQ(str.Right(nCount), pszRight);
-    }
-    str += static_cast<const wchar_t*>(str);
-    str += static_cast<const wchar_t*>(nullptr);
-    str += L'\u00C4';
-    EXPECT_STREQ((str + CString(L"XY", 1)).MakeLower(), L"a\\b\\ca\\b\\c\u00E4x");
-    EXPECT_STREQ(copy, L"a\\b\\c"); // copies do not change with it
-    EXPECT_TRUE(CString(static_cast<const char*>(nullptr)).IsEmpty() &&
-                CString(static_cast<const wchar_t*>(nullptr)).IsEmpty());
-    const auto fails = Fails(MultiByteToWideChar, 0, 1113);
-    EXPECT_TRUE(CString("a").IsEmpty());
-}
-
 // Blocks of the string table that end before entry 4 (identifier 20), or in it.
 TEST(String, IsNotLoadedFromADamagedTable)
 {
@@ -38,7 +17,7 @@ TEST(String, IsNotLoadedFromADamagedTable)
     }
 }
 
-TEST(Conversion, IsNullForNullAndAfterAFailure)
+TEST(Conversion, IsNullOrEmptyForNullAndAfterAFailure)
 {
     const auto convert = Hook(WideCharToMultiByte, [&](UINT nCodePage, auto... args) {
         return nCodePage == CP_THREAD_ACP ? WideCharToMultiByte(nCodePage, args...) : 0;
@@ -47,4 +26,7 @@ TEST(Conversion, IsNullForNullAndAfterAFailure)
     EXPECT_EQ(CW2A(nullptr), nullptr);
     const auto fails = Fails(WideCharToMultiByte, 0, 122);
     EXPECT_EQ(CW2A(L"text"), nullptr);
+    EXPECT_TRUE(CString(static_cast<const char*>(nullptr)).IsEmpty());
+    const auto widens = Fails(MultiByteToWideChar, 0, 1113);
+    EXPECT_TRUE(CString("text").IsEmpty());
 }

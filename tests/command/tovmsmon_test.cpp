@@ -73,7 +73,7 @@ TEST(QueueMgr, EveryQueryAsksAgainAndKeepsTheInstallationWhileItMatches)
     EXPECT_TRUE(queueMgr.GetRunIdentity().IsEmpty());
 }
 
-TEST(QueueMgr, DeletionDuringTheRunningTestIsNoted)
+TEST(QueueMgr, StopRunsTheEndCommandOfARunningQueueManager)
 {
     ProductCalls product;
     Capture capture;
@@ -81,7 +81,7 @@ TEST(QueueMgr, DeletionDuringTheRunningTestIsNoted)
     const auto details =
         Hook(xcsGetQMDetails, [&](auto... args) { return nLeft-- > 0 ? xcsGetQMDetails(args...) : 1; });
     CZNMQueueMgr queueMgr(L"QM1");
-    EXPECT_EQ(queueMgr.IsRunning(), 0);
+    EXPECT_EQ(queueMgr.Stop(1), 0); // not running: nothing to run
     EXPECT_EQ(product.calls.back(), ACTIVE);
     product.results["xcsIsSubpoolActive"] = 0;
     EXPECT_EQ(queueMgr.IsRunning(), 1);
@@ -91,17 +91,8 @@ TEST(QueueMgr, DeletionDuringTheRunningTestIsNoted)
     EXPECT_EQ(queueMgr.Stop(1), 0);
     EXPECT_EQ(queueMgr.Stop(1), -1);
     EXPECT_THAT(capture.Only("<", 58), ElementsAre("< 58 0", "< 58 3", "< 58 -1", "< 58 -1"));
-    EXPECT_THAT(capture.Only("-", 57),
-                ElementsAre("- 57 Queue Manager not running!", "- 57 Queue Manager not available!"));
-}
 
-TEST(QueueMgr, StopRunsTheEndCommandOfTheInstallation)
-{
-    ProductCalls product;
-    CZNMQueueMgr queueMgr(L"QM1");
-    EXPECT_EQ(queueMgr.Stop(1), 0); // not running: nothing to run
-    EXPECT_EQ(product.calls.back(), ACTIVE);
-    product.results["xcsIsSubpoolActive"] = 0;
+    nLeft = 1000;
     const std::string strProgram = product.root.string() + "\\bin64\\endznm.exe";
     for (const auto& [nStopType, pszOption] :
          {std::pair{1, "-w"}, {2, "-i"}, {3, "-p"}, {4, "-rp"}, {5, "-ri"}, {7, "-w"}, {0, "-w"}})
@@ -114,12 +105,11 @@ TEST(QueueMgr, StopRunsTheEndCommandOfTheInstallation)
     EXPECT_EQ(queueMgr.Stop(1), 40);
     product.results["exec"] = 2;
     EXPECT_EQ(queueMgr.Stop(1), -1);
-
-    product.results["exec"] = 0; // a record without a terminator runs nothing
-    const auto details = Hook(xcsGetQMDetails, [&](auto psz, auto p, auto pp) {
+    product.results["exec"] = 0;
+    const auto unterminated = Hook(xcsGetQMDetails, [&](auto psz, auto p, auto pp) {
         xcsGetQMDetails(psz, p, pp);
         std::memset((*pp)->szName, 'Q', sizeof(*pp)->szName);
         return 0;
     });
-    EXPECT_EQ(queueMgr.Stop(1), -1);
+    EXPECT_EQ(queueMgr.Stop(1), -1); // runs nothing
 }

@@ -52,11 +52,4 @@ TEST(Trace, LinesAreHandedOverOnlyWhenWanted)
         EXPECT_EQ(capture.Has("- 177 text"), fText);
         EXPECT_EQ(capture.area.nCurrentFunction, fParms ? (177u << 16) + 42 : 0u);
     }
-    Capture capture;
-    TlsSetValue(xihTLSIndex, nullptr);
-    CZNMTrace trace(FN_TMAIN);
-    trace.Parms("%d", 1);
-    trace.Text("text");
-    trace.Leave(0);
-    EXPECT_TRUE(capture.lines.empty() && capture.area.nHistory == 0); // without an area
 }

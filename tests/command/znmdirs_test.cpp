@@ -22,29 +22,20 @@ struct Directories : Test, TempDir
 };
 } // namespace
 
-TEST_F(Directories, MissingPathsAreCreatedAndExistingOnesChecked)
-{
-    Make("\\file");
-    // An empty component is the directory it stands in.
-    const std::pair<const wchar_t*, int> cases[] = {{L"\\a\\b\\c", 1},    {L"\\a\\b\\", 1}, {L"\\d\\e\\", 1},
-                                                    {L"\\f\\\\g", 1},     {L"\\file", 0},   {L"\\file\\x", 0},
-                                                    {L"\\bad?name\\x", 0}};
-    for (const auto& [pszPath, nExpected] : cases)
-    {
-        EXPECT_EQ(theApp.CheckAndCreateZNDirectory(At(pszPath)), nExpected) << pszPath;
-        EXPECT_EQ(fs::is_directory(root.wstring() + pszPath), nExpected == 1) << pszPath;
-    }
-    EXPECT_THAT(Names(), ElementsAre(L"a", L"a\\b", L"a\\b\\c", L"d", L"d\\e", L"f", L"f\\g", L"file"));
-}
-
 TEST_F(Directories, CreationReturnsTheCodeOfTheLastComponent)
 {
     Make("\\file");
+    for (const wchar_t* psz :
+         {L"\\new\\\\y\\", L"\\new\\y"}) // an empty component is the directory it stands in
+        EXPECT_EQ(theApp.CheckAndCreateZNDirectory(At(psz)), 1);
+    for (const wchar_t* psz : {L"\\file", L"\\file\\x", L"\\bad?name\\x"})
+        EXPECT_EQ(theApp.CheckAndCreateZNDirectory(At(psz)), 0) << psz;
+    EXPECT_THAT(Names(), ElementsAre(L"file", L"new", L"new\\y"));
     EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\new\\x"), L""), 0u);
     EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\new\\x"), L"") & 0x10, 0x10u); // exists: its attributes
     EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\file\\x"), L""), 3u);
     const auto denied = Fails(SetNamedSecurityInfoW, ERROR_ACCESS_DENIED, 0); // is no failure of the creation
-    EXPECT_EQ(theApp.CreateZNDirectory(L"y", At(L"\\new")), 0u);
+    EXPECT_EQ(theApp.CreateZNDirectory(L"z", At(L"\\new")), 0u);
     EXPECT_TRUE(capture.Has("- 31 Merging previous security settings"));
     std::vector<std::string> created;
     const auto refuse = Hook(xcsCreateDirectory, [&](auto* psz, int n1, auto p1, auto p2, int n2, auto* pn) {
@@ -52,11 +43,11 @@ TEST_F(Directories, CreationReturnsTheCodeOfTheLastComponent)
         created.push_back(psz);
         return *pn = 1816, 9;
     });
-    EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\new\\z\\z"), L""), 1816u);
-    EXPECT_TRUE(capture.Has("# 171 Failed to create directory '" + Narrow("\\new\\z") + "': 1816"));
+    EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\new\\q\\q"), L""), 1816u);
+    EXPECT_TRUE(capture.Has("# 171 Failed to create directory '" + Narrow("\\new\\q") + "': 1816"));
     // An empty first component is tried as it is.
     EXPECT_EQ(theApp.CreateZNDirectory(L"\\\\srv\\share\\x", L""), 1816u);
-    EXPECT_THAT(created, ElementsAre(Narrow("\\new\\z"), ""));
+    EXPECT_THAT(created, ElementsAre(Narrow("\\new\\q"), ""));
     const auto unreadable = Fails(GetFileAttributesW, INVALID_FILE_ATTRIBUTES, 1117);
     EXPECT_EQ(theApp.CreateZNDirectory(At(L"\\new"), L""), 1117u);
 }
@@ -114,49 +105,50 @@ TEST_F(Directories, CopyChangesTheCurrentDirectoryAndSecuresFilesAndDirectories)
     }
 }
 
-TEST_F(Directories, DeletionTakesTheWholeTree)
-{
-    Make("\\x\\.config", FILE_ATTRIBUTE_HIDDEN);
-    Make("\\x\\..x\\deep\\f", FILE_ATTRIBUTE_READONLY);
-    Make("\\x\\system", FILE_ATTRIBUTE_SYSTEM);
-    std::vector<std::wstring> reset;
-    const auto attributes = Hook(SetFileAttributesW, [&](LPCWSTR psz, DWORD n) {
-        EXPECT_EQ(n, 0x80u);
-        return reset.push_back(fs::path(psz).filename()), SetFileAttributesW(psz, n);
-    });
-    EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), 1);
-    EXPECT_FALSE(fs::exists(Narrow("\\x")));
-    EXPECT_THAT(reset, AllOf(Contains(L"f"), Contains(L".config"), Not(Contains(L"system"))));
-    EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\missing")), 1);
-}
-
 TEST_F(Directories, DeletionStopsAtTheFirstFailureWithItsOwnError)
 {
-    for (const char* psz : {"\\x\\a", "\\x\\s\\locked", "\\x\\z"})
-        Make(psz);
-    const auto close = Hook(FindClose, [&](HANDLE h) { return SetLastError(6), FindClose(h); });
+    Make("\\x\\..a", FILE_ATTRIBUTE_READONLY);
+    Make("\\x\\s\\locked", FILE_ATTRIBUTE_HIDDEN);
+    Make("\\x\\z", FILE_ATTRIBUTE_SYSTEM);
+    const std::string NO_FILE = "# 176 Unable to delete file '" + root.string(),
+                      NO_DIRECTORY = "# 176 Unable to delete directory '" + root.string();
+    const std::tuple<std::wstring, int, std::string, std::vector<std::wstring>> steps[] = {
+        // what fails; result, trace, what is left
+        {L"locked", 0, NO_FILE + "\\x\\s\\locked', error '32'", {L"x", L"x\\s", L"x\\s\\locked", L"x\\z"}},
+        {L"s", 0, NO_DIRECTORY + "\\x\\s', error '145'", {L"x", L"x\\s", L"x\\z"}},
+        // The first entry is never examined, also where it is neither "." nor "..".
+        {L"first", 0, NO_DIRECTORY + "\\x', error '145'", {L"x", L"x\\s"}},
+        {L"-", 1, "# 176 Successfully deleted directory '" + Narrow("\\x'"), {}},
+        {L"-", 1, "< 176 1", {}}, // nothing is there
+    };
+    std::wstring strFailing;
+    std::vector<std::wstring> reset;
+    const auto fails = [&](std::wstring_view strPath, DWORD nError) {
+        return SetLastError(nError), strPath.ends_with(L"\\" + strFailing);
+    };
+    const Hooks hooks = {
+        Hook(SetFileAttributesW,
+             [&](LPCWSTR psz, DWORD n) {
+                 EXPECT_EQ(n, 0x80u);
+                 return reset.push_back(fs::path(psz).filename()), SetFileAttributesW(psz, n);
+             }),
+        Hook(DeleteFileW, [&](LPCWSTR psz) { return !fails(psz, 32) && DeleteFileW(psz); }),
+        Hook(RemoveDirectoryW, [&](LPCWSTR psz) { return !fails(psz, 145) && RemoveDirectoryW(psz); }),
+        Hook(FindFirstFileW,
+             [&](LPCWSTR psz, WIN32_FIND_DATAW* p) {
+                 const HANDLE hFind = FindFirstFileW(psz, p);
+                 while (strFailing == L"first" && p->cFileName[0] == L'.')
+                     FindNextFileW(hFind, p);
+                 return hFind;
+             }),
+        Hook(FindClose, [](HANDLE h) { return SetLastError(6), FindClose(h); })};
+    for (const auto& [strStep, nResult, strTrace, left] : steps)
     {
-        const auto locked = Hook(DeleteFileW, [&](LPCWSTR psz) {
-            return wcsstr(psz, L"locked") == nullptr ? DeleteFileW(psz) : (SetLastError(32), FALSE);
-        });
-        EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), 0);
+        strFailing = strStep;
+        capture.lines.clear();
+        EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), nResult) << strTrace;
+        EXPECT_TRUE(capture.Has(strTrace)) << strTrace;
+        EXPECT_EQ(Names(), left) << strTrace;
     }
-    EXPECT_TRUE(capture.Has("# 176 Unable to delete file '" + Narrow("\\x\\s\\locked") + "', error '32'"));
-    EXPECT_THAT(Names("x"), ElementsAre(L"s", L"s\\locked", L"z"));
-    {
-        const auto kept = Fails(RemoveDirectoryW, FALSE, 145);
-        EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), 0);
-    }
-    EXPECT_TRUE(capture.Has("# 176 Unable to delete directory '" + Narrow("\\x\\s") + "', error '145'"));
-    EXPECT_THAT(Names("x"), ElementsAre(L"s", L"z"));
-    // The first entry is never examined, also where it is neither "." nor "..".
-    const auto first = Hook(FindFirstFileW, [&](LPCWSTR psz, WIN32_FIND_DATAW* p) {
-        const HANDLE hFind = FindFirstFileW(psz, p);
-        while (p->cFileName[0] == L'.')
-            FindNextFileW(hFind, p);
-        return hFind;
-    });
-    EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x")), 0);
-    EXPECT_TRUE(capture.Has("# 176 Unable to delete directory '" + Narrow("\\x") + "', error '145'"));
-    EXPECT_THAT(Names("x"), ElementsAre(L"s"));
+    EXPECT_THAT(reset, ElementsAre(L"..a", L"locked")); // not for a system file
 }
