@@ -69,8 +69,7 @@ TEST(QueueMgr, EveryQueryAsksAgainAndKeepsTheInstallationWhileItMatches)
     EXPECT_EQ(queueMgr.GetDirectoryName(), nullptr);
     EXPECT_THAT(product.calls, ElementsAre(RELEASED, DETAILS, RELEASED)); // both records, at once
     EXPECT_EQ(queueMgr.GetDataDirectory(), nullptr);
-    EXPECT_TRUE(queueMgr.IsMultiInstance() == 0 && queueMgr.IsRunning() == 0 && queueMgr.Stop(1) == -1);
-    EXPECT_TRUE(queueMgr.GetRunIdentity().IsEmpty());
+    EXPECT_TRUE(queueMgr.IsMultiInstance() == 0 && queueMgr.GetRunIdentity().IsEmpty());
 }
 
 TEST(QueueMgr, StopRunsTheEndCommandOfARunningQueueManager)

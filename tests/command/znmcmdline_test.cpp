@@ -23,7 +23,6 @@ void Parse(std::vector<std::wstring> words)
     CZNCmdLineInfo info;
     theApp.ParseCommandLine(info);
 }
-
 } // namespace
 
 TEST(CommandLine, IsTakenUpToTheFirstError)
@@ -39,7 +38,6 @@ TEST(CommandLine, IsTakenUpToTheFirstError)
         {{L"/m", L"QM1", L"/dd", L"D:\\x", L"/ld", L"E:\\y", L"/m"}, true, L"QM1|D:\\x|E:\\y"},
         {{L"/m", L"QM1", L"/dd", L"D:\\x", L"/x", L"E:\\y"}, false, L"QM1|D:\\x|"},
         {{L"QM1", L"/m", L"/dd", L"D:\\x"}, false, L"||"},
-        {{L"/m", L"/dd", L"/dd", L"D:\\x"}, false, L"||"},
         {{L"/m", L"-QM1", L"/dd", L"D:\\x"}, false, L"||"},
         {{L"//m", L"QM1", L"/dd", L"D:\\x"}, false, L"||"},
         {{}, true, L"||"}};

@@ -25,8 +25,7 @@ struct Directories : Test, TempDir
 TEST_F(Directories, CreationReturnsTheCodeOfTheLastComponent)
 {
     Make("\\file");
-    for (const wchar_t* psz :
-         {L"\\new\\\\y\\", L"\\new\\y"}) // an empty component is the directory it stands in
+    for (const wchar_t* psz : {L"\\new\\\\y\\", L"\\new\\y"}) // an empty component is ignored
         EXPECT_EQ(theApp.CheckAndCreateZNDirectory(At(psz)), 1);
     for (const wchar_t* psz : {L"\\file", L"\\file\\x", L"\\bad?name\\x"})
         EXPECT_EQ(theApp.CheckAndCreateZNDirectory(At(psz)), 0) << psz;
@@ -77,11 +76,10 @@ TEST_F(Directories, CopyChangesTheCurrentDirectoryAndSecuresFilesAndDirectories)
         fs::create_directory(Narrow(psz));
     ASSERT_TRUE(theApp.m_sources.Look({At(L"\\from"), At(L"\\to"), At(L"\\log"), At(L"\\tolog"), At(L"")},
                                       [](const ZNFinding&) { return true; }));
-    const std::string FROM = Narrow("\\from");
     const std::tuple<DWORD, std::wstring, int, std::vector<std::string>> cases[] = {
         // length of the current directory, what cannot be secured; result, changes of the current directory
-        {7, L"-", 1, {FROM, "C:\\here"}},
-        {300, L"-", 1, {FROM}}, // too long for the buffer: cannot be restored
+        {7, L"-", 1, {Narrow("\\from"), "C:\\here"}},
+        {300, L"-", 1, {Narrow("\\from")}}, // too long for the buffer: cannot be restored
         {0, L"\\a", 0, {}},
         {0, L"\\to", 0, {}},
     };
@@ -150,5 +148,5 @@ TEST_F(Directories, DeletionStopsAtTheFirstFailureWithItsOwnError)
         EXPECT_TRUE(capture.Has(strTrace)) << strTrace;
         EXPECT_EQ(Names(), left) << strTrace;
     }
-    EXPECT_THAT(reset, ElementsAre(L"..a", L"locked")); // not for a system file
+    EXPECT_THAT(reset, ElementsAre(L"..a", L"locked")); // not of the system file
 }
