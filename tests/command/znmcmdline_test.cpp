@@ -29,9 +29,7 @@ TEST(CommandLine, IsTakenUpToTheFirstError)
 {
     const std::tuple<std::vector<std::wstring>, bool, const wchar_t*> cases[] = {
         // words; whether they are valid so far, name|data|log
-        {{L"/m", L"QM1", L"/dd", L"D:\\data\\", L"/ld", L"D:\\log"}, true, L"QM1|D:\\data|D:\\log"},
         {{L"-M", L"QM1", L"-DD", L"D:/x//", L"-LD", L"E:\\y"}, true, L"QM1|D:\\x|E:\\y"},
-        {{L"/LD", L"E:\\y", L"/Dd", L"D:\\x", L"/m", L"QM1"}, true, L"QM1|D:\\x|E:\\y"},
         {{L"/m", L"QM1", L"/m", L"QM2", L"/dd", L"D:\\x"}, true, L"QM2|D:\\x|"},
         {{L"/m", L"", L"/dd", L"\\", L"/ld", L"\\\\//"}, true, L"||"},
         {{L"/m", L"Q*", L"/dd", L"a/b\\", L"/ld", L"\\\\srv\\s\\"}, true, L"Q*|a\\b|\\\\srv\\s"},
@@ -39,8 +37,7 @@ TEST(CommandLine, IsTakenUpToTheFirstError)
         {{L"/m", L"QM1", L"/dd", L"D:\\x", L"/x", L"E:\\y"}, false, L"QM1|D:\\x|"},
         {{L"QM1", L"/m", L"/dd", L"D:\\x"}, false, L"||"},
         {{L"/m", L"-QM1", L"/dd", L"D:\\x"}, false, L"||"},
-        {{L"//m", L"QM1", L"/dd", L"D:\\x"}, false, L"||"},
-        {{}, true, L"||"}};
+        {{L"//m", L"QM1", L"/dd", L"D:\\x"}, false, L"||"}};
     for (const auto& [words, fValid, pszExpected] : cases)
     {
         Parse(words);
