@@ -26,24 +26,24 @@ struct Stage : ProductCalls
 };
 } // namespace
 
-TEST(Migrate, AsksTheLibraryInOrder)
+// One test: tests run at the same time, and two moves of one queue manager refuse each other.
+TEST(Migrate, AsksTheLibraryInOrderAndTakesLongLogPaths)
 {
-    Stage stage;
-    const std::string R = stage.root.string();
-    EXPECT_EQ(stage.Move(R + "\\log\\QM!1\\"), 1);
-    EXPECT_THAT(stage.calls,
-                ElementsAre("xcsGetInstallationDetails Inst1 null null 16 null",
-                            "xcsIsSubpoolActive QM1 QM!1 null 2 id\\2", "xcsGetIniFilename null",
-                            "xcsGetIniFilename QM1",
-                            "xcsIniUtilRead Log null null LogPath " + R + "\\qmgrs\\QM!1\\qm.ini 2",
-                            "xcsIniUtilWrite QueueManager Name QM1 Prefix " + R + "\\to " + R + "\\zns.ini 1",
-                            "xcsGetIniFilename QM1",
-                            "xcsIniUtilWrite Log null null LogPath " + R + "\\tolog\\QM!1\\ " + R +
-                                "\\to\\qmgrs\\QM!1\\qm.ini 2"));
-}
-
-TEST(Migrate, LogPathIsTakenUpToTheBuffersWholeLength)
-{
+    {
+        Stage stage;
+        const std::string R = stage.root.string();
+        EXPECT_EQ(stage.Move(R + "\\log\\QM!1\\"), 1);
+        EXPECT_THAT(
+            stage.calls,
+            ElementsAre("xcsGetInstallationDetails Inst1 null null 16 null",
+                        "xcsIsSubpoolActive QM1 QM!1 null 2 id\\2", "xcsGetIniFilename null",
+                        "xcsGetIniFilename QM1",
+                        "xcsIniUtilRead Log null null LogPath " + R + "\\qmgrs\\QM!1\\qm.ini 2",
+                        "xcsIniUtilWrite QueueManager Name QM1 Prefix " + R + "\\to " + R + "\\zns.ini 1",
+                        "xcsGetIniFilename QM1",
+                        "xcsIniUtilWrite Log null null LogPath " + R + "\\tolog\\QM!1\\ " + R +
+                            "\\to\\qmgrs\\QM!1\\qm.ini 2"));
+    }
     const std::string strLongest = "D:\\" + std::string(128, 'l') + "\\" + std::string(129, 'm');
     for (const auto& [strLogPath, fRead] : {std::pair{strLongest, true}, {strLongest + "x", false}})
     {
