@@ -47,7 +47,6 @@ TEST(Trace, LinesAreHandedOverOnlyWhenWanted)
         const CZNMTrace trace(FN_SET_DATA_DEST);
         trace.Parms("dest %S", CString(L"E:\\x"));
         trace.Text("text");
-        SCOPED_TRACE(nOptions);
         EXPECT_EQ(capture.Has("# 177 dest E:\\x"), fParms);
         EXPECT_EQ(capture.Has("- 177 text"), fText);
         EXPECT_EQ(capture.area.nCurrentFunction, fParms ? (177u << 16) + 42 : 0u);

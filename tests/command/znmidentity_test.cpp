@@ -10,11 +10,10 @@
 
 namespace
 {
-using Identity = std::optional<CZNDirectoryIdentity>;
-Identity IdentityOf(const fs::path& path)
+auto IdentityOf(const fs::path& path)
 {
     DWORD nError = 0;
-    const Identity identity = CZNDirectoryIdentity::Of(path.c_str(), nError);
+    const auto identity = CZNDirectoryIdentity::Of(path.c_str(), nError);
     EXPECT_EQ(identity.has_value(), nError == 0);
     return identity;
 }
@@ -37,7 +36,7 @@ TEST(Identity, TellsDirectoriesApartWhateverPathLeadsToThem)
                     std::memset(&static_cast<FILE_ID_INFO*>(p)->FileId, nByte, sizeof(FILE_ID_128));
                 return fDone;
             });
-        const Identity one = IdentityOf(temp.root / "One"), two = IdentityOf(temp.root / "Two");
+        const auto one = IdentityOf(temp.root / "One"), two = IdentityOf(temp.root / "Two");
         ASSERT_TRUE(one && two) << nByte;
         EXPECT_NE(*one, *two) << nByte;
         for (const char* psz : {"ONE", "link", "Two\\..\\One"})

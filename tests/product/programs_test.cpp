@@ -1,4 +1,4 @@
-// The product's programs as whole runs: words handed over, damage found; the utility library.
+// The product's programs as whole runs: words handed over.
 #include <windows.h>
 #include <shellapi.h>
 
@@ -11,7 +11,6 @@
 #include "returncodes.h"
 #include "text.h"
 #include "tovxcs2.h"
-#include "tovxzu.h"
 
 namespace
 {
@@ -55,32 +54,5 @@ TEST(Program, RunsOnlyWhatIsNamedInFull)
     EXPECT_EQ(nResult, 77);
     EXPECT_EQ(Execute(strEndZnm, {"-w", "QM1", "a"}, nResult), XCS_RC_OK);
     EXPECT_EQ(nResult, 1);
-}
-
-TEST(SampleQueueManager, TellsOfDamagedFiles)
-{
-    const Sandbox sandbox("Installation:\n Name=One\n Path=C:\\inst\n Identity=One\n");
-    const auto run = [&](const std::wstring& strWords) {
-        return RunProgram(ProgramFolder() / "sampleqm.exe", strWords, sandbox.root).nStatus;
-    };
-    const std::wstring strRoot = sandbox.root.wstring();
-    EXPECT_EQ(run(L"create QM.1 /files 60 /dd " + strRoot + L"\\data /ld " + strRoot + L"\\log"), 0u);
-    const std::string strFile = "log/QM!1/file00001.rec", strWhole = sandbox.Read(strFile);
-    std::string strFlipped = strWhole;
-    strFlipped[strFlipped.find("message")] ^= 1;
-    for (const std::string& strContent : {strFlipped, ""s, strWhole})
-    {
-        sandbox.Write(strFile, strContent);
-        EXPECT_EQ(run(L"verify QM.1"), strContent == strWhole ? 0u : 3u) << strContent;
-    }
-}
-
-TEST(Utilities, NoFailureMapsToZero)
-{
-    for (auto [nCode, nMapped] : {std::pair{0, 0}, {1, 1}, {0x40806178, 0x78}, {0x100, 255}, {-1, 255}})
-    {
-        zutMapRCTo8bit(&nCode);
-        EXPECT_EQ(nCode, nMapped);
-    }
 }
 } // namespace

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <ranges>
 #include <string>
 #include <vector>
 
@@ -90,10 +91,9 @@ class TempDir
     // Names below a subdirectory, with their directories, sorted.
     std::vector<std::wstring> Names(const fs::path& sub = "") const
     {
-        std::vector<std::wstring> names;
-        for (const auto& [strName, strContent] : TakeSnapshot(root / sub))
-            names.push_back(strName);
-        return names;
+        const Snapshot snapshot = TakeSnapshot(root / sub);
+        const auto names = std::views::keys(snapshot);
+        return {names.begin(), names.end()};
     }
 
     const fs::path root = fs::temp_directory_path() /

@@ -8,9 +8,8 @@
 // function "*" then counts the calls of all functions together. Mode w lets the process wait after that call,
 // until the test that started it has done what it wants (ZN_FAULTS_PAUSE has the handles of two events). Mode
 // c hands Ctrl+C to the program's handler after that call. ZN_FAULTS_REPORT: a file that receives, at the end
-// of the process, "function calls" for every function, and "held number" if not everything was given back.
+// of the process, "function calls" for every function.
 #include <windows.h>
-#include <aclapi.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -51,7 +50,6 @@ auto& s_imports = *new std::map<std::string, Import*>;
 Import s_all;
 char s_chPending = 0;
 PHANDLER_ROUTINE s_pfnHandler = nullptr;
-long s_nHeld = 0;
 
 // What is to happen after a call happens before the next one.
 void DoWhatIsPending()
@@ -72,8 +70,6 @@ void Report()
     FILE* const pFile = std::fopen(std::getenv("ZN_FAULTS_REPORT"), "w");
     for (const auto& [strName, pImport] : s_imports)
         std::fprintf(pFile, "\n%s %lu", strName.c_str(), pImport->nCalls);
-    if (s_nHeld != 0)
-        std::fprintf(pFile, "\nheld %ld", s_nHeld);
     std::fclose(pFile);
 }
 
@@ -103,51 +99,11 @@ extern "C" void* Dispatch(Import* pImport)
     return pImport->achFailure;
 }
 
-// Counts what a function hands out or takes back; change, which is a type of its own for each, tells from its
-// result by how much.
-template <class Change, class Result, class... Args>
-void CountCalls(const char* pszFunction, Result (*)(Args...))
-{
-    static Result (*s_pfnReal)(Args...) = nullptr;
-    void** const ppSlot = FindImportSlot(pszFunction);
-    s_pfnReal = reinterpret_cast<Result (*)(Args...)>(*ppSlot);
-    const auto counted = [](Args... args) {
-        const Result result = s_pfnReal(args...);
-        s_nHeld += Change()(result);
-        return result;
-    };
-    WriteImportSlot(ppSlot, reinterpret_cast<void*>(static_cast<Result (*)(Args...)>(counted)));
-}
-
-template <class Signature, class Change>
-void Count(const char* pszFunction, Change)
-{
-    CountCalls<Change>(pszFunction, static_cast<Signature*>(nullptr));
-}
-
-void CountWhatIsHeld()
-{
-    Count<decltype(FindFirstFileW)>("FindFirstFileW", [](HANDLE h) { return h != INVALID_HANDLE_VALUE; });
-    Count<decltype(FindFirstFileExW)>("FindFirstFileExW", [](HANDLE h) { return h != INVALID_HANDLE_VALUE; });
-    Count<decltype(FindClose)>("FindClose", [](BOOL) { return -1; });
-    Count<decltype(GetNamedSecurityInfoW)>("GetNamedSecurityInfoW", [](DWORD nError) { return nError == 0; });
-    Count<decltype(SetEntriesInAclW)>("SetEntriesInAclW", [](DWORD nError) { return nError == 0; });
-    Count<decltype(LocalFree)>("LocalFree", [](HLOCAL) { return -1; });
-    Count<decltype(AllocateAndInitializeSid)>("AllocateAndInitializeSid", [](BOOL fMade) { return fMade; });
-    Count<decltype(FreeSid)>("FreeSid", [](PVOID) { return -1; });
-    Count<decltype(xcsGetQMDetails)>("xcsGetQMDetails", [](int32_t nResult) { return nResult == 0; });
-    Count<decltype(xcsGetInstallationDetails)>("xcsGetInstallationDetails",
-                                               [](int32_t nResult) { return nResult == 0; });
-    // (declared with a result that nobody looks at, as a function without one cannot be told from)
-    Count<int(void*, int32_t, void*, void*)>("xcsFreeMemFn", [](int) { return -1; });
-}
-
 void ReplaceImports()
 {
     static const auto s_handler = Hook(SetConsoleCtrlHandler, [](PHANDLER_ROUTINE pfnHandler, BOOL fAdd) {
         return SetConsoleCtrlHandler(s_pfnHandler = pfnHandler, fAdd);
     });
-    CountWhatIsHeld();
     auto* const pCode = static_cast<Import*>(
         VirtualAlloc(nullptr, 1 << 16, MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
     s_imports["*"] = &s_all;
