@@ -31,9 +31,9 @@ TEST(Program, HandsEveryWordOverAsItIs)
     std::vector<std::string> arrived;
     const auto hook = Hook(CreateProcessW, [&](auto, wchar_t* pszCommandLine, auto...) {
         int nWords = 0;
-        const LocalBlock words(CommandLineToArgvW(pszCommandLine, &nWords));
+        const Owner<LocalKind<wchar_t*>> words(CommandLineToArgvW(pszCommandLine, &nWords));
         for (int n = 1; n < nWords; ++n)
-            arrived.push_back(Narrow(static_cast<wchar_t**>(words.Get())[n]).value_or("?"));
+            arrived.push_back(Narrow(words.Get()[n]).value_or("?"));
         return FALSE;
     });
     int32_t nResult = 0;

@@ -351,13 +351,13 @@ ZN_STATE After::NotMoved()
             L"only if it never ran in the new place");
     if (!CanBeDestination(m_data.strNew.c_str()) || !CanBeDestination(m_log.strNew.c_str()))
     {
-        m_notes.push_back(
+        m_notes.emplace_back(
             L"The new directories are none that the command takes; tarvelcheck before says why");
         return Conclude(ZN_NOT_MOVED, L"not moved: both files name the old trees, which count", L"yes");
     }
     m_finish = {Move(static_cast<const wchar_t*>(m_words.strDataDest),
                      static_cast<const wchar_t*>(m_words.strLogDest))};
-    m_notes.push_back(L"tarvelcheck before says what may have ended the move, and would end it again");
+    m_notes.emplace_back(L"tarvelcheck before says what may have ended the move, and would end it again");
     if (nForeign > 0)
         m_notes.push_back(
             L"The new trees hold " + ZNFormatCount(nForeign) +
@@ -376,13 +376,13 @@ ZN_STATE After::BetweenTheFiles()
     AddFaults(L"missing in the new tree", m_data.old.strDir, m_data.toNew.onlyLeft);
     AddFaults(L"newer in the old tree", m_data.old.strDir, m_data.toNew.leftNewer);
     if (m_fOverlap)
-        m_faults.push_back(L"a new and an old tree share a directory");
+        m_faults.emplace_back(L"a new and an old tree share a directory");
     if (!m_faults.empty() && !m_fOverlap && IsOldWhole(true))
         m_back = PrefixBack();
     if (!m_faults.empty())
         return Conclude(ZN_CANNOT_TELL, strState + L", but they are not as they should be", L"no");
     if (m_survey.fRunning)
-        m_notes.push_back(
+        m_notes.emplace_back(
             L"End the queue manager and look again: the trees cannot be compared while it runs");
     else if (fDataSame && fLogSame && CanGo(m_data.now) && CanGo(m_log.now) && !PrefixBack().empty())
     {
@@ -414,7 +414,7 @@ ZN_STATE After::BetweenTheFiles()
             L" /grant \"*S-1-5-32-544:(OI)(CI)F\" \"*S-1-5-18:(OI)(CI)F\" \"znm:(OI)(CI)F\" /t");
         for (const std::wstring& strStep : LogPathOn())
             m_finish.push_back(strStep);
-        m_notes.push_back(
+        m_notes.emplace_back(
             L"It was started in between. It can only be taken back after the move was finished");
     }
     if (!m_finish.empty() && m_finish.back().starts_with(L"edit"))
@@ -440,11 +440,11 @@ ZN_STATE After::MovedCompletely()
     m_back = MoveBack();
     const bool fUnknown = m_data.strOld.empty() || m_log.strOld.empty();
     if (fUnknown)
-        m_notes.push_back(
+        m_notes.emplace_back(
             L"The old places are unknown, and so whether anything is left there. Name them with /od "
             L"and /ol, or give the record");
     if (!m_record)
-        m_notes.push_back(L"Without a record no content could be compared");
+        m_notes.emplace_back(L"Without a record no content could be compared");
     const ZN_STATE eState =
         Conclude(ZN_MOVED,
                  fUnknown ? L"moved: both files name the new trees"

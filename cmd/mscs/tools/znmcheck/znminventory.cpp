@@ -105,10 +105,9 @@ std::wstring TimeText(const FILETIME& time)
 
 std::wstring ZNSecurityText(const std::wstring& strPath, SECURITY_INFORMATION nWanted)
 {
-    std::wstring strName = strPath;
     LocalBlock descriptor;
     LocalText text;
-    if (GetNamedSecurityInfoW(strName.data(), SE_FILE_OBJECT, nWanted, nullptr, nullptr, nullptr, nullptr,
+    if (GetNamedSecurityInfoW(strPath.c_str(), SE_FILE_OBJECT, nWanted, nullptr, nullptr, nullptr, nullptr,
                               descriptor.Out()) != ERROR_SUCCESS ||
         !ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor.Get(), SDDL_REVISION_1, nWanted,
                                                               text.Out(), nullptr))
