@@ -8,7 +8,6 @@
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <ranges>
 #include <string>
 #include <vector>
 
@@ -91,9 +90,10 @@ class TempDir
     // Names below a subdirectory, with their directories, sorted.
     std::vector<std::wstring> Names(const fs::path& sub = "") const
     {
-        const Snapshot snapshot = TakeSnapshot(root / sub);
-        const auto names = std::views::keys(snapshot);
-        return {names.begin(), names.end()};
+        std::vector<std::wstring> names;
+        for (const auto& entry : TakeSnapshot(root / sub))
+            names.push_back(entry.first);
+        return names;
     }
 
     const fs::path root = fs::temp_directory_path() /
