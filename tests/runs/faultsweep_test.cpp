@@ -217,7 +217,7 @@ TEST(ChangeSweep, TreeThatChangedIsNotDeleted)
                     continue;
                 SCOPED_TRACE(testing::Message() << strFault << " " << pszFinding << fLog);
                 Installation zn;
-                const RunResult result = zn.Traced(zn.MoveWords(), strFault, [&] {
+                const RunResult result = zn.Traced(zn.MoveWords(), strFault, [&, &change = change] {
                     change(fLog ? zn.oldLog / "active\\log1" : zn.oldData / "s\\t\\c");
                     (fLog ? zn.log : zn.data) = TakeSnapshot(fLog ? zn.oldLog : zn.oldData);
                 });
