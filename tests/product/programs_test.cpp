@@ -31,9 +31,9 @@ TEST(Program, HandsEveryWordOverAsItIs)
     std::vector<std::string> arrived;
     const auto hook = Hook(CreateProcessW, [&](auto, wchar_t* pszCommandLine, auto...) {
         int nWords = 0;
-        const Owner<LocalKind<wchar_t*>> words(CommandLineToArgvW(pszCommandLine, &nWords));
+        const LocalBlock words(static_cast<void*>(CommandLineToArgvW(pszCommandLine, &nWords)));
         for (int n = 1; n < nWords; ++n)
-            arrived.push_back(Narrow(words.Get()[n]).value_or("?"));
+            arrived.push_back(Narrow(static_cast<wchar_t**>(words.Get())[n]).value_or("?"));
         return FALSE;
     });
     int32_t nResult = 0;
