@@ -27,6 +27,7 @@ std::string ToUtf8Line(std::wstring_view text);
 #define ZN_PRINTF_RULES gnu_printf
 #endif
 [[gnu::format(ZN_PRINTF_RULES, 1, 2)]] std::string Format(const char* pszFormat, ...);
+#undef ZN_PRINTF_RULES
 
 // printf of the system's words for an error code, "error 5: Access is denied.", in UTF-16.
 std::wstring ErrorText(unsigned long nError);

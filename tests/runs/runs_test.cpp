@@ -78,6 +78,7 @@ TEST(Runs, StartUpFailuresEndTheRunBeforeAnythingIsAsked)
                   c.strErr);
         EXPECT_EQ(zn.Calls("xcsTerminate"), c.nTerminated);
         EXPECT_EQ(zn.Calls("xcsGetQMDetails"), 0);
+        EXPECT_EQ(zn.Calls("SetErrorMode") + zn.Calls("SetDllDirectoryW"), 2);
         EXPECT_EQ(zn.State(), UNCHANGED);
     }
 }

@@ -35,10 +35,13 @@ struct Destination
         while (strUp.size() > 2 && GetFileAttributesW(strUp.c_str()) == INVALID_FILE_ATTRIBUTES)
         {
             const size_t nCut = strUp.find_last_of(L'\\', strUp.size() - 2);
-            const bool fRoot = nCut != std::wstring::npos && nCut > 0 && strUp[nCut - 1] == L':';
-            strUp.resize(nCut == std::wstring::npos ? 0
-                         : fRoot                    ? nCut + 1
-                                                    : nCut); // "E:" has a current directory
+            if (nCut == std::wstring::npos)
+            {
+                strUp.clear();
+                break;
+            }
+            const bool fRoot = nCut > 0 && strUp[nCut - 1] == L':'; // "E:" would be its current directory
+            strUp.resize(fRoot ? nCut + 1 : nCut);
         }
         strExisting = strUp.size() > 2 ? strUp : L"";
     }

@@ -24,6 +24,7 @@
 // The component number of this program in every record.
 constexpr int ZNM_COMPONENT = 42;
 
+// The traced functions, from the table that those who read a trace have too.
 enum ZNM_FUNCTION : int
 {
 #define ZNM_TRACED_FUNCTION(constant, number, result, name) constant = (number),
