@@ -1,6 +1,5 @@
 #include "tracecapture.h"
 #include "tovmdbgn.h"
-#include "tovmexpn.h"
 #include "tovmtrce.h"
 
 using testing::ElementsAre;
@@ -51,19 +50,4 @@ TEST(Debug, TextsUpToTheLimitAreWholeAndLongerOnesEmpty)
     CZNMDebug::RecordFailure(1, 2, L"text");
     CZNMDebug::GetInstance()->DebugOutput(1, 2, 2, L"text");
     EXPECT_THAT(capture.lines, ElementsAre("! 1/2 (null)"));
-}
-
-TEST(Exception, TextIsFormattedAgainWithoutArguments)
-{
-    // What a user types can reach the report as a format: it must read no argument and write nothing.
-    const std::pair<const wchar_t*, const char*> cases[] = {{L"100%%d", "100%d"},          {L"100%", "100%"},
-                                                            {L"%s%n%S", "%s%n%S"},         {L"%%%n", "%n"},
-                                                            {L"%5$*8.3lld", "%5$*8.3lld"}, {nullptr, ""}};
-    for (const auto& [pszText, pszExpected] : cases)
-    {
-        Capture capture;
-        CZNMException(181, 0, 2, pszText).Report();
-        EXPECT_TRUE(capture.Has(std::string("# 181 ***CZNMException Caught***: ") + pszExpected))
-            << pszExpected;
-    }
 }

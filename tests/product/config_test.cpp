@@ -2,13 +2,11 @@
 #include <windows.h>
 #include <aclapi.h>
 #include <ntsecapi.h>
-#include <sddl.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "hook.h"
-#include "owner.h"
 #include "returncodes.h"
 #include "sandbox.h"
 #include "tovxcs2.h"
@@ -37,21 +35,6 @@ std::string DataDirectory(const std::string& strName)
     const std::string strResult = pDetails != nullptr ? pDetails->szDataDirectory : "";
     xcsFreeMemFn(nullptr, 23, nullptr, pDetails);
     return strResult;
-}
-
-TEST(Config, ReadsIntoTheCallersBuffer)
-{
-    const Sandbox sandbox("\xEF\xBB\xBFLog:\n LogPath=12\xC3\xA4xy\n"); // UTF-8, whatever the code page
-    const auto read = [&](const char* pszAttribute, uint32_t nLength) {
-        std::string strBuffer(6, '#');
-        const int32_t nResult = xcsIniUtilRead("Log", nullptr, nullptr, pszAttribute, strBuffer.data(),
-                                               &nLength, sandbox.Path("zns.ini").c_str(), 1);
-        return std::tuple<int32_t, uint32_t, std::string>(nResult, nLength, strBuffer);
-    };
-    EXPECT_EQ(read("LogPath", 6), std::tuple(XCS_RC_OK, 5u, std::string("12\xE4xy\0", 6)));
-    EXPECT_EQ(read("LogPath", 5), std::tuple(XCS_RC_OK, 5u, "12\xE4xy#"));
-    EXPECT_EQ(read("LogPath", 4), std::tuple(XCS_RC_TRUNCATED, 4u, "######"));
-    EXPECT_EQ(read("None", 6), std::tuple(XCS_RC_NOT_FOUND, 6u, "######"));
 }
 
 TEST(Config, WritesOrRefusesWithTheFileUntouched)
@@ -143,31 +126,6 @@ TEST(Config, SurvivesEveryFailureOfTheReplacement)
         EXPECT_THAT(sandbox.Names(), ElementsAre(L"zns.ini"));
         EXPECT_EQ(Write(sandbox, "Prefix", "E:"), XCS_RC_OK); // no lock is left behind
     }
-}
-
-TEST(Config, NewFileIsBornWithTheOldFilesAccessList)
-{
-    const Sandbox sandbox(TEXT);
-    std::vector<std::wstring> lists;
-    const auto add = [&](PSECURITY_DESCRIPTOR psd) {
-        LocalText text;
-        ConvertSecurityDescriptorToStringSecurityDescriptorW(psd, 1, DACL_SECURITY_INFORMATION, text.Out(),
-                                                             nullptr);
-        lists.push_back(text.Get());
-        return TRUE;
-    };
-    const auto old = Hook(GetNamedSecurityInfoW, [](auto, auto, auto, auto, auto, auto, auto, auto ppsd) {
-        const wchar_t* const pszList = L"D:AI(A;;FA;;;BA)(A;ID;FR;;;SY)";
-        return !ConvertStringSecurityDescriptorToSecurityDescriptorW(pszList, 1, ppsd, nullptr);
-    });
-    const auto create = Hook(CreateFileW, [&](auto p, auto a, auto s, auto* sa, auto d, auto... args) {
-        if (d == CREATE_NEW && s == 0) // nobody opens it before it has taken its place
-            add(sa->lpSecurityDescriptor);
-        return CreateFileW(p, a, s, sa, d, args...);
-    });
-    const auto set = Hook(SetKernelObjectSecurity, [&](auto, auto, auto psd) { return add(psd); });
-    EXPECT_EQ(Write(sandbox, "Prefix", "E:"), XCS_RC_OK);
-    EXPECT_THAT(lists, ElementsAre(L"D:PAI(A;;FA;;;BA)(A;ID;FR;;;SY)", L"D:ARAI(A;;FA;;;BA)(A;ID;FR;;;SY)"));
 }
 
 TEST(QueueManagers, DetailsAreExactOrRefused)

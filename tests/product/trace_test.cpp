@@ -136,18 +136,4 @@ TEST(FailureRecord, TellsWhatHappenedAndWhatLedToIt)
                                "  < CZNMFileSecurity::ChangeFileSecurity = -1\r\n")));
 }
 
-// The last test: what a process has written counts until it ends.
-TEST(FailureRecord, KeepsTheFirstOfAKindAndOfAProcess)
-{
-    const Sandbox sandbox;
-    const Services services(L"flow");
-    sandbox.Write("errors/ZN" + std::to_string(GetCurrentProcessId()) + ".30.txt", "of an earlier process");
-    for (int n = 0; n < 66; ++n)
-        Report("text", n < 6 ? 20 : 100 + n);
-    const auto records = Records(sandbox);
-    EXPECT_EQ(records[5], "! no failure record, 5 of this function and probe are kept: text");
-    EXPECT_EQ(records.back(), "! no failure record, 50 of this process are kept: text");
-    const auto isWritten = [](const std::string& str) { return str.starts_with("! failure record "); };
-    EXPECT_EQ(sandbox.Names("errors").size(), 1u + std::ranges::count_if(records, isWritten));
-}
 } // namespace

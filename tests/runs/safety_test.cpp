@@ -8,14 +8,6 @@ using testing::HasSubstr;
 
 namespace
 {
-// A file that somebody has open, and shares with others as nShare says.
-FileHandle Hold(const fs::path& path, DWORD nShare = 0)
-{
-    FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, nShare, nullptr, OPEN_EXISTING, 0, nullptr));
-    EXPECT_TRUE(file) << path;
-    return file;
-}
-
 // A file, or a directory, whose path has that length.
 void MakeLong(const fs::path& dir, size_t nLength, bool fFile)
 {
@@ -92,54 +84,62 @@ TEST(Safety, LookAtTheSourcesRefuses)
 {
     struct Case
     {
-        const wchar_t *pszNewData, *pszNewLog, *pszLink, *pszTarget; // below the root
         const char* pszFinding;
-        void (*prepare)(const Installation&) = nullptr;
+        const wchar_t *pszNewData = L"newdata", *pszNewLog = L"newlog"; // below the root
+        Change change = {};
+        void (*prepare)(const Installation&) = [](const Installation&) {};
         const char* pszFaults = "";
     };
     const char *const pszNewDirectory = "is a new directory",
                       *const pszShared = "Two directories would be copied",
                       *const pszTooLong = "too long in the new place: ";
     const Case cases[] = {
-        {L"OLDDATA", L"newlog", L"", L"", pszNewDirectory},
-        {L"newdata", L"OldLog", L"", L"", pszNewDirectory},
-        {L"olddata\\qmgrs\\QM!1\\s", L"newlog", L"", L"", pszNewDirectory},
-        {L"newdata", L"olddata\\qmgrs", L"", L"", pszNewDirectory},
-        {L"newdata", L"oldlog\\QM!1\\in", L"", L"", pszNewDirectory},
-        {L"newdata", L"link", L"link", L"olddata\\qmgrs\\QM!1\\s", pszNewDirectory},
-        {L"newdata", L"newlog", L"oldlog\\QM!1\\link", L"newdata\\qmgrs\\QM!1", pszNewDirectory},
-        {L"newdata", L"newlog", L"newlog", L"newdata\\qmgrs", pszShared},
-        {L"newdata", L"newlog", L"newdata\\qmgrs\\QM!1\\s", L"newlog\\QM!1\\active", pszShared},
-        {L"newdata", L"newlog", L"newdata\\qmgrs\\QM!1\\s", L"oldlog\\QM!1\\active",
-         "The copy would write into this directory of an old tree"},
-        {L"newdata", L"newlog", L"olddata\\qmgrs\\QM!1\\s\\up", L"olddata\\qmgrs\\QM!1", "A link leads back"},
-        {L"newdata", L"newlog", L"olddata\\qmgrs\\QM!1\\link", L"work", "is the directory of zns.ini"},
-        {L"newdata", L"newlog", L"", L"", "cannot be listed",
-         [](const Installation& zn) { fs::remove_all(zn.oldLog); }},
-        {L"newdata", L"newlog", L"", L"", "cannot be listed",
-         [](const Installation& zn) { fs::remove_all(zn.oldLog), WriteAll(zn.oldLog, "a file"); }},
-        {L"newdata", L"newlog", L"", L"", "cannot be listed", nullptr,
-         "FindFirstFileExW:2:o:ffffffffffffffff:5"}, // a directory that may not be read
-        {L"newdata", L"newlog", L"", L"", "cannot be listed", nullptr, "FindNextFileW:3:o:0:5"}, // half-way
+        {pszNewDirectory, L"OLDDATA"},
+        {pszNewDirectory, L"newdata", L"OldLog"},
+        {pszNewDirectory, L"olddata\\qmgrs\\QM!1\\s"},
+        {pszNewDirectory, L"newdata", L"olddata\\qmgrs"},
+        {pszNewDirectory, L"newdata", L"oldlog\\QM!1\\in"},
+        {pszNewDirectory, L"newdata", L"link", {.pszLink = "link", .pszTarget = "olddata\\qmgrs\\QM!1\\s"}},
+        {.pszFinding = pszNewDirectory,
+         .change = {.pszLink = "oldlog\\QM!1\\link", .pszTarget = "newdata\\qmgrs\\QM!1"}},
+        {.pszFinding = pszShared, .change = {.pszLink = "newlog", .pszTarget = "newdata\\qmgrs"}},
+        {.pszFinding = pszShared,
+         .change = {.pszLink = "newdata\\qmgrs\\QM!1\\s", .pszTarget = "newlog\\QM!1\\active"}},
+        {.pszFinding = "The copy would write into this directory of an old tree",
+         .change = {.pszLink = "newdata\\qmgrs\\QM!1\\s", .pszTarget = "oldlog\\QM!1\\active"}},
+        {.pszFinding = "A link leads back",
+         .change = {.pszLink = "olddata\\qmgrs\\QM!1\\s\\up", .pszTarget = "olddata\\qmgrs\\QM!1"}},
+        {.pszFinding = "is the directory of zns.ini",
+         .change = {.pszLink = "olddata\\qmgrs\\QM!1\\link", .pszTarget = "work"}},
+        {.pszFinding = "cannot be listed", .change = {.pszRemove = "oldlog\\QM!1"}},
+        {.pszFinding = "cannot be listed",
+         .change = {.pszRemove = "oldlog\\QM!1", .pszWrite = "oldlog\\QM!1"}},
+        // A directory that may not be read, and one that cannot be read to its end.
+        {.pszFinding = "cannot be listed", .pszFaults = "FindFirstFileExW:2:o:ffffffffffffffff:5"},
+        {.pszFinding = "cannot be listed", .pszFaults = "FindNextFileW:3:o:0:5"},
         // Files may have 259 characters, directories 247.
-        {L"newdata", L"newlogs", L"", L"", pszTooLong,
+        {pszTooLong,
+         L"newdata",
+         L"newlogs",
+         {},
          [](const Installation& zn) { MakeLong(zn.oldLog, 259, true); }},
-        {L"newdatas", L"newlog", L"", L"", pszTooLong,
+        {pszTooLong,
+         L"newdatas",
+         L"newlog",
+         {},
          [](const Installation& zn) { MakeLong(zn.oldData, 247, false); }},
-        {L"n", L"newlog", L"", L"", "The path is too long to be copied: ",
+        {"The path is too long to be copied: ",
+         L"n",
+         L"newlog",
+         {},
          [](const Installation& zn) { MakeLong(zn.oldData, 248, false); }},
     };
     for (const Case& c : cases)
     {
         SCOPED_TRACE(&c - cases);
         Installation zn;
-        if (c.prepare != nullptr)
-            c.prepare(zn);
-        if (*c.pszLink != L'\0')
-        {
-            fs::create_directories(zn.root / c.pszTarget);
-            MakeLink(zn.root / c.pszLink, zn.root / c.pszTarget);
-        }
+        zn.Apply(c.change);
+        c.prepare(zn);
         fs::create_directories(zn.root / c.pszNewData / "qmgrs\\QM!1");
         fs::create_directories(zn.root / c.pszNewLog / "QM!1");
         zn.Remember();

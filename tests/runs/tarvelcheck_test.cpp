@@ -26,18 +26,20 @@ const DWORD GOAL_STATUSES[] = {0, 1};
 class Checked : public Installation
 {
   public:
-    RunResult Check(const std::wstring& strMode, const std::wstring& strMore = L"")
+    RunResult Look(const std::wstring& strWords, const std::string& strFaults = "")
     {
-        const std::wstring strKnown = strMode == L"before" ? L"" : fRecord ? Record() : OldPlaces();
-        return RunProgram(ProgramFolder() / "tarvelcheck.exe",
-                          strMode + L" " + MoveWords() + strKnown + strMore, root);
+        return Run(strWords, strFaults, nullptr, "tarvelcheck.exe");
+    }
+    RunResult After(const std::string& strFaults = "")
+    {
+        return Look(L"after " + MoveWords() + (fRecord ? Record() : OldPlaces()), strFaults);
     }
     std::wstring Record() const { return L" /record \"" + (root / "QM1 before.txt").wstring() + L"\""; }
     std::wstring OldPlaces() const { return L" /od " + oldData.wstring() + L" /ol " + oldLog.wstring(); }
-    void MakeRecord()
+    void MakeRecord(const wchar_t* pszLog = L"newlog")
     {
         fRecord = true;
-        const RunResult result = Check(L"before", Record());
+        const RunResult result = Look(L"before " + MoveWords(L"QM1", L"newdata", pszLog) + Record());
         EXPECT_EQ(result.nStatus, 0u) << result.strOut;
         rest[L"QM1 before.txt"] = ReadAll(root / "QM1 before.txt");
     }
@@ -70,7 +72,7 @@ class Checked : public Installation
         for (int nRound = 0; nRound < 4; ++nRound)
         {
             const std::string strBefore = State();
-            const RunResult said = Check(L"after");
+            const RunResult said = After();
             EXPECT_EQ(State(), strBefore);
             strSaid += strBefore + "\n" + std::to_string(said.nStatus) + "\n" + said.strOut;
             if (said.nStatus == GOAL_STATUSES[eGoal] && State() == GOAL_STATES[eGoal])
@@ -155,11 +157,11 @@ TEST(CheckAfter, DeletesNothingThatIsNewer)
         Checked zn;
         zn.Run(zn.MoveWords(), c.pszFault);
         WriteAll(zn.root / c.pszWritten, "went on");
-        RunResult said = zn.Check(L"after");
+        RunResult said = zn.After();
         EXPECT_EQ(said.nStatus, c.nStatus) << said.strOut;
         EXPECT_THAT(said.strOut, HasSubstr(c.pszSays)) << c.pszWritten;
         for (int nRound = 0; nRound < 3 && zn.Follow(said.strOut, FINISH); ++nRound)
-            said = zn.Check(L"after");
+            said = zn.After();
         EXPECT_EQ(said.nStatus, 0u) << said.strOut;
         EXPECT_EQ(ReadAll(zn.root / c.pszAtTheEnd), "went on") << said.strOut;
         EXPECT_THAT(zn.State(), testing::StartsWith("data -+ log -"));
@@ -168,50 +170,69 @@ TEST(CheckAfter, DeletesNothingThatIsNewer)
 
 TEST(CheckAfter, NamesNoDeletionWhereItCannotTell)
 {
+    const char *const pszMoved = "xcsTerminate:0:o:0:0", *const pszLeft = "DeleteFileW:1:o:0:20",
+                      *const pszNotMoved = "xcsIniUtilWrite:1:o:1:0",
+                      *const pszBetween = "xcsIniUtilWrite:2:o:1:0", *const pszRecord = "QM1 before.txt";
     struct Case
     {
-        const char* pszFault;
-        void (*damage)(Checked&);
-        DWORD nStatus;
-        const char* pszSays;
-    };
-    const auto zeros = [](Checked& zn) { // as after a power failure: the right size and time
-        const HANDLE hFile = CreateFileW((zn.newLog / "active\\log1").c_str(), GENERIC_READ | GENERIC_WRITE,
-                                         0, nullptr, OPEN_EXISTING, 0, nullptr);
-        FILETIME time;
-        DWORD nWritten = 0;
-        GetFileTime(hFile, nullptr, nullptr, &time);
-        WriteFile(hFile, std::string(99, '\0').data(), 99, &nWritten, nullptr);
-        SetFileTime(hFile, nullptr, nullptr, &time);
-        CloseHandle(hFile);
+        const char *pszFault, *pszSays;
+        Change change = {}; // after the move
+        DWORD nStatus = 3;
+        const char* pszLookFault = "";
+        const wchar_t* pszRecordedLog = L"newlog";
+        bool fZeros = false; // as after a power failure: the right size and time
     };
     const Case cases[] = {
-        {"", [](Checked& zn) { zn.MakeRecord(); }, 0, "every byte as in the record"},
-        {"xcsTerminate:0:o:0:0", zeros, 3, "another content than in the record"},
-        {"xcsTerminate:0:o:0:0", [](Checked& zn) { fs::remove(zn.newData / "a"); }, 3, "missing: "},
-        {"DeleteFileW:1:o:0:20", zeros, 3, "another content than in the record"},
-        {"DeleteFileW:1:o:0:20",
-         [](Checked& zn) { WriteAll(zn.oldLog / "ctl", "1"), WriteAll(zn.newData / "a", "2"); }, 3,
-         "written since the record"},
-        {"xcsIniUtilWrite:1:o:1:0", [](Checked& zn) { WriteAll(zn.newData / "theirs", "x"); }, 1,
-         "not named for deletion"},
-        {"xcsIniUtilWrite:1:o:1:0", [](Checked& zn) { WriteAll(zn.newLog / "ctl", "ran here"); }, 3,
-         "written later"},
-        {"xcsIniUtilWrite:1:o:1:0", [](Checked& zn) { fs::remove(zn.oldData / "a"); }, 3, "missing: "},
-        {"xcsIniUtilWrite:1:o:1:0", [](Checked& zn) { WriteAll(zn.work / "zns.ini", "Installation:\n"); }, 3,
-         "no queue manager"},
-        {"xcsIniUtilWrite:1:o:1:0", [](Checked& zn) { WriteAll(zn.root / "QM1 before.txt", "x"); }, 3,
-         "cannot be used"},
+        {"", "every byte as in the record", {}, 0},
+        {.pszFault = pszMoved, .pszSays = "another content than in the record", .fZeros = true},
+        {pszMoved, "missing: ", {.pszRemove = "newdata\\qmgrs\\QM!1\\a"}},
+        {pszMoved, "missing: ", {.pszRemove = "newlog\\QM!1"}},
+        {pszMoved, "are not in the record", {.pszWrite = "newdata\\qmgrs\\QM!1\\more"}, 0},
+        {pszMoved, "is a link; ", {.pszLink = "newlog\\QM!1\\l", .pszTarget = "bystander"}, 0},
+        {pszMoved, "another spelling", {.pszInZnsIni = "newdata", .pszInstead = "NEWDATA"}},
+        {pszMoved,
+         "neither the old ones nor",
+         {.pszWrite = "c\\qmgrs\\QM!1\\qm.ini",
+          .pszText = "Log:\n LogPath=C:\\l\\",
+          .pszInZnsIni = "newdata",
+          .pszInstead = "c"}},
+        {pszMoved, "has no LogPath", {.pszWrite = "newdata\\qmgrs\\QM!1\\qm.ini", .pszText = "Log:\n"}},
+        {pszMoved, "services of level", {}, 3, "xcsInitializeEx:1:o:1:0"},
+        {pszMoved, "cannot be listed", {}, 3, "FindFirstFileExW:2:o:ffffffffffffffff:5"},
+        {.pszFault = pszLeft, .pszSays = "another content than in the record", .fZeros = true},
+        {pszLeft, "written since the record", {.pszWrite = "newdata\\qmgrs\\QM!1\\a"}},
+        {pszLeft, "share a directory", {.pszLink = "newlog\\QM!1\\l", .pszTarget = "oldlog\\QM!1\\active"}},
+        {pszLeft,
+         "could not be compared",
+         {.pszLink = "other\\qmgrs\\QM0", .pszTarget = "olddata\\qmgrs\\QM!1\\s"}},
+        {pszBetween, "not as they should be", {.pszRemove = "newdata\\qmgrs\\QM!1\\a"}},
+        {pszNotMoved, "not named for deletion", {.pszWrite = "newdata\\qmgrs\\QM!1\\theirs"}, 1},
+        {pszNotMoved, "written later", {.pszWrite = "newlog\\QM!1\\ctl"}},
+        {pszNotMoved, "missing: ", {.pszRemove = "olddata\\qmgrs\\QM!1\\a"}},
+        {pszNotMoved, "no queue manager", {.pszWrite = "work\\zns.ini"}},
+        {pszNotMoved, "cannot be used", {.pszWrite = pszRecord}},
+        {pszNotMoved, "cannot be used: error 2", {.pszRemove = pszRecord}},
+        {.pszFault = pszNotMoved, .pszSays = "of other destinations", .pszRecordedLog = L"another"},
     };
     for (const Case& c : cases)
     {
         Checked zn;
-        zn.MakeRecord();
+        zn.MakeRecord(c.pszRecordedLog);
         zn.Run(zn.MoveWords(), c.pszFault);
-        if (*c.pszFault != '\0')
-            c.damage(zn);
+        zn.Apply(c.change);
+        if (c.fZeros)
+        {
+            const FileHandle file(CreateFileW((zn.newLog / "active\\log1").c_str(),
+                                              GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0,
+                                              nullptr));
+            FILETIME time;
+            DWORD nWritten = 0;
+            GetFileTime(file.Get(), nullptr, nullptr, &time);
+            WriteFile(file.Get(), std::string(99, '\0').data(), 99, &nWritten, nullptr);
+            SetFileTime(file.Get(), nullptr, nullptr, &time);
+        }
         const Snapshot before = TakeSnapshot(zn.root);
-        const RunResult said = zn.Check(L"after");
+        const RunResult said = zn.After(c.pszLookFault);
         EXPECT_EQ(said.nStatus, c.nStatus) << said.strOut;
         EXPECT_THAT(said.strOut, HasSubstr(c.pszSays));
         EXPECT_THAT(said.strOut, Not(HasSubstr("rmdir /s")));
@@ -219,68 +240,137 @@ TEST(CheckAfter, NamesNoDeletionWhereItCannotTell)
     }
 }
 
+// The old tree has the only copy of a file. Whatever the look fails to see, it names no deletion.
+TEST(CheckAfter, FailingCallsLeadToNoDeletion)
+{
+    Checked zn;
+    zn.MakeRecord();
+    zn.Run(zn.MoveWords(), "DeleteFileW:1:o:0:20");
+    fs::remove(zn.newData / "s\\t\\c");
+    const auto look = [&](const std::string& strFaults) {
+        zn.fRecord = !zn.fRecord;
+        const RunResult said = zn.After(strFaults);
+        EXPECT_THAT(said.strOut, Not(HasSubstr("rmdir"))) << strFaults;
+        EXPECT_NE(said.nStatus, 0u) << strFaults;
+    };
+    for (const std::string strFunction :
+         {"CreateFileW", "FindFirstFileExW", "GetFileAttributesW", "FindNextFileW", "ReadFile",
+          "GetFileInformationByHandleEx", "BCryptHashData", "BCryptFinishHash", "xcsGetQMDetails",
+          "xcsIniUtilRead"})
+    {
+        const bool fFalse = strFunction == "FindNextFileW" || strFunction == "ReadFile" ||
+                            strFunction.starts_with("GetFileI");
+        look("xcsTerminate:0:o:0:0"); // counts
+        const long nCalls = zn.Calls(strFunction);
+        ASSERT_GT(nCalls, 0) << strFunction;
+        for (long nCall = 1; nCall <= nCalls; nCall += 1 + nCalls / 16)
+            for (const char* const pszMode : {":o", ":a"})
+            {
+                std::ostringstream fault;
+                fault << strFunction << ":" << std::hex << nCall << pszMode
+                      << (fFalse ? ":0:5" : ":ffffffffffffffff:5");
+                look(fault.str());
+            }
+    }
+}
+
 TEST(CheckBefore, FindsWhatStopsAMove)
 {
+    const std::string strLong =
+        "oldlog\\QM!1\\" + std::string(230 - fs::temp_directory_path().string().size(), 'n');
     struct Case
     {
-        const wchar_t *pszName, *pszData, *pszLog; // the destinations below the root
-        std::wstring strMore;
-        void (*prepare)(Checked&);
         const char* pszSays;
+        Change change = {};
+        DWORD nStatus = 1;
+        const wchar_t *pszData = L"newdata", *pszLog = L"newlog"; // the destinations below the root
+        const wchar_t *pszName = L"QM1", *pszMore = L"";
+        const char* pszFault = "";
+        bool fHeld = false; // by another program
     };
-    const auto nothing = [](Checked&) {};
     const Case cases[] = {
-        {L"QM1", L"newdata", L"newlog", L"", nothing, "Nothing stops the move"},
-        {L"QM1", L"olddata", L"newlog", L"", nothing, "is used by this Queue Manager"},
-        {L"QM1", L"OLDDATA", L"newlog", L"", nothing, "is the old directory"},
-        {L"QM1", L"newdata", L"olddata\\qmgrs\\QM!1\\x", L"", nothing, "lies in an old tree"},
-        {L"QM1", L"one", L"one\\qmgrs", L"", nothing, "both destinations are one directory"},
-        {L"QM1", L"a\\con", L"newlog", L"", nothing, "reserved name"},
-        {L"QM1", L"newdata", L"newlog", L"", [](Checked& zn) { WriteAll(zn.newLog / "theirs", "x"); },
-         "holds what the old tree does not"},
-        {L"QM1", L"newdata", L"newlog", L"",
-         [](Checked& zn) { SetFileAttributesW((zn.oldData / "qm.ini").c_str(), FILE_ATTRIBUTE_READONLY); },
-         "is read-only"},
-        {L"QM1", L"newdata", L"a-log-directory-with-a-much-longer-name-than-the-old-one", L"",
-         [](Checked& zn) { WriteAll(zn.oldLog / std::wstring(190, L'n'), "x"); },
-         "too long in the new place"},
-        {L"QM1", L"newdata", L"newlog", L" /record bystander\\file", nothing, "cannot be made anew"},
-        {L"QM1", L"newdata", L"newlog", L" /record oldlog\\QM!1\\r", nothing, "lie in a tree that moves"},
+        {"Nothing stops the move", {}, 0},
+        {.pszSays = "zns.ini has none named QM9", .pszName = L"QM9"},
+        {.pszSays = "is used by this Queue Manager", .pszData = L"olddata"},
+        {.pszSays = "is the old directory", .pszData = L"OLDDATA"},
+        {.pszSays = "lies in an old tree", .pszLog = L"olddata\\qmgrs\\QM!1\\x"},
+        {.pszSays = "both destinations are one directory", .pszData = L"one", .pszLog = L"one\\qmgrs"},
+        {.pszSays = "reserved name", .pszData = L"a\\con"},
+        {.pszSays = "the volume of Y:\\x", .pszData = L"Y:\\x"},
+        {"is a file or cannot", {.pszWrite = "newdata"}},
+        {"holds what the old tree does not", {.pszWrite = "newlog\\QM!1\\theirs"}},
+        {"they will be overwritten", {.pszWrite = "newlog\\QM!1\\ctl"}, 0},
+        {"is read-only",
+         {.pszWrite = "olddata\\qmgrs\\QM!1\\qm.ini", .nAttributes = FILE_ATTRIBUTE_READONLY}},
+        {"LogPath is missing", {.pszWrite = "olddata\\qmgrs\\QM!1\\qm.ini"}},
+        {"correct Prefix", {.pszInZnsIni = "olddata", .pszInstead = ".\\olddata"}},
+        {"multi-instance", {.pszInZnsIni = "Name=QM1", .pszInstead = "Name=QM1\n   MultiInstance=Yes"}},
+        {"links: ", {.pszLink = "oldlog\\QM!1\\l", .pszTarget = "bystander"}},
+        {"queue manager QM0 lies in",
+         {.pszLink = "other\\qmgrs\\QM0", .pszTarget = "olddata\\qmgrs\\QM!1\\s"}},
+        {"too long in the new place",
+         {.pszWrite = strLong.c_str()},
+         1,
+         L"newdata",
+         L"much-longer-than-before"},
+        {.pszSays = "file cannot be read: ", .fHeld = true},
+        {.pszSays = "cannot be made anew", .pszMore = L" /record bystander\\file"},
+        {.pszSays = "lie in a tree that moves", .pszMore = L" /record oldlog\\QM!1\\r"},
+        {.pszSays = "does not run elevated", .nStatus = 0, .pszFault = "OpenProcessToken:1:o:0:5"},
+        {.pszSays = "net localgroup znm /add", .pszFault = "LookupAccountNameW:1:o:0:534"},
+        {.pszSays = "not of level", .pszFault = "xcsCheckConsistency:1:o:1:0"},
+        {.pszSays = "they do not start", .pszFault = "xcsInitializeEx:1:o:1:0"},
+        {.pszSays = "ends with status 71", .pszFault = "xcsCheckAuthorization:1:o:40806177:0"},
+        {.pszSays = "ends with status 119", .pszFault = "xcsCheckAuthorization:1:o:40806178:0"},
+        {.pszSays = "keeps no access lists", .pszFault = "xcsVolumeSupportsSecurity:1:o:40806178:0"},
+        {.pszSays = "make room, or", .pszFault = "GetDiskFreeSpaceExW:1:o:1:0"}, // none is free
     };
     for (const Case& c : cases)
     {
         Checked zn;
-        c.prepare(zn);
+        zn.Apply(c.change);
         const Snapshot before = TakeSnapshot(zn.root);
+        FileHandle held = c.fHeld ? Hold(zn.oldData / "a") : FileHandle();
         const RunResult said =
-            RunProgram(ProgramFolder() / "tarvelcheck.exe",
-                       L"before " + zn.MoveWords(c.pszName, c.pszData, c.pszLog) + c.strMore, zn.root);
+            zn.Look(L"before " + zn.MoveWords(c.pszName, c.pszData, c.pszLog) + c.pszMore, c.pszFault);
+        held.Close();
         EXPECT_THAT(said.strOut, HasSubstr(c.pszSays));
-        EXPECT_EQ(said.nStatus, &c == cases ? 0u : 1u) << said.strOut;
+        EXPECT_EQ(said.nStatus, c.nStatus) << said.strOut;
         EXPECT_EQ(TakeSnapshot(zn.root), before);
     }
     Checked zn;
-    for (const wchar_t* psz : {L"", L"after", L"before /m", L"after /m QM1 /dd C:\\a /ld C:\\b /x y"})
-        EXPECT_EQ(RunProgram(ProgramFolder() / "tarvelcheck.exe", psz, zn.root).nStatus, 5u);
+    for (const wchar_t* psz :
+         {L"", L"after", L"before /m", L"after /m QM1 /dd C:\\a /ld C:\\b /x y",
+          L"after /m QM1 /m QM1 /dd C:\\a /ld C:\\b", L"after /m QM1 /dd C:\\a /ld C:\\b /od x"})
+        EXPECT_EQ(zn.Look(psz).nStatus, 5u);
 }
 
 TEST(CheckAfter, CanBeRunWhileTheQueueManagerRuns)
 {
     Checked zn;
-    const fs::path sampleqm = ProgramFolder() / "sampleqm.exe";
     const std::wstring strRoot = zn.root.wstring();
-    RunProgram(sampleqm, L"create QM2 /dd " + strRoot + L"\\q /ld " + strRoot + L"\\l /files 20", zn.root);
+    RunProgram(ProgramFolder() / "sampleqm.exe",
+               L"create QM2 /dd " + strRoot + L"\\q /ld " + strRoot + L"\\l /files 20", zn.root);
     RefusingQueueManager running(L"QM2");
     ASSERT_TRUE(running.fRuns);
-    const auto check = [&](const wchar_t* pszMode) {
-        return RunProgram(ProgramFolder() / "tarvelcheck.exe", pszMode + zn.MoveWords(L"QM2") + L" /record r",
-                          zn.root);
-    };
-    const RunResult before = check(L"before "), after = check(L"after ");
-    EXPECT_THAT(before.strOut, HasSubstr("note  running: "));
+    const std::wstring strWords = zn.MoveWords(L"QM2") + L" /record r";
+    const RunResult before = zn.Look(L"before " + strWords);
+    std::ofstream(zn.root / "q\\qmgrs\\QM2\\qm.ini", std::ios::app) << "# went on";
+    const RunResult after = zn.Look(L"after " + strWords);
     EXPECT_THAT(before.strOut, HasSubstr("was written while the queue manager runs"));
     EXPECT_EQ(before.nStatus, 0u) << before.strOut;
+    EXPECT_THAT(after.strOut, HasSubstr("could not be compared with it"));
     EXPECT_EQ(after.nStatus, 1u) << after.strOut;
+}
+
+TEST(CheckAfter, CanBeRunWhileAMoveIsUnderWay)
+{
+    Checked zn;
+    zn.Run(zn.MoveWords(), "SHFileOperationW:1:w:0:0", [&] {
+        EXPECT_THAT(zn.Look(L"before " + zn.MoveWords()).strOut, HasSubstr("STOP  other moves: "));
+        EXPECT_EQ(zn.After().nStatus, 3u);
+    });
+    EXPECT_EQ(zn.After().nStatus, 0u);
 }
 
 TEST(CheckRecord, KeepsEveryNameAndRefusesDamage)

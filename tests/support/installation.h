@@ -104,6 +104,22 @@ class RefusingQueueManager
     KernelHandle m_process;
 };
 
+// A file that somebody has open, and shares with others as nShare says.
+inline FileHandle Hold(const fs::path& path, DWORD nShare = 0)
+{
+    return FileHandle(CreateFileW(path.c_str(), GENERIC_READ, nShare, nullptr, OPEN_EXISTING, 0, nullptr));
+}
+
+// What somebody does to an installation, in this order; nothing where there is no path. Paths below the root.
+struct Change
+{
+    const char* pszRemove = ""; // a file or a tree
+    const char *pszWrite = "", *pszText = "x";
+    DWORD nAttributes = FILE_ATTRIBUTE_NORMAL;
+    const char *pszLink = "", *pszTarget = "";      // a directory, made if it is missing
+    const char *pszInZnsIni = "", *pszInstead = ""; // its text
+};
+
 class Installation : public TempDir
 {
   public:
@@ -129,6 +145,22 @@ class Installation : public TempDir
         SetEnvironmentVariableW(L"ZN_WORK_PATH", work.c_str());
     }
 
+    void Apply(const Change& change) const
+    {
+        if (*change.pszRemove != '\0')
+            fs::remove_all(root / change.pszRemove);
+        if (*change.pszWrite != '\0')
+            WriteAll(root / change.pszWrite, change.pszText, change.nAttributes);
+        if (*change.pszLink != '\0')
+        {
+            fs::create_directories(root / change.pszTarget);
+            MakeLink(root / change.pszLink, root / change.pszTarget);
+        }
+        if (*change.pszInZnsIni != '\0')
+            WriteAll(work / "zns.ini",
+                     Replaced(ReadAll(work / "zns.ini"), change.pszInZnsIni, change.pszInstead));
+    }
+
     // Takes what the old trees hold now for what must not get lost.
     void Remember()
     {
@@ -136,16 +168,15 @@ class Installation : public TempDir
         log = TakeSnapshot(oldLog);
     }
 
-    // Runs tarvel, without faults or as strFaults says (see runs/faults/faults.cpp); atPause where those let
-    // it wait.
+    // Runs a program, without faults or as strFaults says (see runs/faults/faults.cpp); atPause where those
+    // let it wait.
     RunResult Run(const std::wstring& strWords, const std::string& strFaults = "",
-                  const std::function<void()>& atPause = nullptr)
+                  const std::function<void()>& atPause = nullptr, const fs::path& program = "tarvel.exe")
     {
         SetEnvironmentVariableA("ZN_FAULTS", strFaults.c_str());
         SetEnvironmentVariableW(L"ZN_FAULTS_REPORT", (root / "report").c_str());
-        const RunResult result =
-            RunProgram(ProgramFolder() / (strFaults.empty() ? "tarvel.exe" : "faults\\tarvel.exe"), strWords,
-                       root, atPause);
+        const RunResult result = RunProgram(ProgramFolder() / (strFaults.empty() ? "." : "faults") / program,
+                                            strWords, root, atPause);
         strReport = ReadAll(root / "report");
         fs::remove(root / "report");
         return result;

@@ -245,8 +245,9 @@ void CZNInventory::Read(CZNProgress& progress, bool fSecurity)
         entry.strContent = entry.strSha256;
         if (m_fData && !entry.strSha256.empty() && _wcsicmp(strBelow.c_str(), L"qm.ini") == 0)
         {
-            DWORD nIgnored = 0; // it was just read
-            entry.strContent = ZNDigestWithoutLogPath(ZNReadFile(strPath, nIgnored));
+            DWORD nReadError = ERROR_SUCCESS;
+            const std::string strQmIni = ZNReadFile(strPath, nReadError);
+            entry.strContent = nReadError == ERROR_SUCCESS ? ZNDigestWithoutLogPath(strQmIni) : std::string();
         }
     }
 }

@@ -15,7 +15,7 @@ const char* ZNFindingText(ZN_FINDING eFinding)
     case ZN_FINDING::NOT_IDENTIFIED:
         return "The directory cannot be told from others";
     case ZN_FINDING::NOT_READ:
-        return "The file's attributes cannot be read";
+        return "The file cannot be read";
     case ZN_FINDING::PATH_TOO_LONG:
         return "The path is too long to be copied";
     case ZN_FINDING::NEW_PATH_TOO_LONG:

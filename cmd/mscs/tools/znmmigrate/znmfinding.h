@@ -12,7 +12,7 @@ enum class ZN_FINDING
 {
     NOT_LISTED,         // a directory is missing, no directory, or cannot be listed
     NOT_IDENTIFIED,     // a directory cannot be told from others
-    NOT_READ,           // the attributes of a file cannot be read
+    NOT_READ,           // a file, or its attributes, cannot be read
     PATH_TOO_LONG,      // the shell does not copy a path of this length
     NEW_PATH_TOO_LONG,  // nor to one of this length
     LINK_CYCLE,         // a link leads back to a directory above it
