@@ -71,9 +71,37 @@ TEST_F(Directories, CopyHandsTheShellWholeListsOfAnyLength)
 
 TEST_F(Directories, CopyChangesTheCurrentDirectoryAndSecuresFilesAndDirectories)
 {
-    Make("\\from\\a");
+    for (const char* psz : {"\\from\\a", "\\from\\b", "\\from\\c\\d", "\\from\\e\\f"})
+        Make(psz);
     for (const char* psz : {"\\to", "\\log", "\\tolog"})
         fs::create_directory(Narrow(psz));
+    // File systems that list in other orders, and "b" as a link to a file, whose entry has no size of it.
+    std::vector<WIN32_FIND_DATAW> entries;
+    bool fLists = false, fLinkCopied = false;
+    const auto list = Hook(FindFirstFileExW, [&](LPCWSTR psz, auto eLevel, void* p, auto... args) {
+        auto* const pEntry = static_cast<WIN32_FIND_DATAW*>(p);
+        const HANDLE hFind = FindFirstFileExW(psz, eLevel, p, args...);
+        entries.clear();
+        fLists = true;
+        for (BOOL fMore = hFind != INVALID_HANDLE_VALUE; fMore; fMore = FindNextFileW(hFind, pEntry))
+        {
+            if (pEntry->cFileName[0] == L'b' && (fLinkCopied || wcsstr(psz, L"\\from\\") != nullptr))
+            {
+                pEntry->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+                pEntry->dwReserved0 = IO_REPARSE_TAG_SYMLINK;
+                pEntry->nFileSizeLow = 0;
+            }
+            entries.insert(wcsstr(psz, L"\\from") != nullptr ? entries.begin() : entries.end(), *pEntry);
+        }
+        fLists = false;
+        return FindNextFileW(hFind, pEntry), hFind;
+    });
+    const auto next = Hook(FindNextFileW, [&](HANDLE hFind, WIN32_FIND_DATAW* pEntry) {
+        if (fLists || entries.empty())
+            return FindNextFileW(hFind, pEntry);
+        *pEntry = entries.back();
+        return entries.pop_back(), TRUE;
+    });
     ASSERT_TRUE(theApp.m_sources.Look({At(L"\\from"), At(L"\\to"), At(L"\\log"), At(L"\\tolog"), At(L"")},
                                       [](const ZNFinding&) { return true; }));
     const std::tuple<DWORD, std::wstring, int, std::vector<std::string>> cases[] = {
@@ -99,8 +127,12 @@ TEST_F(Directories, CopyChangesTheCurrentDirectoryAndSecuresFilesAndDirectories)
         capture.lines.clear();
         EXPECT_EQ(theApp.CopyZNFiles(At(L"\\to"), At(L"\\from")), nExpected) << strUnsafe.size();
         EXPECT_EQ(changes, expected);
-        EXPECT_EQ(capture.Count("- 31 Discarding previous security settings"), 2); // files, then directories
+        EXPECT_EQ(capture.Count("- 31 Discarding previous security settings"),
+                  4); // files, then directories, of both
     }
+    fLinkCopied = true;
+    EXPECT_EQ(theApp.CopyZNFiles(At(L"\\to"), At(L"\\from")), 0);
+    EXPECT_THAT(capture.lines, Contains(HasSubstr("A link stands in the place of the file")));
 }
 
 TEST_F(Directories, DeletionStopsAtTheFirstFailureWithItsOwnError)
