@@ -1,5 +1,3 @@
-#include <windows.h>
-
 #include "tracecapture.h"
 #include "tovmsebs.h"
 

@@ -1,4 +1,3 @@
-#include <windows.h>
 #include <aclapi.h>
 #include <shellapi.h>
 
