@@ -102,7 +102,6 @@ TEST(Runs, RefusalsChangeNothing)
         {L"QM1", L"newdata\\", L"oldlog", 42},
         {L"QM1", L"newlog", L"NewLog\\qmgrs", 42},
         {L"QM1", L"bystander\\file", L"newlog", 37},
-        {L"QM1", L"newdata", L"bystander\\file", 37},
         {L"QM1", L"newdata", L"newlog:stream", 37},
         {L"QM1", L"newdata::$INDEX_ALLOCATION", L"newlog", 37},
         {L"QM1", L"newdata", L"x\\..\\oldlog", 37},
@@ -125,6 +124,8 @@ TEST(Runs, RefusalsChangeNothing)
 TEST(Runs, PlacesThatCannotBeNamedAreRefused)
 {
     const char* const pszNoCopy = "SHFileOperationW:1:a:7c:0";
+    Installation prefixed;
+    ExpectRefusal(prefixed, prefixed.Run(L"/m QM1 /dd C:\\a /ld \\\\?\\C:\\b", pszNoCopy), 37, UNCHANGED);
     for (const char* pszLogPath :
          {"C:", "C:\\", "..", "", "C:\\.", "C:\\znm\\..", "C:\\\\\\\\", "\\\\?\\C:\\."})
     {

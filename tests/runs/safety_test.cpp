@@ -98,7 +98,6 @@ TEST(Safety, LookAtTheSourcesRefuses)
         {pszNewDirectory, L"newdata", L"OldLog"},
         {pszNewDirectory, L"olddata\\qmgrs\\QM!1\\s"},
         {pszNewDirectory, L"newdata", L"olddata\\qmgrs"},
-        {pszNewDirectory, L"newdata", L"oldlog\\QM!1\\in"},
         {pszNewDirectory, L"newdata", L"link", {.pszLink = "link", .pszTarget = "olddata\\qmgrs\\QM!1\\s"}},
         {.pszFinding = pszNewDirectory,
          .change = {.pszLink = "oldlog\\QM!1\\link", .pszTarget = "newdata\\qmgrs\\QM!1"}},
