@@ -2,8 +2,6 @@
 #include "znmapp.h"
 #include "znmcmdline.h"
 
-using testing::ElementsAre;
-
 namespace
 {
 // Parses words as the framework would, into a fresh state of the application object.
@@ -54,11 +52,11 @@ TEST(CommandLine, FlagsArgumentsAndFaultsAreTraced)
     Parse({L"/DD", L"D:/x\\", L"extra", L"/late"});
     Parse({L"/Xy%s%n%%"});
     EXPECT_THAT(capture.Only("#", 181),
-                ElementsAre("# 181 ***CZNMException Caught***: (Destination flag caught)",
-                            "# 181 Destination argument specified: 'D:/x\\'",
-                            "# 181 No flag associated with argument",
-                            "# 181 ***CZNMException Caught***: Parameters already invalid",
-                            "# 181 ***CZNMException Caught***: Invalid flag caught: 'Xy%s%n%'"));
+                testing::ElementsAre("# 181 ***CZNMException Caught***: (Destination flag caught)",
+                                     "# 181 Destination argument specified: 'D:/x\\'",
+                                     "# 181 No flag associated with argument",
+                                     "# 181 ***CZNMException Caught***: Parameters already invalid",
+                                     "# 181 ***CZNMException Caught***: Invalid flag caught: 'Xy%s%n%'"));
     EXPECT_EQ(capture.Only("<", 27).size(), 3u); // each exception was deleted
     const auto hook = Hook(CharLowerBuffW, [](auto...) -> DWORD { throw std::bad_alloc(); });
     Parse({L"/m", L"QM1"});

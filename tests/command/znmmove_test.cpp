@@ -5,7 +5,6 @@ using testing::ElementsAre;
 
 namespace
 {
-// The real library and real trees.
 struct Stage : ProductCalls
 {
     int Move(const std::string& strLogPath)

@@ -217,8 +217,8 @@ TEST(ChangeSweep, TreeThatChangedIsNotDeleted)
                     continue;
                 SCOPED_TRACE(testing::Message() << strFault << " " << pszFinding << fLog);
                 Installation zn;
-                const RunResult result = zn.Traced(zn.MoveWords(), strFault, [&, &change = change] {
-                    change(fLog ? zn.oldLog / "active\\log1" : zn.oldData / "s\\t\\c");
+                const RunResult result = zn.Traced(zn.MoveWords(), strFault, [&, &make = change] {
+                    make(fLog ? zn.oldLog / "active\\log1" : zn.oldData / "s\\t\\c");
                     (fLog ? zn.log : zn.data) = TakeSnapshot(fLog ? zn.oldLog : zn.oldData);
                 });
                 const std::string strState = zn.State(); // compares with what the tree held after the change

@@ -1,6 +1,5 @@
 // The console messages of the shipped executable: each is there in each language, keeps what must not be
-// translated and can be written on that language's console without losing a character; runs use the language
-// of the system.
+// translated and can be written on that language's console; runs use the language of the system.
 #include <algorithm>
 #include <regex>
 

@@ -44,8 +44,8 @@ TEST(Safety, CopyThatIsNotWholeEndsTheMove)
                 SCOPED_TRACE(testing::Message() << fs::path(strName) << ": " << c.pszFinding);
                 Installation zn;
                 const char* const pszFaults = fLog ? "SHFileOperationW:2:w:0:0" : "SHFileOperationW:1:w:0:0";
-                const RunResult result = zn.Traced(zn.MoveWords(), pszFaults, [&, &strName = strName] {
-                    const fs::path copied = (fLog ? zn.newLog : zn.newData) / strName;
+                const RunResult result = zn.Traced(zn.MoveWords(), pszFaults, [&, &name = strName] {
+                    const fs::path copied = (fLog ? zn.newLog : zn.newData) / name;
                     const auto time = fs::last_write_time(copied);
                     SetFileAttributesW(copied.c_str(), FILE_ATTRIBUTE_NORMAL);
                     c.change(copied);
@@ -223,8 +223,8 @@ TEST(Safety, FileThatIsHeldForAMomentDoesNoHarm)
     {
         Installation zn;
         std::jthread release;
-        const RunResult result = zn.Run(zn.MoveWords(), pszFaults, [&, nShare = nShare] {
-            release = std::jthread([held = Hold(zn.work / "zns.ini", nShare)] { Sleep(300); });
+        const RunResult result = zn.Run(zn.MoveWords(), pszFaults, [&, n = nShare] {
+            release = std::jthread([held = Hold(zn.work / "zns.ini", n)] { Sleep(300); });
         });
         EXPECT_EQ(result.nStatus, 0u) << pszFaults << result.strErr;
         EXPECT_EQ(zn.State(), MOVED);

@@ -345,8 +345,8 @@ TEST(CheckBefore, FindsWhatStopsAMove)
     }
     Checked zn;
     for (const wchar_t* psz :
-         {L"", L"after", L"before /m", L"after /m QM1 /dd C:\\a /ld C:\\b /x y",
-          L"after /m QM1 /m QM1 /dd C:\\a /ld C:\\b", L"after /m QM1 /dd C:\\a /ld C:\\b /od x"})
+         {L"", L"after", L"after /m QM1 /dd C:\\a /ld C:\\b /x y", L"after /m QM1 /m QM1 /dd C:\\a /ld C:\\b",
+          L"after /m QM1 /dd C:\\a /ld C:\\b /od x"})
         EXPECT_EQ(zn.Look(psz).nStatus, 5u);
 }
 

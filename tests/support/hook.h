@@ -1,9 +1,8 @@
 // Replaces one imported function of the running test program, in its import table, as long as an object
 // lives:
 //     const auto hook = Hook(Sleep, [&](DWORD n) { Sleep(n / 10); });
-// Calls from the code under test, which is linked into the test program, then reach the lambda. A call of the
-// function in the lambda reaches the function itself, or the hook that was set before this one. Calls made
-// inside a DLL are not caught.
+// Calls from the code under test, which is linked into the test program, then reach the lambda; calls made
+// inside a DLL do not. In the lambda the function is itself, or the hook that was set before this one.
 #pragma once
 
 #include <windows.h>

@@ -92,8 +92,7 @@ class RefusingQueueManager
         const HANDLE ah[] = {ready.Get(), m_process.Get()};
         fRuns = WaitForMultipleObjects(2, ah, FALSE, INFINITE) == WAIT_OBJECT_0;
     }
-    ~RefusingQueueManager() { Kill(); }
-    void Kill()
+    ~RefusingQueueManager()
     {
         TerminateProcess(m_process.Get(), 9);
         WaitForSingleObject(m_process.Get(), INFINITE);
