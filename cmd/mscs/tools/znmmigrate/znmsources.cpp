@@ -136,8 +136,9 @@ const CZNTree* CZNSources::Find(const CString& strDir) const
 
 bool CZNSources::CanDeleteData(const ZNFindingReport& report) const
 {
-    return m_data.IsUnchanged(m_strDataDir, CZNTree::Moment::BEFORE_DELETION, report) &&
-           m_log.IsUnchanged(m_strLogDir, CZNTree::Moment::BEFORE_DELETION, report);
+    // The log is looked at again before its own deletion. What is deleted first is looked at last.
+    return m_log.IsUnchanged(m_strLogDir, CZNTree::Moment::BEFORE_DELETION, report) &&
+           m_data.IsUnchanged(m_strDataDir, CZNTree::Moment::BEFORE_DELETION, report);
 }
 
 bool CZNSources::CanDeleteLog(const ZNFindingReport& report) const
