@@ -367,7 +367,10 @@ class CZNTree::Comparison : public Search
             const BOOL fRead = GetFileAttributesExW(strPath, GetFileExInfoStandard, &attributes);
             const DWORD nError = GetLastError();
             if (!fRead)
-                return Report(ZN_FINDING::NOT_READ, strPath, nError);
+            {
+                const bool fGone = nError == ERROR_FILE_NOT_FOUND || nError == ERROR_PATH_NOT_FOUND;
+                return Report(fGone ? ZN_FINDING::MISSING : ZN_FINDING::NOT_READ, strPath, nError);
+            }
             now.nSize = Join(attributes.nFileSizeHigh, attributes.nFileSizeLow);
             now.nLastWrite = Join(attributes.ftLastWriteTime);
         }
