@@ -59,7 +59,7 @@ TEST(QueueMgr, EveryQueryAsksAgainAndKeepsTheInstallationWhileItMatches)
     EXPECT_STREQ(queueMgr.GetDirectoryName(), "QM!1");
     EXPECT_EQ(queueMgr.GetDataDirectory(), product.root.string() + "\\qmgrs\\QM!1");
     EXPECT_EQ(queueMgr.IsMultiInstance(), 0);
-    EXPECT_STREQ(queueMgr.GetRunIdentity(), L"QM1|QM!1|id/2");
+    EXPECT_EQ(queueMgr.GetPlace(), product.root.string() + "\\qmgrs\\QM!1" + '\0' + "QM!1");
     EXPECT_THAT(product.calls, ElementsAre(RELEASED, DETAILS, RELEASED, DETAILS, RELEASED, DETAILS));
     product.Configure("Inst2", "Inst2", "   MultiInstance=Yes\n");
     EXPECT_EQ(queueMgr.IsMultiInstance(), 1);
@@ -69,7 +69,7 @@ TEST(QueueMgr, EveryQueryAsksAgainAndKeepsTheInstallationWhileItMatches)
     EXPECT_EQ(queueMgr.GetDirectoryName(), nullptr);
     EXPECT_THAT(product.calls, ElementsAre(RELEASED, DETAILS, RELEASED)); // both records, at once
     EXPECT_EQ(queueMgr.GetDataDirectory(), nullptr);
-    EXPECT_TRUE(queueMgr.IsMultiInstance() == 0 && queueMgr.GetRunIdentity().IsEmpty());
+    EXPECT_TRUE(queueMgr.IsMultiInstance() == 0 && queueMgr.GetPlace().empty());
 }
 
 TEST(QueueMgr, StopRunsTheEndCommandOfARunningQueueManager)

@@ -104,7 +104,7 @@ TEST(Safety, LookAtTheSourcesRefuses)
         {.pszFinding = pszShared, .change = {.pszLink = "newlog", .pszTarget = "newdata\\qmgrs"}},
         {.pszFinding = pszShared,
          .change = {.pszLink = "newdata\\qmgrs\\QM!1\\s", .pszTarget = "newlog\\QM!1\\active"}},
-        {.pszFinding = "The copy would write into this directory of an old tree",
+        {.pszFinding = "The new place leads to a directory or file of an old tree",
          .change = {.pszLink = "newdata\\qmgrs\\QM!1\\s", .pszTarget = "oldlog\\QM!1\\active"}},
         {.pszFinding = "A link leads back",
          .change = {.pszLink = "olddata\\qmgrs\\QM!1\\s\\up", .pszTarget = "olddata\\qmgrs\\QM!1"}},

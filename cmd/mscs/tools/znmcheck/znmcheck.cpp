@@ -85,7 +85,8 @@ int Before(const ZNCheckWords& words, int32_t nLevel, int32_t nServices)
 
 extern "C" int _tmain(int argc, _TCHAR* argv[])
 {
-    SetErrorMode(SEM_FAILCRITICALERRORS); // an empty drive is an error, not a box that waits for somebody
+    SetErrorMode(GetErrorMode() |
+                 SEM_FAILCRITICALERRORS); // an empty drive is an error, not a box that waits for somebody
     SetDllDirectoryW(L"");
     const bool fBefore = argc > 1 && _wcsicmp(argv[1], L"before") == 0;
     const bool fAfter = argc > 1 && _wcsicmp(argv[1], L"after") == 0;

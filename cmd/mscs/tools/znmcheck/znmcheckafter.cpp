@@ -10,6 +10,7 @@
 #include "tovxcs2.h"
 #include "znmconsole.h"
 #include "znmpaths.h"
+#include "znmreadfile.h"
 #include "znmrecord.h"
 
 ZNM_SOURCE_ID("cmd/mscs/tools/znmcheck/znmcheckafter");
@@ -108,7 +109,9 @@ bool After::TakeRecord()
         return true;
     DWORD nError = ERROR_SUCCESS;
     std::string strError;
-    m_record = CZNRecord::FromText(ZNReadFile(m_words.strRecord, nError), strError);
+    std::string strRecord;
+    nError = ZNReadFile(m_words.strRecord, strRecord);
+    m_record = CZNRecord::FromText(strRecord, strError);
     std::wstring strWhy(strError.begin(), strError.end());
     if (nError != ERROR_SUCCESS)
         strWhy = ZNFormatError(nError);
@@ -178,7 +181,7 @@ void After::ReadTrees()
     // them.
     const auto share = [](const CZNInventory& left, const CZNInventory& right) {
         return std::ranges::any_of(left.directories,
-                                   [&](const auto& id) { return right.directories.contains(id); });
+                                   [&](const auto& id) { return right.directories.Find(id.second.first) != nullptr; });
     };
     for (const CZNInventory* const pNew : {&m_data.now, &m_log.now})
         m_fOverlap = m_fOverlap || share(m_data.old, *pNew) || share(m_log.old, *pNew);
@@ -199,9 +202,8 @@ void After::FindFaults(Tree& tree)
     for (const ZNFinding& finding : counting.findings)
     {
         const std::string strText = ZNFindingText(finding.eFinding);
-        const std::wstring strLine = std::wstring(strText.begin(), strText.end()) + L": " +
-                                     static_cast<const wchar_t*>(finding.strPath) + L", " +
-                                     ZNFormatError(finding.nError);
+        const std::wstring strLine = std::wstring(strText.begin(), strText.end()) + L": " + finding.strPath +
+                                     L", " + ZNFormatError(finding.nError);
         const bool fHeld = m_survey.fRunning && finding.eFinding == ZN_FINDING::NOT_READ;
         (fHeld ? m_notes : m_faults).push_back(strLine);
     }
@@ -252,8 +254,8 @@ bool After::IsOldWhole(bool fByRecord) const
 
 bool After::OldNamesOldLog() const
 {
-    DWORD nError = ERROR_SUCCESS;
-    const std::string strQmIni = ZNReadFile(m_data.strOld + L"\\qm.ini", nError);
+    std::string strQmIni;
+    ZNReadFile(m_data.strOld + L"\\qm.ini", strQmIni);
     const size_t nName = strQmIni.find("LogPath="), nValue = nName + 8;
     if (nName == std::string::npos)
         return false;
@@ -265,10 +267,9 @@ bool After::OldNamesOldLog() const
 // Nothing of others would be deleted with the tree.
 bool After::CanGo(const CZNInventory& tree) const
 {
-    DWORD nError = ERROR_SUCCESS;
-    const auto configuration = CZNDirectoryIdentity::Of(m_survey.znsIni.Directory(), nError);
+    const auto configuration = CZNIdentity::Of(std::wstring(m_survey.znsIni.Directory()));
     return !m_fOverlap && tree.findings.empty() && tree.links.empty() && configuration &&
-           !tree.directories.contains(*configuration) && m_survey.FindOther(tree.directories).empty();
+           tree.directories.Find(*configuration) == nullptr && m_survey.FindOther(tree.directories).empty();
 }
 
 // The log first: it may lie in the data.

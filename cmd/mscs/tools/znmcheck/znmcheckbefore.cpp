@@ -12,7 +12,8 @@
 #include "znmconsole.h"
 #include "znmpaths.h"
 #include "znmrecord.h"
-#include "znmsources.h"
+#include "znmmovedtrees.h"
+#include "znmreadfile.h"
 
 ZNM_SOURCE_ID("cmd/mscs/tools/znmcheck/znmcheckbefore");
 
@@ -213,10 +214,9 @@ void Look::CheckSamePlaces()
             if (CZNSurvey::IsSamePlace(p->strDir, strOld))
                 stop(p->strDir + L" is the old directory " + strOld,
                      p->strDir == (p == &m_data ? strOldData : strOldLog));
-        DWORD nError = ERROR_SUCCESS;
-        const auto above = CZNDirectoryIdentity::Of(p->strExisting.c_str(), nError);
+        const auto above = CZNIdentity::Of(p->strExisting);
         if (!p->Exists() && above &&
-            (m_oldData.directories.contains(*above) || m_oldLog.directories.contains(*above)))
+            (m_oldData.directories.Find(*above) != nullptr || m_oldLog.directories.Find(*above) != nullptr))
             stop(p->strDir + L" lies in an old tree", false);
     }
     const bool fSameText =
@@ -298,8 +298,7 @@ void Look::CheckFindings(const wchar_t* pszSubject, const std::vector<ZNFinding>
     {
         const std::string strText = ZNFindingText(findings[i].eFinding);
         m_report.Stop(pszSubject,
-                      std::wstring(strText.begin(), strText.end()) + L": " +
-                          static_cast<const wchar_t*>(findings[i].strPath) +
+                      std::wstring(strText.begin(), strText.end()) + L": " + findings[i].strPath +
                           (findings[i].nError != 0 ? L", " + ZNFormatError(findings[i].nError) : L""),
                       strDo, nRefusal);
     }
@@ -334,19 +333,11 @@ void Look::CheckOldTree(const wchar_t* pszSubject, CZNInventory& tree, const Des
 // The look that the command takes before it copies. It expects the destinations to exist.
 void Look::CheckAsTheCommandDoes()
 {
-    const CZNSources::Places places = {m_survey.strDataDir, m_survey.strNewDataDir, m_survey.strLogDir,
-                                       m_survey.strNewLogDir, m_survey.znsIni.Directory()};
-    std::vector<ZNFinding> findings;
-    CZNSources sources;
-    sources.Look(places, [&](const ZNFinding& finding) {
-        const bool fNotYet =
-            finding.eFinding == ZN_FINDING::NOT_IDENTIFIED &&
-            (finding.nError == ERROR_FILE_NOT_FOUND || finding.nError == ERROR_PATH_NOT_FOUND) &&
-            (finding.strPath == places.strDestDataDir || finding.strPath == places.strDestLogDir);
-        if (!fNotYet)
-            findings.push_back(finding);
-        return true;
-    });
+    const ZNPlaces places = {m_survey.strDataDir, m_survey.strNewDataDir, m_survey.strLogDir,
+                             m_survey.strNewLogDir, m_survey.znsIni.Directory()};
+    CZNFindings found(FIRST_ONES + 1);
+    CZNMovedTrees(places).Look(found);
+    const std::vector<ZNFinding>& findings = found.First();
     CheckFindings(L"the command's own look", findings, L"mend that, or choose another destination",
                   IDS_COPY_FAILED);
     if (findings.empty())
@@ -392,14 +383,14 @@ void Look::WriteRecord()
                             MAX_LENGTH));
     const std::wstring strParent = strPath.substr(0, strPath.find_last_of(L'\\') + 1);
     DWORD nError = ERROR_SUCCESS;
-    const auto parent = CZNDirectoryIdentity::Of(strParent.c_str(), nError);
+    const auto parent = CZNIdentity::Of(strParent);
     const auto isIn = [&](const Destination& destination) {
         CZNInventory there;
         there.List(destination.strDir, false);
-        return parent && there.directories.contains(*parent);
+        return parent && there.directories.Find(*parent) != nullptr;
     };
-    if (parent && (m_oldData.directories.contains(*parent) || m_oldLog.directories.contains(*parent) ||
-                   isIn(m_data) || isIn(m_log)))
+    if (parent && (m_oldData.directories.Find(*parent) != nullptr ||
+                   m_oldLog.directories.Find(*parent) != nullptr || isIn(m_data) || isIn(m_log)))
         return m_report.Stop(SUBJECT, strPath + L" would lie in a tree that moves", L"name a file elsewhere");
 
     const FileHandle file(
@@ -417,8 +408,8 @@ void Look::WriteRecord()
     record.strNewLog = m_log.strDir;
     record.strZnsIni = m_survey.strZnsIni;
     record.strQmIni = m_survey.strQmIni;
-    record.strZnsText = ZNReadFile(record.strZnsIni, nError);
-    record.strQmText = ZNReadFile(record.strQmIni, nError);
+    ZNReadFile(record.strZnsIni, record.strZnsText);
+    ZNReadFile(record.strQmIni, record.strQmText);
     record.fRunning = m_survey.fRunning;
     {
         CZNProgress progress;

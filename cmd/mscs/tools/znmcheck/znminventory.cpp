@@ -14,6 +14,7 @@
 #include "tovmsrid.h"
 #include "tovxcs2.h"
 #include "znmconsole.h"
+#include "znmreadfile.h"
 
 ZNM_SOURCE_ID("cmd/mscs/tools/znmcheck/znminventory");
 
@@ -65,29 +66,6 @@ class Sha256
     bool m_fFailed = false;
 };
 
-// Hands the content of a file on in pieces. Returns 0 or the system's error code.
-template <class Take>
-DWORD ReadPieces(const std::wstring& strPath, Take take)
-{
-    const FileHandle file(CreateFileW(strPath.c_str(), GENERIC_READ,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                      OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-    DWORD nError = GetLastError();
-    if (!file)
-        return nError;
-    constexpr DWORD PIECE = 1 << 18;
-    std::string strPiece(PIECE, '\0');
-    for (DWORD nRead = 1; nRead > 0;)
-    {
-        const BOOL fRead = ReadFile(file.Get(), strPiece.data(), PIECE, &nRead, nullptr);
-        nError = GetLastError();
-        if (!fRead)
-            return nError;
-        take(strPiece.data(), nRead);
-    }
-    return ERROR_SUCCESS;
-}
-
 std::wstring TimeText(const FILETIME& time)
 {
     SYSTEMTIME parts = {};
@@ -133,13 +111,6 @@ std::string ZNSha256(const std::string& strBytes)
     return hash.Finish();
 }
 
-std::string ZNReadFile(const std::wstring& strPath, DWORD& nError)
-{
-    std::string strContent;
-    nError = ReadPieces(strPath, [&](const char* p, size_t n) { strContent.append(p, n); });
-    return nError == ERROR_SUCCESS ? strContent : std::string();
-}
-
 std::string ZNDigestWithoutLogPath(std::string strQmIni)
 {
     std::string strRest;
@@ -163,23 +134,23 @@ void CZNInventory::List(const std::wstring& strDirectory, bool fData)
     fThere = nAttributes != INVALID_FILE_ATTRIBUTES;
     if (fThere)
     {
-        std::vector<CZNDirectoryIdentity> above;
+        std::vector<CZNIdentity> above;
         ListBelow(L"", above);
     }
     else if (nError != ERROR_FILE_NOT_FOUND && nError != ERROR_PATH_NOT_FOUND)
         findings.push_back({ZN_FINDING::NOT_LISTED, strDir.c_str(), nError});
 }
 
-void CZNInventory::ListBelow(const std::wstring& strBelow, std::vector<CZNDirectoryIdentity>& above)
+void CZNInventory::ListBelow(const std::wstring& strBelow, std::vector<CZNIdentity>& above)
 {
     const std::wstring strHere = strDir + (strBelow.empty() ? L"" : L"\\") + strBelow;
     DWORD nError = ERROR_SUCCESS;
-    const auto identity = CZNDirectoryIdentity::Of(strHere.c_str(), nError);
+    const auto identity = CZNIdentity::Of(strHere, nullptr, &nError);
     if (!identity)
         return findings.push_back({ZN_FINDING::NOT_IDENTIFIED, strHere.c_str(), nError});
-    if (std::ranges::find(above, *identity) != above.end())
+    if (std::ranges::any_of(above, [&](const CZNIdentity& other) { return other.IsSame(*identity); }))
         return findings.push_back({ZN_FINDING::LINK_CYCLE, strHere.c_str()});
-    directories.insert(*identity);
+    directories.Add(*identity, true);
     above.push_back(*identity);
 
     WIN32_FIND_DATAW entry = {};
@@ -233,9 +204,9 @@ void CZNInventory::Read(CZNProgress& progress, bool fSecurity)
         if (entry.fDirectory)
             continue;
         Sha256 hash;
-        const DWORD nError = ReadPieces(strPath, [&](const char* p, size_t n) {
-            hash.Add(p, n);
-            progress.AddBytes(n);
+        const DWORD nError = ZNReadPieces(strPath, [&](std::string_view piece) {
+            hash.Add(piece.data(), piece.size());
+            progress.AddBytes(piece.size());
         });
         progress.AddFile();
         if (nError != ERROR_SUCCESS)
@@ -245,9 +216,10 @@ void CZNInventory::Read(CZNProgress& progress, bool fSecurity)
         entry.strContent = entry.strSha256;
         if (m_fData && !entry.strSha256.empty() && _wcsicmp(strBelow.c_str(), L"qm.ini") == 0)
         {
-            DWORD nReadError = ERROR_SUCCESS;
-            const std::string strQmIni = ZNReadFile(strPath, nReadError);
-            entry.strContent = nReadError == ERROR_SUCCESS ? ZNDigestWithoutLogPath(strQmIni) : std::string();
+            std::string strQmIni;
+            entry.strContent = ZNReadFile(strPath, strQmIni) == ERROR_SUCCESS
+                                   ? ZNDigestWithoutLogPath(strQmIni)
+                                   : std::string();
         }
     }
 }

@@ -17,10 +17,6 @@ class CZNProgress;
 // SHA-256 by Windows' own cryptography, as 64 hexadecimal digits; empty if that is not to be had.
 std::string ZNSha256(const std::string& strBytes);
 
-// Reads a file, which another program may be writing to. Nothing of it if that failed; nError is then the
-// system's error code.
-std::string ZNReadFile(const std::wstring& strPath, DWORD& nError);
-
 // The digest of a qm.ini without its LogPath line, the one that a move changes.
 std::string ZNDigestWithoutLogPath(std::string strQmIni);
 
@@ -72,11 +68,11 @@ class CZNInventory
     std::map<std::wstring, ZNEntry, IgnoreCase> entries; // by path below the tree
     uint64_t nFiles = 0, nBytes = 0;
     std::vector<ZNFinding> findings;
-    std::vector<std::wstring> links;            // whole paths
-    std::set<CZNDirectoryIdentity> directories; // of the tree, its root among them
+    std::vector<std::wstring> links;  // whole paths
+    CZNIdentityMap<bool> directories; // of the tree, its root among them
 
   private:
-    void ListBelow(const std::wstring& strBelow, std::vector<CZNDirectoryIdentity>& above);
+    void ListBelow(const std::wstring& strBelow, std::vector<CZNIdentity>& above);
 
     bool m_fData = false;
 };

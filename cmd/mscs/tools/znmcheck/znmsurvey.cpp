@@ -9,18 +9,10 @@
 #include "tovmsrid.h"
 #include "tovxcs2.h"
 #include "znminventory.h"
+#include "znmmark.h"
+#include "znmreadfile.h"
 
 ZNM_SOURCE_ID("cmd/mscs/tools/znmcheck/znmsurvey");
-
-namespace
-{
-bool IsMarked(const CString& strRunIdentity)
-{
-    const KernelHandle mark(OpenMutexW(SYNCHRONIZE, FALSE, MoveMarkName(strRunIdentity)));
-    const DWORD nError = GetLastError();
-    return mark || nError != ERROR_FILE_NOT_FOUND;
-}
-} // namespace
 
 CZNSurvey::CZNSurvey(const ZNCheckWords& words)
 {
@@ -31,7 +23,7 @@ CZNSurvey::CZNSurvey(const ZNCheckWords& words)
     fKnown = queueMgr.Refresh() == 1;
     if (!fKnown)
         return;
-    fMoving = IsMarked(queueMgr.GetRunIdentity());
+    fMoving = CZNMark::IsSet(ZNMoveMark(queueMgr.GetPlace()));
     fMultiInstance = queueMgr.IsMultiInstance() == 1;
     fRunning = queueMgr.IsRunning() == 1;
     fQmIni = qmIni.Find(narrowName);
@@ -48,8 +40,9 @@ CZNSurvey::CZNSurvey(const ZNCheckWords& words)
 // The library lists no queue managers: every name that zns.ini has is asked for.
 void CZNSurvey::AddOthers(const CString& strName)
 {
-    DWORD nError = ERROR_SUCCESS;
-    const std::string strText = ZNReadFile(strZnsIni, nError) + '\n';
+    std::string strText;
+    ZNReadFile(strZnsIni, strText);
+    strText += '\n';
     for (size_t nBegin = 0, nEnd; (nEnd = strText.find('\n', nBegin)) != std::string::npos; nBegin = nEnd + 1)
     {
         const std::string strLine = strText.substr(nBegin, nEnd - nBegin);
@@ -69,27 +62,23 @@ void CZNSurvey::AddOthers(const CString& strName)
         if (otherQmIni.Find(CW2A(strOther)))
             ReadLogPath(otherQmIni, astrDir[1]);
         for (const CString& strDir : astrDir)
-            if (const auto identity = CZNDirectoryIdentity::Of(strDir, nError); !strDir.IsEmpty() && identity)
-                m_others.emplace(*identity, static_cast<const wchar_t*>(strOther));
+            if (const auto identity = CZNIdentity::Of(static_cast<const wchar_t*>(strDir));
+                !strDir.IsEmpty() && identity)
+                m_others.Add(*identity, static_cast<const wchar_t*>(strOther));
     }
 }
 
-std::wstring CZNSurvey::FindOther(const std::set<CZNDirectoryIdentity>& directories) const
+std::wstring CZNSurvey::FindOther(const CZNIdentityMap<bool>& directories) const
 {
-    for (const auto& [identity, strName] : m_others)
-        if (directories.contains(identity))
-            return strName;
+    for (const auto& [nKey, other] : m_others)
+        if (directories.Find(other.first) != nullptr)
+            return other.second;
     return {};
 }
 
 bool CZNSurvey::IsSamePlace(const std::wstring& strLeft, const std::wstring& strRight)
 {
-    DWORD nError = ERROR_SUCCESS;
-    const auto left = CZNDirectoryIdentity::Of(strLeft.c_str(), nError);
-    const auto right = CZNDirectoryIdentity::Of(strRight.c_str(), nError);
-    if (left && right)
-        return *left == *right;
-    return CompareStringOrdinal(strLeft.c_str(), -1, strRight.c_str(), -1, TRUE) == CSTR_EQUAL;
+    return ZNIsSamePlace(strLeft.c_str(), strRight.c_str());
 }
 
 std::wstring ZNMessageText(uint32_t nMessageID)

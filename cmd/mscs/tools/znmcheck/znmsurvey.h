@@ -1,8 +1,6 @@
 // CZNSurvey: what the product's library says of the queue manager, of the move's places and of the others.
 #pragma once
 
-#include <map>
-#include <set>
 #include <string>
 
 #include "znmidentity.h"
@@ -34,7 +32,7 @@ class CZNSurvey
     CString strNewDataDir, strNewLogDir;
 
     // Which other queue manager of this machine has a directory among these; empty: none.
-    std::wstring FindOther(const std::set<CZNDirectoryIdentity>& directories) const;
+    std::wstring FindOther(const CZNIdentityMap<bool>& directories) const;
 
     // Whether two paths lead to one directory, or are one text if that cannot be told.
     static bool IsSamePlace(const std::wstring& strLeft, const std::wstring& strRight);
@@ -42,7 +40,7 @@ class CZNSurvey
   private:
     void AddOthers(const CString& strName);
 
-    std::map<CZNDirectoryIdentity, std::wstring> m_others; // data and log directories, whose they are
+    CZNIdentityMap<std::wstring> m_others; // data and log directories, whose they are
 };
 
 // What a message of the command says, in the user's language.

@@ -5,9 +5,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "afxwin.h"
-#include "znmsources.h"
+#include "znmpair.h"
 
 // Which word the command-line parser expects next.
 enum ZN_EXPECTED : uint16_t
@@ -45,14 +46,16 @@ class CZNMSCSApp : public CWinApp
     // the attributes of a last component that exists already.
     uint32_t CreateZNDirectory(const CString& strDir, const CString& strLastDir);
 
-    // Copies the content of strSrc into strDest, over what is there, compares the copy and strSrc with what
-    // m_sources remembers of strSrc, and replaces the access rights of the copy. 1, or 0 if any of it failed;
-    // what was copied stays, the source is never changed.
-    int CopyZNFiles(const CString& strDest, const CString& strSrc);
+    // Copies the content of strSrc into strDest, over what is there, lets prove compare both, and replaces
+    // the access rights of the copy. 1, or 0 if any of it failed; what was copied stays, the source is never
+    // changed.
+    using Proof = std::function<void(CZNFindings& findings)>;
+    int CopyZNFiles(const CString& strDest, const CString& strSrc, const Proof& prove);
 
-    // Deletes strDir with all its content, stopping at the first thing that cannot be deleted. 1, also for a
-    // directory that cannot be listed, or 0; what was deleted before a failure stays deleted.
-    int DeleteZNFiles(const CString& strDir);
+    // Deletes strDir, a directory of the pair's old tree, with all its content, stopping at the first thing
+    // that cannot be deleted or is not as it was proved. 1, also for a directory that cannot be listed, or 0;
+    // what was deleted before a failure stays deleted.
+    int DeleteZNFiles(const CString& strDir, const CZNPair& proved);
 
     // The command line, as CZNCmdLineInfo finds it.
     uint16_t m_nParameters = 0;         // words seen, valid or not
@@ -61,9 +64,6 @@ class CZNMSCSApp : public CWinApp
     CString m_strQueueManager;          // value of /m
     CString m_strDataDest;              // value of /dd
     CString m_strLogDest;               // value of /ld
-
-    // What the look before the copy saw of both old trees.
-    CZNSources m_sources;
 
     DECLARE_MESSAGE_MAP()
 };

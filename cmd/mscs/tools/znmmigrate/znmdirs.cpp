@@ -180,7 +180,7 @@ uint32_t CZNMSCSApp::CreateZNDirectory(const CString& strDir, const CString& str
 
 // --- Copy ----------------------------------------------------------------------------------------
 
-int CZNMSCSApp::CopyZNFiles(const CString& strDest, const CString& strSrc)
+int CZNMSCSApp::CopyZNFiles(const CString& strDest, const CString& strSrc, const Proof& prove)
 {
     CZNMTrace trace(FN_COPY_ZN_FILES);
     trace.Parms("CZNMSCSApp::CopyZNFiles() (strDest = %S, strSrc = %S)", strDest, strSrc);
@@ -205,17 +205,16 @@ int CZNMSCSApp::CopyZNFiles(const CString& strDest, const CString& strSrc)
     }
 
     // With these flags the shell goes on after an error, and may return 0 without having copied everything.
-    const CZNTree* const pSource = m_sources.Find(strSrc);
-    if (pSource == nullptr || !pSource->IsWholeIn(strDest, ZNTraceFinding(trace, "The copy is not whole")) ||
-        !pSource->IsUnchanged(strSrc, CZNTree::Moment::AFTER_COPY,
-                              ZNTraceFinding(trace, "The source changed while it was copied")))
+    CZNFindings findings;
+    prove(findings);
+    if (!findings.Trace(trace, "The copy is not the whole of the source"))
         return trace.Return(0);
     return trace.Return(SecureCopy(trace, strDest));
 }
 
 // --- Deletion ------------------------------------------------------------------------------------
 
-int CZNMSCSApp::DeleteZNFiles(const CString& strDir)
+int CZNMSCSApp::DeleteZNFiles(const CString& strDir, const CZNPair& proved)
 {
     CZNMTrace trace(FN_DELETE_ZN_FILES);
     trace.Parms("CZNMSCSApp::DeleteZNFiles() (strDir = %S)", strDir);
@@ -234,12 +233,17 @@ int CZNMSCSApp::DeleteZNFiles(const CString& strDir)
         if (std::wcscmp(entry.cFileName, L".") == 0 || std::wcscmp(entry.cFileName, L"..") == 0)
             continue;
         const CString strPath = strDir + L"\\" + entry.cFileName;
+        if (!proved.IsAsProved(static_cast<const wchar_t*>(strDir), entry))
+        {
+            trace.Parms("Not deleted, because it is not what was copied: '%S'", strPath);
+            return trace.Return(0);
+        }
         if ((entry.dwFileAttributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN)) != 0)
             SetFileAttributesW(strPath, FILE_ATTRIBUTE_NORMAL); // whether it helped, the deletion tells
 
         if (IsDirectory(entry.dwFileAttributes))
         {
-            if (DeleteZNFiles(strPath) != 1)
+            if (DeleteZNFiles(strPath, proved) != 1)
                 return trace.Return(0);
             continue;
         }

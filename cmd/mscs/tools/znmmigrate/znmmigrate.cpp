@@ -27,7 +27,8 @@ namespace
 // What the process needs from its first moment; the start-up sequence of the entry function is fixed.
 bool PrepareProcess()
 {
-    SetErrorMode(SEM_FAILCRITICALERRORS); // an empty drive is an error, not a box that waits for somebody
+    SetErrorMode(GetErrorMode() |
+                 SEM_FAILCRITICALERRORS); // an empty drive is an error, not a box that waits for somebody
     SetDllDirectoryW(L"");        // during the copy the current directory is a tree that others may write to
     return ZNTakeControlEvents(); // where that fails the system ends the process as it always does
 }

@@ -1,8 +1,11 @@
 // The migration procedure, step by step, and the update of the two configuration files.
 //
-// Nothing is rolled back, and nothing is deleted before both copies were compared with the old trees and both
-// configuration files name them. The queue manager that is stopped here is never started again.
+// Nothing is rolled back, and nothing is deleted before both copies were compared with the old trees, both
+// configuration files name them, and all four trees are still what was compared. The queue manager that is
+// stopped here is never started again.
 #include "znmapp.h"
+
+#include <optional>
 
 #include "messages.h"
 #include "owner.h"
@@ -12,31 +15,13 @@
 #include "tovmutln.h"
 #include "tovxcs2.h"
 #include "znmcontrol.h"
+#include "znmmovedtrees.h"
 #include "znmpaths.h"
-#include "znmplaces.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmmove"));
 
 namespace
 {
-// A named object that exists as long as a move of a queue manager runs, even if its process is killed.
-class MoveMark
-{
-  public:
-    // False if another move of the queue manager has its mark, or if that cannot be told.
-    bool Set(const CString& strRunIdentity)
-    {
-        if (strRunIdentity.IsEmpty())
-            return false;
-        m_mark = KernelHandle(CreateMutexW(nullptr, FALSE, MoveMarkName(strRunIdentity)));
-        const DWORD nError = GetLastError();
-        return m_mark && nError != ERROR_ALREADY_EXISTS;
-    }
-
-  private:
-    KernelHandle m_mark;
-};
-
 // One run of the procedure: what its steps hand on to each other. Each step returns whether the next one may
 // follow; a step that fails has said so to the trace and, where there is a message for it, to the user.
 class Migration
@@ -52,6 +37,7 @@ class Migration
     bool FindPlaces();
     bool CreateDestinations();
     bool CopyTrees();
+    bool CheckCopies();
     bool NameNewPlaces();
     bool DeleteOldTrees();
 
@@ -79,13 +65,25 @@ class Migration
         return Refuse(IDS_QM_NOT_FOUND, "Cannot contact Queue Manager '%S'", m_app.m_strQueueManager);
     }
 
+    // Takes one look at the trees. What it finds is in the trace, behind pszMeaning.
+    template <class Look>
+    bool Finds(const char* pszMeaning, Look look) const
+    {
+        CZNFindings findings;
+        look(findings);
+        return !findings.Trace(m_trace, pszMeaning);
+    }
+
+    bool CanChangeQmIni() const;
+
     CZNMSCSApp& m_app;
     CZNMTrace& m_trace;
     CZNMQueueMgr m_queueMgr;
     const CW2A m_narrowName;
-    MoveMark m_mark;
+    CZNMark m_mark;
     ConfigurationFile m_znsIni;
-    CZNSources::Places m_places;
+    ZNPlaces m_places;
+    std::optional<CZNMovedTrees> m_trees;
 };
 
 // A failure leaves everything as it was.
@@ -93,11 +91,12 @@ bool Migration::FindQueueManager()
 {
     if (m_queueMgr.Refresh() != 1)
         return RefuseUnknown();
+    const std::string strPlace = m_queueMgr.GetPlace(); // a later query may fail and succeed again
     if (m_queueMgr.IsMultiInstance() == 1)
         return Refuse(IDS_QM_MULTI_INSTANCE, "Queue Manager '%S' is configured for multi-instance support",
                       m_app.m_strQueueManager);
     // Two moves of one queue manager would each delete what the other one copies.
-    if (!m_mark.Set(m_queueMgr.GetRunIdentity()))
+    if (!m_mark.Set(ZNMoveMark(strPlace)))
         return Refuse(IDS_QM_STILL_ACTIVE,
                       "Queue Manager '%S' is being moved already, or that cannot be told",
                       m_app.m_strQueueManager);
@@ -136,8 +135,8 @@ bool Migration::FindPlaces()
     m_trace.Parms("strSrcLogDir:  %S", m_places.strSrcLogDir);
     m_trace.Parms("strDestLogDir:  %S", m_places.strDestLogDir);
 
-    // Required to be this narrow: with case, data against data and log against log only. The look before the
-    // copy finds every other spelling.
+    // By design as narrow as this: with case, data against data and log against log only. Scripts depend on
+    // the message; the look before the copy finds every other spelling.
     if (m_places.strDestDataDir == m_places.strSrcDataDir || m_places.strDestLogDir == m_places.strSrcLogDir)
         return Refuse(IDS_SAME_DESTINATION, "Cannot have the same source/destination directories");
     if (CompareStringOrdinal(m_places.strDestDataDir, -1, m_places.strDestLogDir, -1, TRUE) == CSTR_EQUAL)
@@ -159,14 +158,59 @@ bool Migration::CreateDestinations()
     return true;
 }
 
-// A failure leaves whole or partial copies, or none; sources and configuration are untouched.
+// A failure leaves whole or partial copies, or none; sources and configuration are untouched. The same
+// command can be given again over whatever was left.
 bool Migration::CopyTrees()
 {
-    if (!m_app.m_sources.Look(m_places, ZNTraceFinding(m_trace, "Nothing is copied")) ||
-        m_app.CopyZNFiles(m_places.strDestDataDir, m_places.strSrcDataDir) != 1 ||
-        m_app.CopyZNFiles(m_places.strDestLogDir, m_places.strSrcLogDir) != 1)
+    m_trees.emplace(m_places);
+    CZNMovedTrees& trees = *m_trees;
+    const char* const pszNothing = "Nothing is copied";
+    if (Finds(pszNothing, [&](CZNFindings& findings) { trees.Claim(findings); }) ||
+        Finds(pszNothing, [&](CZNFindings& findings) { trees.Look(findings); }) ||
+        Finds(pszNothing, [&](CZNFindings& findings) { trees.Probe(findings); }) ||
+        m_app.CopyZNFiles(m_places.strDestDataDir, m_places.strSrcDataDir,
+                          [&](CZNFindings& findings) { trees.ProveData(findings); }) != 1 ||
+        m_app.CopyZNFiles(m_places.strDestLogDir, m_places.strSrcLogDir,
+                          [&](CZNFindings& findings) { trees.ProveLog(findings); }) != 1)
         return Refuse(IDS_COPY_FAILED, "Cannot copy Queue Manager data/log files to destination");
     return true;
+}
+
+// A failure leaves both copies, and sources and configuration as they were. From here to the deletion only
+// two small files are replaced.
+bool Migration::CheckCopies()
+{
+    if (Finds("Nothing is changed: the trees are not what was copied any more",
+              [&](CZNFindings& findings) { m_trees->AreAsProved(false, findings); }))
+        return Refuse(IDS_COPY_FAILED, "Cannot copy Queue Manager data/log files to destination");
+    if (!CanChangeQmIni())
+        return Refuse(IDS_UPDATE_FAILED, "Cannot update logpath value for queue manager");
+    return true;
+}
+
+// Whether the library will be able to change the new qm.ini, as far as that can be told: a program that holds
+// the file for a moment is no reason against it. Once Prefix is changed a failure would leave the files in
+// between.
+bool Migration::CanChangeQmIni() const
+{
+    const CString strQmIni = m_places.strDestDataDir + L"\\qm.ini";
+    const DWORD nAttributes = GetFileAttributesW(strQmIni);
+    const DWORD nError = GetLastError();
+    if (nAttributes == INVALID_FILE_ATTRIBUTES && ZNIsNotThere(nError))
+        return true; // the library has it elsewhere
+    if (nAttributes != INVALID_FILE_ATTRIBUTES && (nAttributes & FILE_ATTRIBUTE_READONLY) != 0)
+    {
+        m_trace.Parms("The new configuration file is read-only: attrib -r \"%S\"", strQmIni);
+        return false;
+    }
+    const FileHandle file(CreateFileW(strQmIni, GENERIC_READ | GENERIC_WRITE,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const DWORD nRefused = GetLastError();
+    if (file || nRefused == ERROR_SHARING_VIOLATION || nRefused == ERROR_LOCK_VIOLATION)
+        return true;
+    m_trace.Parms("The new configuration file '%S' cannot be changed, error %u", strQmIni, nRefused);
+    return false;
 }
 
 bool Migration::NameNewPlaces()
@@ -192,15 +236,17 @@ bool Migration::NameNewPlaces()
 }
 
 // A failure leaves the configuration moved and the old trees whole, or partly or wholly deleted. A tree is
-// deleted only if it is still what was copied: a queue manager that was started meanwhile has written to it.
+// deleted only if it and its copy are still what was proved: a queue manager that was started meanwhile has
+// written to one of them.
 bool Migration::DeleteOldTrees()
 {
-    const CZNSources& sources = m_app.m_sources;
-    if (!sources.CanDeleteData(ZNTraceFinding(m_trace, "Nothing is deleted: the old trees changed")) ||
-        m_app.DeleteZNFiles(m_places.strSrcDataDir) != 1 ||
-        !sources.CanDeleteLog(
-            ZNTraceFinding(m_trace, "Nothing more is deleted: the old log directory changed")) ||
-        m_app.DeleteZNFiles(m_places.strSrcLogDir) != 1)
+    const CZNMovedTrees& trees = *m_trees;
+    if (Finds("Nothing is deleted: the trees are not what was copied any more",
+              [&](CZNFindings& findings) { trees.AreAsProved(true, findings); }) ||
+        m_app.DeleteZNFiles(m_places.strSrcDataDir, trees.Data()) != 1 ||
+        Finds("Nothing more is deleted: the log directories are not what was copied any more",
+              [&](CZNFindings& findings) { trees.IsLogAsProved(findings); }) ||
+        m_app.DeleteZNFiles(m_places.strSrcLogDir, trees.Log()) != 1)
         return Refuse(IDS_DELETE_FAILED, "Failed to delete old data/log directories");
     return true;
 }
@@ -217,6 +263,6 @@ int CZNMSCSApp::MigrateQueueManager()
     Migration migration(*this, trace);
     const bool fMoved = migration.FindQueueManager() && migration.StopQueueManager() &&
                         migration.FindPlaces() && migration.CreateDestinations() && migration.CopyTrees() &&
-                        migration.NameNewPlaces() && migration.DeleteOldTrees();
+                        migration.CheckCopies() && migration.NameNewPlaces() && migration.DeleteOldTrees();
     return trace.Return(fMoved ? 1 : 0);
 }

@@ -53,12 +53,14 @@ bool IsPlainComponent(std::wstring_view component)
            component.find_first_of(L"<>:\"/|?*") == std::wstring_view::npos && !IsDeviceName(component);
 }
 
-bool ArePlainComponents(std::wstring_view path)
+// The first nNamed components must not be empty.
+bool ArePlainComponents(std::wstring_view path, int nNamed)
 {
-    for (;;)
+    for (;; --nNamed)
     {
         const size_t nEnd = path.find(L'\\');
-        if (!IsPlainComponent(path.substr(0, nEnd)))
+        const std::wstring_view component = path.substr(0, nEnd);
+        if ((nNamed > 0 || !component.empty()) && !IsPlainComponent(component))
             return false;
         if (nEnd == std::wstring_view::npos)
             return true;
@@ -69,19 +71,6 @@ bool ArePlainComponents(std::wstring_view path)
 bool IsKeptByCodePage(const CString& strPath)
 {
     return CString(static_cast<const char*>(CW2A(strPath))) == strPath;
-}
-
-// Whether the path is exactly what Windows makes of it, but for the kind of slash.
-bool IsResolved(std::wstring path)
-{
-    constexpr DWORD MAX_LENGTH = 32'768;
-    std::wstring strFull(MAX_LENGTH, L'\0');
-    const DWORD nLength = GetFullPathNameW(path.c_str(), MAX_LENGTH, strFull.data(), nullptr);
-    if (nLength == 0 || nLength >= MAX_LENGTH)
-        return false;
-    strFull.resize(nLength);
-    std::replace(path.begin(), path.end(), L'/', L'\\');
-    return strFull == path;
 }
 
 // Without the backslashes at its end.
@@ -110,10 +99,26 @@ bool IsMountPoint(const std::wstring& strPath)
 }
 } // namespace
 
+std::wstring ResolvedPath(const std::wstring& strPath)
+{
+    constexpr DWORD MAX_LENGTH = 32'768;
+    std::wstring strFull(MAX_LENGTH, L'\0');
+    const DWORD nLength = GetFullPathNameW(strPath.c_str(), MAX_LENGTH, strFull.data(), nullptr);
+    strFull.resize(nLength < MAX_LENGTH ? nLength : 0);
+    return std::wstring(WithoutEnd(strFull));
+}
+
 bool IsTreePath(const CString& strPath)
 {
-    const std::wstring path(static_cast<const wchar_t*>(strPath));
-    return (HasDrive(path) || IsUnc(path)) && !IsRoot(path) && IsResolved(path) && !IsMountPoint(path);
+    std::wstring path(static_cast<const wchar_t*>(strPath));
+    std::replace(path.begin(), path.end(), L'/', L'\\');
+    if (!HasDrive(path) && !IsUnc(path))
+        return false;
+    // The copy and the deletion use the path with a name behind it; the removal of the directory uses it
+    // alone.
+    const std::wstring strFull = ResolvedPath(path), strEntry = ResolvedPath(path + L"\\x");
+    return strEntry == strFull + L"\\x" && (HasDrive(strFull) || IsUnc(strFull)) && !IsRoot(strFull) &&
+           !IsMountPoint(strFull);
 }
 
 bool CanBeDestination(const CString& strPath)
@@ -121,9 +126,8 @@ bool CanBeDestination(const CString& strPath)
     constexpr size_t ROOT_LENGTH = 3;   // "E:\"
     constexpr size_t PREFIX_LENGTH = 2; // of "\\server\share"
     const std::wstring_view path(static_cast<const wchar_t*>(strPath));
-    if (!HasDrive(path) && !IsUnc(path))
-        return false;
-    return path.size() <= ZN_MAX_DIRECTORY_PATH &&
-           ArePlainComponents(path.substr(HasDrive(path) ? ROOT_LENGTH : PREFIX_LENGTH)) &&
+    const bool fDrive = HasDrive(path);
+    return (fDrive || IsUnc(path)) && path.size() <= ZN_MAX_DIRECTORY_PATH &&
+           ArePlainComponents(path.substr(fDrive ? ROOT_LENGTH : PREFIX_LENGTH), fDrive ? 0 : 2) &&
            IsKeptByCodePage(strPath);
 }

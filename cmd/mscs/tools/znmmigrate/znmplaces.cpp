@@ -2,7 +2,9 @@
 #include "znmplaces.h"
 
 #include "tovmsrid.h"
+#include "znmidentity.h"
 #include "znmpaths.h"
+#include "znmwalk.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmplaces"));
 
@@ -13,8 +15,10 @@ bool ConfigurationFile::Find(const char* pszQueueManager)
 
 CString ConfigurationFile::Directory() const
 {
-    const CString strName(szName);
-    return strName.Left(strName.ReverseFind(L'\\') + 1);
+    CString strName(szName);
+    strName.Replace(L'/', L'\\');
+    const int nLength = strName.ReverseFind(L'\\') + 1;
+    return nLength > 0 ? strName.Left(nLength) : CString(L".\\");
 }
 
 bool ReadLogPath(const ConfigurationFile& qmIni, CString& strLogPath)
@@ -41,9 +45,14 @@ CString NewLogDirectory(const CString& strLogDest, const CString& strDirectory)
     return strLogDest + L"\\" + strDirectory;
 }
 
-CString MoveMarkName(const CString& strRunIdentity)
+bool ZNIsSamePlace(const CString& strLeft, const CString& strRight)
 {
-    return CString(L"Global\\ZN.Move.") + strRunIdentity;
+    const auto left = CZNIdentity::Of(static_cast<const wchar_t*>(strLeft)),
+               right = CZNIdentity::Of(static_cast<const wchar_t*>(strRight));
+    if (left && right)
+        return left->IsSame(*right);
+    return ZNIsSameName(ResolvedPath(std::wstring(strLeft)).c_str(),
+                        ResolvedPath(std::wstring(strRight)).c_str());
 }
 
 CString WithoutTrailingBackslash(const CString& strPath)

@@ -18,8 +18,8 @@ struct ConfigurationFile
     // pszQueueManager: null for the product's own file. False if the common services do not know the file.
     bool Find(const char* pszQueueManager);
 
-    // With its backslash: without, the root of a drive would be the directory that the console remembers for
-    // it.
+    // With its separator: without, the root of a drive would be the directory that the console remembers for
+    // it. The current directory for a name alone.
     CString Directory() const;
 };
 
@@ -27,13 +27,21 @@ struct ConfigurationFile
 // say, or names what cannot be an old tree; strLogPath is then what was read of it.
 bool ReadLogPath(const ConfigurationFile& qmIni, CString& strLogPath);
 
+// Where the trees of a move are and where they go. Trees have no trailing backslash.
+struct ZNPlaces
+{
+    CString strSrcDataDir, strDestDataDir;
+    CString strSrcLogDir, strDestLogDir;
+    CString strConfigurationDir; // of zns.ini
+};
+
 // The new directories of a queue manager whose directory name is strDirectory.
 CString NewDataDirectory(const CString& strDataDest, const CString& strDirectory);
 CString NewLogDirectory(const CString& strLogDest, const CString& strDirectory);
 
-// Name of the mutex that exists while a move of the queue manager runs. strRunIdentity:
-// CZNMQueueMgr::GetRunIdentity.
-CString MoveMarkName(const CString& strRunIdentity);
+// Whether two paths lead to one directory, in whatever spelling; where one of them is not there, whether
+// Windows makes the same path of both but for the letter case and separators at the end.
+bool ZNIsSamePlace(const CString& strLeft, const CString& strRight);
 
 CString WithoutTrailingBackslash(const CString& strPath);
 CString WithTrailingBackslash(const CString& strPath);

@@ -165,15 +165,12 @@ const char* CZNMQueueMgr::GetDataDirectory()
     return fFound ? m_pDetails->szDataDirectory : nullptr;
 }
 
-CString CZNMQueueMgr::GetRunIdentity() const
+std::string CZNMQueueMgr::GetPlace() const
 {
-    if (!m_pDetails || !m_pInstallation)
-        return CString();
-    // A directory name cannot contain '|'.
-    CString strIdentity = CString(m_pDetails->szSubpool) + L"|" + CString(m_pDetails->szDirectory) + L"|" +
-                          CString(m_pInstallation->szIdentity);
-    strIdentity.Replace(L'\\', L'/');
-    return strIdentity;
+    if (!m_pDetails)
+        return {};
+    return TextOf(m_pDetails->szDataDirectory).value_or("") + '\0' +
+           TextOf(m_pDetails->szDirectory).value_or("");
 }
 
 int32_t CZNMQueueMgr::Stop(int16_t nStopType)

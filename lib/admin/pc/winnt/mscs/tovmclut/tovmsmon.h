@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "afxwin.h"
 #include "tovxcs2.h"
@@ -52,11 +53,10 @@ class CZNMQueueMgr : public CCmdTarget
     // Returns its data directory, in the same way.
     const char* GetDataDirectory();
 
-    // Returns a text that is different for every queue manager of this machine. It is composed of what the
-    // running test identifies a queue manager by: subpool, directory name and installation identity. It comes
-    // from the records of the last query, without a new query and without trace; it is empty if that query
-    // failed. It contains no backslash, so that it can be part of the name of a kernel object.
-    CString GetRunIdentity() const;
+    // Returns the data directory and the directory name as the records of the last query have them, with a
+    // zero between them: different for every queue manager of this machine. Without a new query and without
+    // trace; empty if that query failed.
+    std::string GetPlace() const;
 
     // Runs the end command of its installation and waits for it to end. Returns 0 if the queue manager was
     // not running, else the command's exit code; -1 if the queue manager cannot be found, its details cannot

@@ -1,0 +1,51 @@
+// Makes and looks for the marks of moves. They are mutexes, which need no privilege in the global name space.
+#include "znmmark.h"
+
+#include <cstdint>
+#include <cwchar>
+#include <string_view>
+
+#include "tovmsrid.h"
+#include "tovxcs2.h"
+
+ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmmark"));
+
+namespace
+{
+// Of bounded length, whatever the bytes are.
+std::wstring Hash(std::string_view bytes)
+{
+    uint64_t nHash = 0xCBF29CE484222325; // FNV-1a
+    for (const char ch : bytes)
+        nHash = (nHash ^ static_cast<unsigned char>(ch)) * 0x100000001B3;
+    constexpr size_t DIGITS = 16;
+    wchar_t szDigits[DIGITS + 1] = {};
+    _snwprintf(szDigits, DIGITS + 1, L"%016llX", static_cast<unsigned long long>(nHash));
+    return szDigits;
+}
+} // namespace
+
+bool CZNMark::Set(const std::wstring& strName)
+{
+    m_mutex = KernelHandle(CreateMutexW(nullptr, FALSE, strName.c_str()));
+    const DWORD nError = GetLastError();
+    return m_mutex ? nError != ERROR_ALREADY_EXISTS
+                   : nError != ERROR_ACCESS_DENIED && nError != ERROR_INVALID_HANDLE; // of another kind
+}
+
+bool CZNMark::IsSet(const std::wstring& strName)
+{
+    const KernelHandle mutex(OpenMutexW(SYNCHRONIZE, FALSE, strName.c_str()));
+    const DWORD nError = GetLastError();
+    return mutex || nError != ERROR_FILE_NOT_FOUND;
+}
+
+std::wstring ZNMoveMark(const std::string& strPlace)
+{
+    return L"Global\\ZN.Move." + Hash(strPlace);
+}
+
+std::wstring ZNDestinationMark(const CZNIdentity& directory)
+{
+    return L"Global\\ZN.Destination." + Hash(directory.Bytes());
+}

@@ -1,0 +1,27 @@
+// Marks: named kernel objects that exist as long as a move runs, even if its process is killed.
+#pragma once
+
+#include <string>
+
+#include "owner.h"
+#include "znmidentity.h"
+
+class CZNMark
+{
+  public:
+    // Makes the object. False only if another process of this machine has it or keeps this one from it: where
+    // it cannot be made for another reason, there is none to refuse a move.
+    bool Set(const std::wstring& strName);
+
+    // Whether a process of this machine has the object. It also counts as there if that cannot be told.
+    static bool IsSet(const std::wstring& strName);
+
+  private:
+    KernelHandle m_mutex;
+};
+
+// The mark of a move of a queue manager. strPlace: CZNMQueueMgr::GetPlace.
+std::wstring ZNMoveMark(const std::string& strPlace);
+
+// The mark of a move into a directory.
+std::wstring ZNDestinationMark(const CZNIdentity& directory);
