@@ -11,8 +11,8 @@ TEST(Paths, OldTreesAreWhatWindowsMakesOfThemBelowARoot)
         EXPECT_TRUE(IsTreePath(psz)) << CW2A(psz);
     for (const wchar_t* psz :
          {L"D:", L"D:\\", L"D:\\.", L"D:\\znm\\..", L"D:\\\\\\\\", L"D:\\x\\../.", L"\\\\?\\D:\\.",
-          L"\\\\.\\D:\\znm", L"\\\\srv\\share", L"\\\\srv\\share\\", L"D:znm", L"\\znm", L"", L"D:\\znm\\nul",
-          L"1:\\znm", L"znm", L"//?/D:/znm", L"//srv/share/.", L"\\\\?\\D:\\znm"})
+          L"\\\\.\\D:\\znm", L"\\\\srv\\share", L"\\\\srv\\share\\", L"D:znm", L"\\znm", L"", L"1:\\znm",
+          L"znm", L"//?/D:/znm", L"//srv/share/.", L"\\\\?\\D:\\znm"})
         EXPECT_FALSE(IsTreePath(psz)) << CW2A(psz);
     const auto mounted = Hook(GetVolumePathNameW, [](LPCWSTR, LPWSTR pszVolume, DWORD) {
         return lstrcpyW(pszVolume, L"d:\\Mounted\\") != nullptr;

@@ -61,6 +61,7 @@ TEST(Config, WritesOrRefusesWithTheFileUntouched)
             strExpected.replace(TEXT.find(strOld), strOld.size(), strValue);
         EXPECT_EQ(sandbox.Read("zns.ini"), strExpected);
     }
+    const Hooks western = ThreadCodePage(1252);
     const Sandbox sandbox("\xEF\xBB\xBFLog:\nLogPath=C:\\\xC3\xA4\nOther=\xE4\xBD\xA0\n");
     EXPECT_EQ(Write(sandbox, "LogPath", "D:\\\xF6"), XCS_RC_OK);
     EXPECT_EQ(sandbox.Read("zns.ini"), "\xEF\xBB\xBFLog:\nLogPath=D:\\\xC3\xB6\nOther=\xE4\xBD\xA0\n");
@@ -164,15 +165,7 @@ TEST(QueueManagers, PathsAreWholeCharactersInEveryCodePage)
           {950, "D:\\\xA5\\", "\xA5|"},
           {CP_UTF8, "D:\\\xC3\xA4", "\xE4\xBD\xA0"}})
     {
-        const auto actual = [nThread = nCodePage](UINT n) { return n == CP_THREAD_ACP ? nThread : n; };
-        const Hooks hooks = {
-            Hook(GetCPInfoExW, [&](UINT n, auto... args) { return GetCPInfoExW(actual(n), args...); }),
-            Hook(MultiByteToWideChar,
-                 [&](UINT n, auto... args) { return MultiByteToWideChar(actual(n), args...); }),
-            Hook(WideCharToMultiByte, [&](UINT n, DWORD f, auto... args) { // Windows refuses it for UTF-8
-                const bool fRefused = actual(n) == CP_UTF8 && (f & WC_NO_BEST_FIT_CHARS) != 0;
-                return fRefused ? 0 : WideCharToMultiByte(actual(n), f, args...);
-            })};
+        const Hooks hooks = ThreadCodePage(nCodePage);
         const Sandbox sandbox("QueueManager:\n Name=QM1\n Prefix=C:\n Directory=" + strDirectory + "\n");
         EXPECT_EQ(Write(sandbox, "Prefix", strPrefix), XCS_RC_OK) << nCodePage;
         EXPECT_EQ(DataDirectory("QM1"), strPrefix + "\\qmgrs\\" + strDirectory);

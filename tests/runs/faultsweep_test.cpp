@@ -145,7 +145,8 @@ TEST_P(FaultSweep, LosesNothing)
                     ExpectSafe(zn, result);
                     // Out of memory the runtime ends the process, before the entry function by a crash.
                     const bool fEnded =
-                        fMemory && (result.nStatus == 3 || result.nStatus == EXCEPTION_ACCESS_VIOLATION);
+                        fMemory && (result.nStatus == 3 || result.nStatus == EXCEPTION_ACCESS_VIOLATION ||
+                                    result.nStatus == 0xC0000409); // abort of the newer runtime
                     EXPECT_TRUE(result.nStatus < 256 || result.nStatus == FAILED || fEnded) << result.nStatus;
                     if (!fEnded && strFunction != "FindClose")
                         if (s_fAll)

@@ -87,6 +87,27 @@ TEST(Messages, AreTranslatedKeepTheirFixedPartsAndSurviveTheConsole)
     }
 }
 
+TEST(Messages, EnglishTextsAreExact)
+{
+    const std::pair<UINT, const wchar_t*> texts[] = {
+        {20, L"Usage: tarvel /m queuemanager /dd absolutedatapath /ld absolutelogpath"},
+        {32, L"The specified Vantor ZN Queue Manager does not exist."},
+        {33, L"The specified Vantor ZN Queue Manager is still active.\nThe Queue Manager should be stopped "
+             L"before proceeding."},
+        {37, L"An error occurred whilst creating/accessing the destination directories."},
+        {38, L"An error occurred whilst copying the Queue Manager files to the destination directory."},
+        {39, L"An error occurred whilst updating the registry information."},
+        {40, L"An error occurred whilst removing the old data and log directories for this Queue Manager."},
+        {42, L"The specified destination is used by this Queue Manager. The destination directories must be "
+             L"unique."},
+        {44, L"Fatal Error: MFC initialization failed."},
+        {46, L"Fatal Error: Vantor ZN Common Services initialization failed."},
+        {47, L"The specified Vantor ZN Queue Manager is configured for multi-instance support and cannot be "
+             L"moved."}};
+    for (const auto& [nMessage, pszText] : texts)
+        EXPECT_EQ(Text(ENGLISH, nMessage), pszText);
+}
+
 // ctest runs this once for each language, which LC_ALL sets on the test platform, and once without. Windows
 // ignores that variable: there the machine's own language is tested.
 TEST(Languages, RunsSpeakTheLanguageOfTheSystemInTheConsolesBytes)

@@ -10,8 +10,8 @@ TEST(Runs, WholeMoveIsSilentAndChangesTwoLines)
     EXPECT_EQ(zn.State(), MOVED);
     EXPECT_TRUE(zn.IsRestUntouched());
     // And again, to a third place, from where it is now.
-    EXPECT_EQ(zn.Run(L"-LD " + (zn.root / "oldlog").wstring() + L"\\ -dd " +
-                     (zn.root / "olddata").generic_wstring() + L" -M QM1")
+    EXPECT_EQ(zn.Run(L"-LD " + Quoted(zn.root / "oldlog\\") + L" -dd " +
+                     Quoted((zn.root / "olddata").generic_wstring()) + L" -M QM1")
                   .nStatus,
               0u);
     EXPECT_EQ(zn.State(), UNCHANGED);
@@ -27,8 +27,7 @@ TEST(Runs, RunningQueueManagerIsStoppedUnlessItRefuses)
         return RunProgram(ProgramFolder() / "sampleqm.exe", strWords, zn.root).nStatus;
     };
     const auto end = [&] { return RunProgram(ProgramFolder() / "endznm.exe", L"-w QM2", zn.root).nStatus; };
-    ASSERT_EQ(sample(L"create QM2 /files 20 /dd " + (zn.root / "d").wstring() + L" /ld " +
-                     (zn.root / "l").wstring()),
+    ASSERT_EQ(sample(L"create QM2 /files 20 /dd " + Quoted(zn.root / "d") + L" /ld " + Quoted(zn.root / "l")),
               0u);
     ASSERT_EQ(sample(L"start QM2"), 0u);
     const RunResult result = zn.Run(zn.MoveWords(L"QM2"));
@@ -52,8 +51,7 @@ TEST(Runs, RunningQueueManagerIsStoppedUnlessItRefuses)
 
 TEST(Runs, StartUpFailuresEndTheRunBeforeAnythingIsAsked)
 {
-    const std::string strMfc = "Fatal Error: MFC initialization failed.\r\n",
-                      strServices = "Fatal Error: Vantor ZN Common Services initialization failed.\r\n";
+    const std::string strMfc = Message(44), strServices = Message(46);
     const struct
     {
         const char* pszFaults;
@@ -106,7 +104,7 @@ TEST(Runs, RefusalsChangeNothing)
         {L"QM1", L"newdata::$INDEX_ALLOCATION", L"newlog", 37},
         {L"QM1", L"newdata", L"x\\..\\oldlog", 37},
         {L"QM1 /x", L"newdata", L"newlog", 0},
-        {L"\"\"", L"newdata", L"newlog \"\"", 0},
+        {L"\"\"", L"newdata", L"newlog\" \"", 0},
     };
     for (const auto& c : cases)
     {

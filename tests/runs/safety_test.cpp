@@ -13,7 +13,10 @@ void MakeLong(const fs::path& dir, size_t nLength, bool fFile)
 {
     const std::wstring strName(nLength - dir.wstring().size() - 1, L'n');
     const fs::path path = L"\\\\?\\" + (dir / strName).wstring();
-    fFile ? WriteAll(path, "") : void(fs::create_directory(path));
+    if (fFile)
+        std::ofstream{path};
+    else
+        CreateDirectoryW(path.c_str(), nullptr); // the runtime's own refuse the prefix
 }
 } // namespace
 

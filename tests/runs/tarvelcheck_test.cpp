@@ -35,7 +35,7 @@ class Checked : public Installation
         return Look(L"after " + MoveWords() + (fRecord ? Record() : OldPlaces()), strFaults);
     }
     std::wstring Record() const { return L" /record \"" + (root / "QM1 before.txt").wstring() + L"\""; }
-    std::wstring OldPlaces() const { return L" /od " + oldData.wstring() + L" /ol " + oldLog.wstring(); }
+    std::wstring OldPlaces() const { return L" /od " + Quoted(oldData) + L" /ol " + Quoted(oldLog); }
     void MakeRecord(const wchar_t* pszLog = L"newlog")
     {
         fRecord = true;
@@ -353,9 +353,9 @@ TEST(CheckBefore, FindsWhatStopsAMove)
 TEST(CheckAfter, CanBeRunWhileTheQueueManagerRuns)
 {
     Checked zn;
-    const std::wstring strRoot = zn.root.wstring();
     RunProgram(ProgramFolder() / "sampleqm.exe",
-               L"create QM2 /dd " + strRoot + L"\\q /ld " + strRoot + L"\\l /files 20", zn.root);
+               L"create QM2 /dd " + Quoted(zn.root / "q") + L" /ld " + Quoted(zn.root / "l") + L" /files 20",
+               zn.root);
     RefusingQueueManager running(L"QM2");
     ASSERT_TRUE(running.fRuns);
     const std::wstring strWords = zn.MoveWords(L"QM2") + L" /record r";

@@ -13,6 +13,15 @@ struct RunResult
     std::string strOut, strErr;
 };
 
+// As a word of a command line, which may have a backslash at its end.
+inline std::wstring Quoted(const fs::path& path)
+{
+    std::wstring str = L"\"" + path.wstring() + L"\"";
+    for (size_t n = str.size() - 1; str[n - 1] == L'\\'; --n)
+        std::swap(str[n - 1], str[n]);
+    return str;
+}
+
 inline fs::path ProgramFolder()
 {
     wchar_t szPath[MAX_PATH];
@@ -43,6 +52,7 @@ inline RunResult RunProgram(const fs::path& program, const std::wstring& strWord
 {
     constexpr DWORD PIPE_SIZE = 1 << 20; // of all that the program may write
     SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
+    const FileHandle input(CreateFileW(L"NUL", GENERIC_READ, 0, &inherit, OPEN_EXISTING, 0, nullptr));
     KernelHandle read[2], write[2];
     for (int i : {0, 1})
         CreatePipe(read[i].Out(), write[i].Out(), &inherit, PIPE_SIZE);
@@ -52,6 +62,7 @@ inline RunResult RunProgram(const fs::path& program, const std::wstring& strWord
     SetEnvironmentVariableA("ZN_FAULTS_PAUSE", (number(reached.Get()) + " " + number(go.Get())).c_str());
     STARTUPINFOW startup = {};
     startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = input.Get(); // without one xcopy copies nothing
     startup.hStdOutput = write[0].Get();
     startup.hStdError = write[1].Get();
     const KernelHandle process = StartProgram(program, strWords, scratch, startup);
@@ -195,8 +206,7 @@ class Installation : public TempDir
     std::wstring MoveWords(const std::wstring& strName = L"QM1", const fs::path& newPrefix = "newdata",
                            const fs::path& newLogs = "newlog") const
     {
-        return L"/m " + strName + L" /dd " + (root / newPrefix).wstring() + L" /ld " +
-               (root / newLogs).wstring();
+        return L"/m " + strName + L" /dd " + Quoted(root / newPrefix) + L" /ld " + Quoted(root / newLogs);
     }
 
     // Calls of a function, or of all ("*"), in the last run with faults, as far as it was counted.

@@ -1,25 +1,22 @@
-// What the command prints, in English.
+// What the command prints, in the language and the bytes of this machine's console.
 #pragma once
 
-#include <map>
-#include <string>
+#include "installation.h"
 
-const std::string USAGE = "Usage: tarvel /m queuemanager /dd absolutedatapath /ld absolutelogpath\r\n";
-constexpr DWORD FAILED = 0xFFFFFFFF;
-
+// From the program itself, which finds its texts in the same way; nothing for 0.
 inline std::string Message(unsigned nID)
 {
-    const std::map<unsigned, std::string> texts = {
-        {32, "The specified Vantor ZN Queue Manager does not exist."},
-        {33, "The specified Vantor ZN Queue Manager is still active.\r\nThe Queue Manager should be stopped "
-             "before proceeding."},
-        {37, "An error occurred whilst creating/accessing the destination directories."},
-        {38, "An error occurred whilst copying the Queue Manager files to the destination directory."},
-        {39, "An error occurred whilst updating the registry information."},
-        {40, "An error occurred whilst removing the old data and log directories for this Queue Manager."},
-        {42, "The specified destination is used by this Queue Manager. The destination directories must be "
-             "unique."},
-        {47, "The specified Vantor ZN Queue Manager is configured for multi-instance support and cannot be "
-             "moved."}};
-    return nID != 0 ? texts.at(nID) + "\r\n" : "";
+    static const HMODULE s_hProgram =
+        LoadLibraryExW((ProgramFolder() / "tarvel.exe").c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    wchar_t szText[1000] = {};
+    char szBytes[2000] = {};
+    LoadStringW(s_hProgram, nID, szText, 1000);
+    WideCharToMultiByte(CP_OEMCP, 0, szText, -1, szBytes, sizeof szBytes, nullptr, nullptr);
+    std::string strResult;
+    for (const char* psz = szBytes; *psz != '\0'; ++psz)
+        strResult += *psz == '\n' ? "\r\n" : std::string(1, *psz);
+    return nID != 0 ? strResult + "\r\n" : "";
 }
+
+const std::string USAGE = Message(20);
+constexpr DWORD FAILED = 0xFFFFFFFF;

@@ -115,8 +115,8 @@ void ReplaceImports()
     ForEachImport(GetModuleHandleW(nullptr), [&](const char* pszDll, const char* pszName, void** ppSlot) {
         // Not what is no function, nor what the language's runtime needs to start and end.
         if (std::strncmp(pszName, "xih", 3) == 0 ||
-            (_stricmp(pszDll, "msvcrt.dll") == 0 && std::strcmp(pszName, "malloc") != 0 &&
-             std::strcmp(pszName, "_waccess") != 0))
+            ((_stricmp(pszDll, "msvcrt.dll") == 0 || _strnicmp(pszDll, "api-ms-win-crt-", 15) == 0) &&
+             std::strcmp(pszName, "malloc") != 0 && std::strcmp(pszName, "_waccess") != 0))
             return;
         Import* const pImport = s_imports[pszName] = new (pCode + s_imports.size()) Import;
         pImport->pReal = *ppSlot;
