@@ -5,7 +5,9 @@
 
 TEST(Console, MessagesGoWholeToTheStreamOfTheirType)
 {
-    SetThreadUILanguage(0x0409); // English
+    const auto english = Hook(FindResourceW, [](HMODULE h, auto pszName, auto pszType) {
+        return FindResourceExW(h, pszType, pszName, 0x0409);
+    });
     const auto convert = Hook(WideCharToMultiByte, [&](UINT nCodePage, auto... args) {
         return nCodePage == CP_OEMCP ? WideCharToMultiByte(nCodePage, args...) : 0; // the console's code page
     });

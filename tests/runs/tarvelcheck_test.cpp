@@ -6,7 +6,7 @@
 #include <regex>
 #include <sstream>
 
-#include "installation.h"
+#include "messagetexts.h"
 #include "znmrecord.h"
 
 using testing::HasSubstr;
@@ -283,6 +283,7 @@ TEST(CheckBefore, FindsWhatStopsAMove)
 {
     const std::string strLong =
         "oldlog\\QM!1\\" + std::string(230 - fs::temp_directory_path().string().size(), 'n');
+    const std::string strUsed = "would end with: " + Message(42, CP_UTF8);
     struct Case
     {
         const char* pszSays;
@@ -296,7 +297,7 @@ TEST(CheckBefore, FindsWhatStopsAMove)
     const Case cases[] = {
         {"Nothing stops the move", {}, 0},
         {.pszSays = "zns.ini has none named QM9", .pszName = L"QM9"},
-        {.pszSays = "is used by this Queue Manager", .pszData = L"olddata"},
+        {.pszSays = strUsed.c_str(), .pszData = L"olddata"},
         {.pszSays = "is the old directory", .pszData = L"OLDDATA"},
         {.pszSays = "lies in an old tree", .pszLog = L"olddata\\qmgrs\\QM!1\\x"},
         {.pszSays = "both destinations are one directory", .pszData = L"one", .pszLog = L"one\\qmgrs"},
