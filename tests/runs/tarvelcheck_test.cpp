@@ -56,7 +56,7 @@ class Checked : public Installation
         {
             fAny = true;
             strLine = strLine.substr(4, strLine.find('\r') - 4);
-            const std::wstring strWide(strLine.begin(), strLine.end());
+            const std::wstring strWide = fs::path(std::u8string(strLine.begin(), strLine.end())).wstring();
             if (strLine.starts_with("edit "))
                 Edit(strLine);
             else

@@ -60,9 +60,10 @@ inline void RunHostTool(const char* pszProgram, const char* pszOption, const fs:
         const HANDLE hFind = FindFirstFileW(link.c_str(), &entry);
         return (hFind != INVALID_HANDLE_VALUE && FindClose(hFind)) == fListed;
     };
+    const auto word = [&](const fs::path& name) { return std::string("\"") + hostName(name.c_str()) + "\""; };
     for (int nTry = 0; nTry < 10 && hostName != nullptr && !isDone(); ++nTry)
     {
-        _spawnl(_P_DETACH, pszProgram, pszProgram, pszOption, hostName(path.c_str()), hostName(link.c_str()),
+        _spawnl(_P_DETACH, pszProgram, pszProgram, pszOption, word(path).c_str(), word(link).c_str(),
                 nullptr);
         for (int nWait = 0; nWait < 200 && !isDone(); ++nWait)
             Sleep(10);
