@@ -1,12 +1,13 @@
 # What every target of this project has in common.
 
+option(TARVEL_WARNINGS_ARE_ERRORS "A warning ends the build: not by compilers that this project has not met" ON)
 add_library(tarvel_options INTERFACE)
 target_compile_definitions(tarvel_options INTERFACE
   UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0602 _GLIBCXX_ASSERTIONS
   TARVEL_VERSION="${PROJECT_VERSION}")
 target_compile_options(tarvel_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wformat=2
-  -Wnull-dereference -Wcast-align -Wnon-virtual-dtor -Woverloaded-virtual -Werror
+  -Wnull-dereference -Wcast-align -Wnon-virtual-dtor -Woverloaded-virtual $<$<BOOL:${TARVEL_WARNINGS_ARE_ERRORS}>:-Werror>
   -fstack-protector-strong -ffunction-sections -fdata-sections>
   $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wduplicated-cond -Wlogical-op>
   "$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>")
