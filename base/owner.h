@@ -116,6 +116,15 @@ struct HeldMutexKind
 };
 using HeldMutex = Owner<HeldMutexKind>;
 
+// Waits for a mutex. Owns nothing if the time ran out or the mutex is null. A mutex whose owner died counts
+// as free.
+inline HeldMutex AcquireMutex(const KernelHandle& mutex, DWORD nTimeoutMs) noexcept
+{
+    const DWORD nWait = WaitForSingleObject(mutex.Get(), nTimeoutMs);
+    const bool fHeld = nWait == WAIT_OBJECT_0 || nWait == WAIT_ABANDONED;
+    return HeldMutex(fHeld ? mutex.Get() : nullptr);
+}
+
 // A lock that is held as long as this object lives.
 class Lock
 {

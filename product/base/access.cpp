@@ -31,10 +31,3 @@ SharedObjectSecurity::SharedObjectSecurity()
                                                          nullptr);
     m_attributes = {sizeof m_attributes, m_descriptor.Get(), FALSE};
 }
-
-HeldMutex AcquireMutex(const KernelHandle& mutex, DWORD nTimeoutMs)
-{
-    const DWORD nWait = WaitForSingleObject(mutex.Get(), nTimeoutMs);
-    const bool fHeld = nWait == WAIT_OBJECT_0 || nWait == WAIT_ABANDONED;
-    return HeldMutex(fHeld ? mutex.Get() : nullptr);
-}

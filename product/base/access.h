@@ -8,7 +8,7 @@
 #include "owner.h"
 
 // SID of the group "znm": a local group of this machine or, where there is none, a global group of its
-// domain. Empty when there is neither. An account of that name that is no group counts for nothing.
+// domain. Empty when there is neither. An account of that name that is no group does not count.
 std::vector<unsigned char> ZnmGroupSid();
 
 // Access for Administrators, the system and the group, to named objects that they share.
@@ -22,6 +22,3 @@ class SharedObjectSecurity
     LocalBlock m_descriptor;
     SECURITY_ATTRIBUTES m_attributes = {};
 };
-
-// Waits for a mutex. Owns nothing when the time ran out. A mutex that its owner left by dying counts as free.
-HeldMutex AcquireMutex(const KernelHandle& mutex, DWORD nTimeoutMs);

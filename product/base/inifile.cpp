@@ -49,11 +49,6 @@ Line ScanLine(std::string_view text, size_t nOffset)
     }
     return line;
 }
-
-bool CanStandInLine(std::string_view text)
-{
-    return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
-}
 } // namespace
 
 IniFile::IniFile(std::string strText)
@@ -67,7 +62,7 @@ IniFile::IniFile(std::string strText)
         {
             if (!m_stanzas.empty())
                 m_stanzas.back().nEnd = nOffset;
-            m_stanzas.push_back({line.strName, nOffset, line.nNext, m_strText.size()});
+            m_stanzas.push_back({line.strName, line.nNext, m_strText.size()});
         }
         nOffset = line.nNext;
     }
@@ -88,10 +83,18 @@ std::optional<std::string_view> IniFile::Value(const Stanza& stanza, std::string
     {
         const Line line = ScanLine(m_strText, nOffset);
         if (!line.strName.empty() && line.strName == strAttribute)
-            return line.strValue;
+            return IsUsable(line.strValue) ? std::optional(line.strValue) : std::nullopt;
         nOffset = line.nNext;
     }
     return std::nullopt;
+}
+
+bool IniFile::IsUsable(std::string_view strValue) const
+{
+    for (const char ch : strValue)
+        if (ch == '\0' || (m_nStart != 0 && (ch & 0x80) != 0))
+            return false;
+    return true;
 }
 
 std::optional<std::string_view> IniFile::Read(const IniSelector& selector,
@@ -104,64 +107,13 @@ std::optional<std::string_view> IniFile::Read(const IniSelector& selector,
 std::optional<std::string> IniFile::Write(const IniSelector& selector, std::string_view strAttribute,
                                           std::string_view strValue) const
 {
-    const Stanza* const pStanza = Find(selector);
-    if (pStanza == nullptr || !CanStandInLine(strValue))
+    const auto strOld = Read(selector, strAttribute);
+    if (!strOld)
         return std::nullopt;
     std::string strResult = m_strText;
-    if (const auto strOld = Value(*pStanza, strAttribute))
-        strResult.replace(static_cast<size_t>(strOld->data() - m_strText.data()), strOld->size(), strValue);
-    else
-    {
-        // Behind the last attribute and indented like it, so that blank lines and comments that lead to the
-        // next stanza stay with that one.
-        size_t nInsert = pStanza->nBegin;
-        std::string_view strIndent = "   ";
-        for (size_t nOffset = pStanza->nBegin; nOffset < pStanza->nEnd;)
-        {
-            const Line line = ScanLine(m_strText, nOffset);
-            if (!line.strName.empty())
-            {
-                nInsert = line.nNext;
-                const size_t nName = static_cast<size_t>(line.strName.data() - m_strText.data());
-                strIndent = std::string_view(m_strText).substr(nOffset, nName - nOffset);
-            }
-            nOffset = line.nNext;
-        }
-        const std::string strLine = std::string(strIndent).append(strAttribute).append("=").append(strValue);
-        const bool fLineOpen = m_strText[nInsert - 1] != '\n'; // only the text's last line can be
-        strResult.insert(nInsert,
-                         fLineOpen ? std::string(LineEnd()) + strLine : strLine + std::string(LineEnd()));
-    }
-    // A name or value that the line's syntax takes apart must not reach the file.
+    strResult.replace(static_cast<size_t>(strOld->data() - m_strText.data()), strOld->size(), strValue);
+    // A value that the syntax of the lines takes apart must not reach the file.
     if (IniFile(strResult).Read(selector, strAttribute) != strValue)
         return std::nullopt;
     return strResult;
-}
-
-std::optional<std::string> IniFile::AddStanza(std::string_view strName, const Attributes& attributes) const
-{
-    const std::string strEnd(LineEnd());
-    std::string strResult = m_strText;
-    if (strResult.size() > m_nStart && strResult.back() != '\n')
-        strResult += strEnd;
-    strResult.append(strName).append(":").append(strEnd);
-    for (const auto& [strAttribute, strValue] : attributes)
-    {
-        if (!CanStandInLine(strValue))
-            return std::nullopt;
-        strResult.append("   ").append(strAttribute).append("=").append(strValue).append(strEnd);
-    }
-    const IniFile added(strResult);
-    if (added.Stanzas().size() != m_stanzas.size() + 1 || added.Stanzas().back().strName != strName)
-        return std::nullopt;
-    for (const auto& [strAttribute, strValue] : attributes)
-        if (added.Value(added.Stanzas().back(), strAttribute) != strValue)
-            return std::nullopt;
-    return strResult;
-}
-
-std::string_view IniFile::LineEnd() const
-{
-    const size_t nEnd = m_strText.find('\n');
-    return nEnd != std::string::npos && (nEnd == 0 || m_strText[nEnd - 1] != '\r') ? "\n" : "\r\n";
 }

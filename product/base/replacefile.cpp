@@ -5,7 +5,6 @@
 #include <aclapi.h>
 #include <ntsecapi.h>
 
-#include <algorithm>
 #include <cstdint>
 
 #include "access.h"
@@ -14,16 +13,10 @@ namespace
 {
 constexpr LONGLONG MAX_FILE_SIZE = 256LL << 20;
 constexpr DWORD LOCK_TIMEOUT_MS = 30'000;
-struct Patience
-{
-    int nAttempts;
-    DWORD nPauseMs;
-};
-constexpr Patience READ_PATIENCE = {20, 50};
-constexpr Patience RENAME_PATIENCE = {
-    300, 10}; // often: a reader that comes back again and again leaves short gaps
+constexpr int ATTEMPTS = 300;
+constexpr DWORD PAUSE_MS = 10; // short: a reader that opens the file again and again leaves short gaps
 
-// The code of a call that has just failed, also where the system gave none: 0 would pass for success.
+// The code of a call that has just failed, also where the system gave none: 0 would mean success.
 DWORD Failure()
 {
     const DWORD nError = GetLastError();
@@ -37,41 +30,19 @@ bool IsBusy(DWORD nError)
            nError == ERROR_LOCK_VIOLATION;
 }
 
-// Calls attempt, which returns an error code, until it does not find the file busy or patience ends.
+// Calls attempt, which returns an error code, until it does not find the file busy, for three seconds at
+// most.
 template <class Attempt>
-DWORD WhileBusy(const Patience& patience, Attempt attempt)
+DWORD WhileBusy(Attempt attempt)
 {
     DWORD nError = attempt();
-    for (int n = 1; n < patience.nAttempts && IsBusy(nError); ++n)
+    for (int n = 1; n < ATTEMPTS && IsBusy(nError); ++n)
     {
-        Sleep(patience.nPauseMs);
+        Sleep(PAUSE_MS);
         nError = attempt();
     }
     return nError;
 }
-
-// Two programs that change one file at the same time would lose one of the changes.
-class WriterLock
-{
-  public:
-    WriterLock()
-    {
-        SharedObjectSecurity security; // by default one administrator's lock would refuse the next one
-        m_mutex = KernelHandle(CreateMutexW(security.Get(), FALSE, L"Global\\ZN.Configuration"));
-        m_nError = m_mutex ? DWORD{ERROR_SUCCESS} : Failure();
-        if (!m_mutex)
-            return;
-        m_held = AcquireMutex(m_mutex, LOCK_TIMEOUT_MS); // a writer that died left the file whole
-        if (!m_held)
-            m_nError = ERROR_LOCK_VIOLATION;
-    }
-    DWORD Error() const { return m_nError; }
-
-  private:
-    KernelHandle m_mutex;
-    HeldMutex m_held;
-    DWORD m_nError;
-};
 
 // A new file beside another one. It disappears with this object unless it has taken the other one's place.
 class NewFile
@@ -83,13 +54,10 @@ class NewFile
         if (!m_strPath.empty())
             DeleteFileW(m_strPath.c_str()); // the first failure is the one that is reported
     }
-    NewFile() = default;
-    NewFile(const NewFile&) = delete;
-    NewFile& operator=(const NewFile&) = delete;
 
-    // Nobody can put something in the way of a name that nobody can guess, and nothing that exists is opened.
-    // The file is born with the old one's access list, closed to what the directory would add to it; the same
-    // list is then set as it stood, inherited entries and all.
+    // The name is random, so that nobody can put something in its way, and nothing that exists is opened. The
+    // file is born with the old one's access list, closed to what the directory would add to it; then the
+    // same list is set as it stood, inherited entries and all.
     DWORD Create(const std::wstring& strBeside, DWORD nAttributes)
     {
         LocalBlock descriptor;
@@ -111,14 +79,11 @@ class NewFile
         wsprintfW(szName, L"ZN%08X%08X.tmp", static_cast<unsigned>(nRandom >> 32),
                   static_cast<unsigned>(nRandom));
         const std::wstring strPath = strBeside.substr(0, strBeside.find_last_of(L"\\/") + 1) + szName;
-
         SECURITY_ATTRIBUTES attributes = {sizeof attributes, descriptor.Get(), FALSE};
-        FileHandle file(CreateFileW(strPath.c_str(), GENERIC_WRITE | WRITE_DAC, 0, &attributes, CREATE_NEW,
-                                    nAttributes, nullptr));
-        const DWORD nError = Failure();
-        if (!file)
-            return nError;
-        m_file = std::move(file);
+        m_file = FileHandle(CreateFileW(strPath.c_str(), GENERIC_WRITE | WRITE_DAC, 0, &attributes,
+                                        CREATE_NEW, nAttributes, nullptr));
+        if (!m_file)
+            return Failure();
         m_strPath = strPath;
         // The system keeps the auto-inherited mark only where the request bit is set, too.
         constexpr SECURITY_DESCRIPTOR_CONTROL INHERITANCE =
@@ -131,18 +96,14 @@ class NewFile
         return ERROR_SUCCESS;
     }
 
-    DWORD Write(std::string_view content)
+    DWORD Write(const std::string& strContent)
     {
-        while (!content.empty())
-        {
-            const DWORD nPart = static_cast<DWORD>(std::min<size_t>(content.size(), 1u << 20));
-            DWORD nWritten = 0;
-            if (!WriteFile(m_file.Get(), content.data(), nPart, &nWritten, nullptr))
-                return Failure();
-            if (nWritten == 0)
-                return ERROR_WRITE_FAULT;
-            content.remove_prefix(nWritten);
-        }
+        DWORD nWritten = 0;
+        if (!WriteFile(m_file.Get(), strContent.data(), static_cast<DWORD>(strContent.size()), &nWritten,
+                       nullptr))
+            return Failure();
+        if (nWritten != strContent.size())
+            return ERROR_WRITE_FAULT;
         return FlushFileBuffers(m_file.Get()) ? ERROR_SUCCESS : Failure();
     }
 
@@ -150,7 +111,7 @@ class NewFile
     DWORD TakePlaceOf(const std::wstring& strOther)
     {
         m_file.Close();
-        const DWORD nError = WhileBusy(RENAME_PATIENCE, [&] {
+        const DWORD nError = WhileBusy([&] {
             return MoveFileExW(m_strPath.c_str(), strOther.c_str(),
                                MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)
                        ? DWORD{ERROR_SUCCESS}
@@ -165,30 +126,25 @@ class NewFile
     FileHandle m_file;
     std::wstring m_strPath;
 };
+
 DWORD ReadOnce(const std::wstring& strPath, std::string& strContent)
 {
     const FileHandle file(CreateFileW(strPath.c_str(), GENERIC_READ,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                       OPEN_EXISTING, 0, nullptr));
-    const DWORD nError = Failure();
     if (!file)
-        return nError;
+        return Failure();
     LARGE_INTEGER nSize = {};
     if (!GetFileSizeEx(file.Get(), &nSize))
         return Failure();
     if (nSize.QuadPart > MAX_FILE_SIZE)
         return ERROR_FILE_TOO_LARGE;
     std::string strRead(static_cast<size_t>(nSize.QuadPart), '\0');
-    for (size_t nOffset = 0; nOffset < strRead.size();)
-    {
-        DWORD nRead = 0;
-        if (!ReadFile(file.Get(), &strRead[nOffset], static_cast<DWORD>(strRead.size() - nOffset), &nRead,
-                      nullptr))
-            return Failure();
-        if (nRead == 0) // the file shrank meanwhile: half of it is not its content
-            return ERROR_HANDLE_EOF;
-        nOffset += nRead;
-    }
+    DWORD nRead = 0;
+    if (!ReadFile(file.Get(), strRead.data(), static_cast<DWORD>(strRead.size()), &nRead, nullptr))
+        return Failure();
+    if (nRead != strRead.size()) // the file shrank meanwhile: half of it is not its content
+        return ERROR_HANDLE_EOF;
     strContent = std::move(strRead);
     return ERROR_SUCCESS;
 }
@@ -196,14 +152,20 @@ DWORD ReadOnce(const std::wstring& strPath, std::string& strContent)
 
 DWORD ReadWholeFile(const std::wstring& strPath, std::string& strContent)
 {
-    return WhileBusy(READ_PATIENCE, [&] { return ReadOnce(strPath, strContent); });
+    return WhileBusy([&] { return ReadOnce(strPath, strContent); });
 }
 
 DWORD ReplaceFileContent(const std::wstring& strPath, const ContentChange& change)
 {
-    const WriterLock lock;
-    if (lock.Error() != ERROR_SUCCESS)
-        return lock.Error();
+    // Two programs that change one file at the same time would lose one of the changes. By default the lock
+    // of one administrator would refuse the next one.
+    SharedObjectSecurity security;
+    const KernelHandle mutex(CreateMutexW(security.Get(), FALSE, L"Global\\ZN.Configuration"));
+    if (!mutex)
+        return Failure();
+    const HeldMutex held = AcquireMutex(mutex, LOCK_TIMEOUT_MS); // a writer that died left the file whole
+    if (!held)
+        return ERROR_LOCK_VIOLATION;
     std::string strOld;
     if (const DWORD nError = ReadWholeFile(strPath, strOld))
         return nError;
@@ -211,9 +173,8 @@ DWORD ReplaceFileContent(const std::wstring& strPath, const ContentChange& chang
     if (!strNew)
         return ERROR_INVALID_DATA;
     const DWORD nAttributes = GetFileAttributesW(strPath.c_str());
-    const DWORD nError = Failure();
     if (nAttributes == INVALID_FILE_ATTRIBUTES)
-        return nError;
+        return Failure();
     if (nAttributes & FILE_ATTRIBUTE_READONLY)
         return ERROR_ACCESS_DENIED;
 

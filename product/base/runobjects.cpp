@@ -1,19 +1,17 @@
-// Names and tests the kernel objects of a running queue manager. Must not take one for stopped that
-// may run.
+// Names and tests the kernel objects of a running queue manager. Must not say "stopped" of one that may run.
 #include "runobjects.h"
 
-#include "access.h"
+#include "owner.h"
 
 std::optional<RunObjectNames> RunObjectNames::Make(std::wstring_view strSubpool,
                                                    std::wstring_view strDirectory,
                                                    std::wstring_view strInstallation)
 {
-    constexpr size_t MAX_PART = 128; // three of them leave room below the system's 260
-    constexpr size_t MAX_NAME = 240;
+    constexpr size_t MAX_NAME = 240; // leaves room for the endings below the system's 260
     std::wstring strBase = L"Global\\ZN";
     for (const std::wstring_view strPart : {strSubpool, strDirectory, strInstallation})
     {
-        if (strPart.size() > MAX_PART || strPart.find(L'\\') != std::wstring_view::npos)
+        if (strPart.find(L'\\') != std::wstring_view::npos)
             return std::nullopt;
         strBase.append(L".").append(strPart);
     }
@@ -28,6 +26,6 @@ bool IsRunning(const RunObjectNames& names)
     const DWORD nError = GetLastError();
     if (!mutex)
         return nError != ERROR_FILE_NOT_FOUND;
-    // Somebody's handle may keep the object alive after its owner died: only who owns the mutex runs.
+    // A handle of another program can keep the mutex alive after its owner died: only an owned one counts.
     return !AcquireMutex(mutex, 0);
 }

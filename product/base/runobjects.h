@@ -9,7 +9,7 @@
 // Names of the objects, made of what identifies the queue manager on this machine.
 struct RunObjectNames
 {
-    // Each part at most 128 characters without a backslash; nothing otherwise.
+    // Nothing when a part holds a backslash or the names would be too long.
     static std::optional<RunObjectNames> Make(std::wstring_view strSubpool, std::wstring_view strDirectory,
                                               std::wstring_view strInstallation);
 

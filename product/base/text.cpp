@@ -12,100 +12,75 @@
 
 namespace
 {
-std::optional<std::wstring> Decode(std::string_view text, UINT nCodePage, DWORD fFlags)
+constexpr size_t MAX_BYTES = 4; // that a UTF-16 unit needs in any code page
+
+std::optional<std::wstring> Decode(std::string_view text, DWORD fFlags)
 {
     if (text.empty())
         return std::wstring();
     if (text.size() > INT_MAX)
         return std::nullopt;
     const int nSize = static_cast<int>(text.size());
-    const int nLength = MultiByteToWideChar(nCodePage, fFlags, text.data(), nSize, nullptr, 0);
+    std::wstring strResult(text.size(), L'\0');
+    const int nLength =
+        MultiByteToWideChar(CP_THREAD_ACP, fFlags, text.data(), nSize, strResult.data(), nSize);
     if (nLength <= 0)
         return std::nullopt;
-    std::wstring strResult(static_cast<size_t>(nLength), L'\0');
-    MultiByteToWideChar(nCodePage, fFlags, text.data(), nSize, strResult.data(), nLength);
+    strResult.resize(static_cast<size_t>(nLength));
     return strResult;
 }
 
-// The number behind CP_THREAD_ACP, which can be UTF-8.
-UINT Resolve(UINT nCodePage)
+// An empty text when the text cannot be converted.
+std::string Encode(std::wstring_view text, UINT nCodePage, DWORD fFlags = 0, BOOL* pfLost = nullptr)
 {
-    CPINFOEXW info = {};
-    return GetCPInfoExW(nCodePage, 0, &info) ? info.CodePage : nCodePage;
-}
-
-std::optional<std::string> Encode(std::wstring_view text, UINT nCodePage)
-{
-    if (text.empty())
-        return std::string();
-    if (text.size() > INT_MAX)
-        return std::nullopt;
-    // UTF-8 takes neither the flag nor the lost-character indicator of the other code pages.
-    const bool fUtf8 = Resolve(nCodePage) == CP_UTF8;
-    BOOL fLost = FALSE;
-    const DWORD fFlags = fUtf8 ? WC_ERR_INVALID_CHARS : WC_NO_BEST_FIT_CHARS;
-    const int nSize = static_cast<int>(text.size());
-    const int nLength = WideCharToMultiByte(nCodePage, fFlags, text.data(), nSize, nullptr, 0, nullptr,
-                                            fUtf8 ? nullptr : &fLost);
-    if (nLength <= 0 || fLost)
-        return std::nullopt;
-    std::string strResult(static_cast<size_t>(nLength), '\0');
-    WideCharToMultiByte(nCodePage, fFlags, text.data(), nSize, strResult.data(), nLength, nullptr, nullptr);
+    if (text.size() > INT_MAX / MAX_BYTES)
+        return "";
+    std::string strResult(text.size() * MAX_BYTES, '\0');
+    const int nLength =
+        WideCharToMultiByte(nCodePage, fFlags, text.data(), static_cast<int>(text.size()), strResult.data(),
+                            static_cast<int>(strResult.size()), nullptr, pfLost);
+    strResult.resize(static_cast<size_t>(nLength));
     return strResult;
 }
 } // namespace
 
 std::optional<std::wstring> Widen(std::string_view text)
 {
-    return Widen(text, CP_THREAD_ACP);
-}
-
-std::optional<std::wstring> Widen(std::string_view text, unsigned nCodePage)
-{
-    return Decode(text, nCodePage, MB_ERR_INVALID_CHARS);
+    return Decode(text, MB_ERR_INVALID_CHARS);
 }
 
 std::optional<std::string> Narrow(std::wstring_view text)
 {
-    return Encode(text, CP_THREAD_ACP);
-}
-
-std::optional<std::string> Recode(std::string_view text, unsigned nFrom, unsigned nTo)
-{
-    if (nFrom == nTo)
-        return std::string(text);
-    const std::optional<std::wstring> strWide = Widen(text, nFrom);
-    return strWide ? Encode(*strWide, nTo) : std::nullopt;
+    // Where the thread's code page is UTF-8, the call takes neither the flag nor the indicator of the others.
+    CPINFOEXW info = {};
+    const bool fUtf8 = GetCPInfoExW(CP_THREAD_ACP, 0, &info) && info.CodePage == CP_UTF8;
+    BOOL fLost = FALSE;
+    std::string strResult = fUtf8 ? Encode(text, CP_UTF8, WC_ERR_INVALID_CHARS)
+                                  : Encode(text, CP_THREAD_ACP, WC_NO_BEST_FIT_CHARS, &fLost);
+    if (fLost || strResult.empty() != text.empty())
+        return std::nullopt;
+    return strResult;
 }
 
 std::wstring WidenForDisplay(std::string_view text)
 {
-    return Decode(text, CP_THREAD_ACP, 0).value_or(L"(unreadable text)");
+    return Decode(text, 0).value_or(L"(unreadable text)");
+}
+
+std::string ForConsole(std::wstring_view text)
+{
+    return Encode(text, CP_OEMCP);
 }
 
 std::string ToUtf8Line(std::wstring_view text)
 {
-    const auto isHalf = [text](size_t i, unsigned nHalf) {
-        return i < text.size() && (text[i] & 0xFC00u) == nHalf;
-    };
-    std::wstring strLine;
-    strLine.reserve(text.size());
-    const auto escape = [&strLine](const std::string& str) { strLine.append(str.begin(), str.end()); };
-    for (size_t i = 0; i < text.size(); ++i)
-    {
-        const wchar_t ch = text[i];
-        if (isHalf(i, 0xD800) && isHalf(i + 1, 0xDC00))
-            strLine.append(text, i++, 2);
-        else if (isHalf(i, 0xD800) || isHalf(i, 0xDC00))
-            escape(Format("\\u%04X", ch));
-        else if (ch == L'\n' || ch == L'\r' || ch == L'\t')
-            strLine += ch == L'\n' ? L"\\n" : ch == L'\r' ? L"\\r" : L"\\t";
-        else if (ch < 0x20 || ch == 0x7F)
-            escape(Format("\\x%02X", ch));
+    std::string strLine;
+    for (const char ch : Encode(text, CP_UTF8))
+        if (const auto n = static_cast<unsigned char>(ch); n < 0x20 || n == 0x7F)
+            strLine += Format("\\x%02X", n);
         else
             strLine += ch;
-    }
-    return Encode(strLine, CP_UTF8).value_or("");
+    return strLine;
 }
 
 std::string Format(const char* pszFormat, ...)
@@ -128,7 +103,15 @@ std::wstring ErrorText(unsigned long nError)
     std::wstring strResult = L"error " + std::to_wstring(nError);
     if (nLength > 0)
         strResult += L": " + std::wstring(text.Get(), nLength);
-    while (!strResult.empty() && strResult.back() == L' ')
+    while (strResult.ends_with(L' '))
         strResult.pop_back();
     return strResult;
+}
+
+std::string UtcNow()
+{
+    SYSTEMTIME now = {};
+    GetSystemTime(&now);
+    return Format("%04u-%02u-%02u %02u:%02u:%02u.%03uZ", now.wYear, now.wMonth, now.wDay, now.wHour,
+                  now.wMinute, now.wSecond, now.wMilliseconds);
 }

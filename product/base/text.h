@@ -7,17 +7,15 @@
 
 // Nothing when a character cannot be converted: a path that lost a character names something else.
 std::optional<std::wstring> Widen(std::string_view text);
-std::optional<std::wstring> Widen(std::string_view text, unsigned nCodePage);
 std::optional<std::string> Narrow(std::wstring_view text);
-
-// From one code page to another, by the same rule.
-std::optional<std::string> Recode(std::string_view text, unsigned nFrom, unsigned nTo);
 
 // As Widen, for text that is only shown: what cannot be converted becomes a replacement character.
 std::wstring WidenForDisplay(std::string_view text);
 
-// UTF-8 on one line, nothing lost: control characters become \n, \r, \t or \xNN, half a surrogate pair
-// \uNNNN.
+// The text in the console's OEM code page. What that lacks becomes a replacement character.
+std::string ForConsole(std::wstring_view text);
+
+// The text in UTF-8 on one line: control characters become \xNN.
 std::string ToUtf8Line(std::wstring_view text);
 
 // Printf into a string, for numbers and short names: at most 511 characters.
@@ -29,5 +27,8 @@ std::string ToUtf8Line(std::wstring_view text);
 [[gnu::format(ZN_PRINTF_RULES, 1, 2)]] std::string Format(const char* pszFormat, ...);
 #undef ZN_PRINTF_RULES
 
-// printf of the system's words for an error code, "error 5: Access is denied.", in UTF-16.
+// An error code with the system's text for it: "error 5: Access is denied."
 std::wstring ErrorText(unsigned long nError);
+
+// The time of day: "2026-01-31 23:59:59.123Z"
+std::string UtcNow();

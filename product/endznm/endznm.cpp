@@ -44,12 +44,9 @@ int Fail(ExitCode eCode, const std::wstring& strText)
     return eCode;
 }
 
-bool IsOption(std::wstring_view strWord)
+bool IsOption(const std::wstring& strWord)
 {
-    for (const std::wstring_view strOption : {L"-w", L"-i", L"-p", L"-rp", L"-ri"})
-        if (strWord == strOption)
-            return true;
-    return false;
+    return strWord == L"-w" || strWord == L"-i" || strWord == L"-p" || strWord == L"-rp" || strWord == L"-ri";
 }
 
 int CheckAuthority(const CommonServices& services)
@@ -84,9 +81,7 @@ int WaitForEnd(const QueueManager& queueManager, const KernelHandle& running, co
         return Fail(EXIT_TIMED_OUT, strWho + L"did not end within 60 seconds and is still ending.\n"
                                              L"Disconnect its applications and try again.");
     default:
-        return Fail(EXIT_SYSTEM, L"Whether queue manager '" + queueManager.strName +
-                                     L"' ended could not be found out: " + ErrorText(nError) +
-                                     L"\nTry again.");
+        return Fail(EXIT_SYSTEM, strWho + L"may still run: " + ErrorText(nError) + L"\nTry again.");
     }
 }
 

@@ -1,9 +1,8 @@
 // Interface of the product's common-services library tovxcs2.dll.
 //
-// Narrow texts are zero-terminated, in the thread's ANSI code page (CP_THREAD_ACP) unless a line says
-// otherwise. Every operation that returns int32_t returns 0 for success and a return code (XCS_RC_..., or
-// another non-zero value) for failure. Constant arguments whose meaning is the library's own are passed as
-// the callers always have.
+// Narrow texts are zero-terminated, in the thread's ANSI code page (CP_THREAD_ACP). Every operation that
+// returns int32_t returns 0 for success and a return code (XCS_RC_..., or another non-zero value) for
+// failure. What constant arguments mean is the library's own.
 #pragma once
 
 #include <cstddef>
@@ -36,8 +35,7 @@ struct XCS_CONNECTION
 };
 static_assert(offsetof(XCS_CONNECTION, nProcess) == 8);
 
-// Scratch storage that a program lends to some operations for the length of one call. Nothing in it is the
-// program's to read.
+// Storage that a program lends to some operations for the length of one call. It reads nothing in it.
 struct alignas(16) XCS_SCRATCH
 {
     unsigned char abData[4096];
@@ -45,7 +43,7 @@ struct alignas(16) XCS_SCRATCH
 
 #pragma pack(push, 1)
 
-// A queue manager as xcsGetQMDetails reports it. Allocated by the library; released with xcsFreeMemFn.
+// A queue manager. Allocated by xcsGetQMDetails; released with xcsFreeMemFn.
 struct XCS_QM_DETAILS
 {
     char szName[49];             // queue manager name
@@ -57,8 +55,7 @@ struct XCS_QM_DETAILS
     char szSubpool[49];          // subpool identity for xcsIsSubpoolActive
 };
 
-// An installation as xcsGetInstallationDetails reports it. Allocated by the library; released with
-// xcsFreeMemFn.
+// An installation. Allocated by xcsGetInstallationDetails; released with xcsFreeMemFn.
 struct XCS_INSTALLATION_DETAILS
 {
     char szName[17];        // installation name
@@ -94,8 +91,6 @@ static_assert(sizeof(XCS_INSERTS) == 56);
 
 extern "C"
 {
-    // --- Start-up and shut-down ---------------------------------------------------------------------------
-
     // Compares the level that the caller was built for with the installed library's. Needs no initialisation.
     XCS_API int32_t xcsCheckConsistency(const char* pszVersionLevel);
 
@@ -112,8 +107,6 @@ extern "C"
     // Takes the common services down: the trace is closed, the thread's trace area is gone afterwards.
     XCS_API int32_t xcsTerminate(XCS_CONNECTION* pConnection, int32_t nOptions);
 
-    // --- Configuration files ------------------------------------------------------------------------------
-
     // Path of the product's configuration file zns.ini (pszQMName null) or of a queue manager's qm.ini.
     // pszFileName has room for XCS_PATH_SIZE bytes. *pnFileType goes back to the two operations below as it
     // is.
@@ -126,13 +119,11 @@ extern "C"
                                    const char* pszAttribute, char* pszBuffer, uint32_t* pnLength,
                                    const char* pszFileName, uint32_t nFileType);
 
-    // Sets an attribute of the stanza that xcsIniUtilRead would read. Every other byte of the file stays; the
-    // file is replaced in one step, so that a failure at any point leaves the old file whole.
+    // Replaces the value that xcsIniUtilRead would read. Every other byte of the file stays; the file is
+    // replaced in one step, so that a failure at any point leaves the old file whole.
     XCS_API int32_t xcsIniUtilWrite(const char* pszStanza, const char* pszKeyName, const char* pszKeyValue,
                                     const char* pszAttribute, const char* pszValue, const char* pszFileName,
                                     uint32_t nFileType);
-
-    // --- Queue managers and installations -----------------------------------------------------------------
 
     // Looks a queue manager up by its name (case-sensitive). On success *ppDetails is a new record.
     XCS_API int32_t xcsGetQMDetails(const char* pszQMName, XCS_SCRATCH* pScratch, XCS_QM_DETAILS** ppDetails);
@@ -155,8 +146,6 @@ extern "C"
     // Releases a record that the library allocated. Null is allowed.
     XCS_API void xcsFreeMemFn(void* pReserved1, int32_t nComponent, void* pReserved2, void* pRecord);
 
-    // --- Programs, directories, volumes -------------------------------------------------------------------
-
     // Runs a program to its end. pszArguments is a list of zero-terminated words that ends in an empty word;
     // the first word is the program again. 0 when it ran, with *pnResult its exit code; otherwise a code.
     XCS_API int32_t xcsExecProgramHandle(int32_t nComponent, const char* pszProgram, int32_t nOption1,
@@ -172,8 +161,6 @@ extern "C"
     // could not be found out. *pnRootLength is the length of the volume's root within the path, in UTF-16
     // units of the path's wide form, or stays.
     XCS_API int32_t xcsVolumeSupportsSecurity(const char* pszPath, uint32_t* pnRootLength);
-
-    // --- Failure records ----------------------------------------------------------------------------------
 
     // Names the source module and line for the failure record that the thread writes next. The text is kept
     // by reference.

@@ -55,15 +55,13 @@ CommonServices::~CommonServices()
 
 void CommonServices::ReportFailure() const
 {
-    const bool fOtherLevel = xcsCheckConsistency(XCS_VERSION_LEVEL) != 0;
-    fprintf(stderr,
-            fOtherLevel ? "The Vantor ZN common services are not of level " XCS_VERSION_LEVEL
-                          ", for which this program was made (code 0x%08X).\n"
-                          "Use the programs and libraries of one installation.\n"
-                        : "The Vantor ZN common services could not be started (code 0x%08X).\n"
-                          "Check that this user can read zns.ini in the work path, which ZN_WORK_PATH or the "
-                          "registry names.\n",
-            static_cast<unsigned>(m_nResult));
+    fprintf(
+        stderr,
+        "The Vantor ZN common services could not be started (code 0x%08X).\n"
+        "Use the programs and libraries of one installation, of level " XCS_VERSION_LEVEL
+        ", and check that this user can read zns.ini in the work path, which ZN_WORK_PATH or the registry "
+        "names.\n",
+        static_cast<unsigned>(m_nResult));
 }
 
 std::optional<QueueManager> FindQueueManager(const std::wstring& strName)
@@ -77,16 +75,13 @@ std::optional<QueueManager> FindQueueManager(const std::wstring& strName)
     const Installation installation = FindInstallationOf(*details);
     if (!installation)
         return std::nullopt;
-    const auto strSubpool = Widen(details->szSubpool);
-    const auto strDirectory = Widen(details->szDirectory);
-    const auto strDataDirectory = Widen(details->szDataDirectory);
-    const auto strIdentity = Widen(installation->szIdentity);
-    if (!strSubpool || !strDirectory || !strDataDirectory || !strIdentity)
-        return std::nullopt;
-    const auto runObjects = RunObjectNames::Make(*strSubpool, *strDirectory, *strIdentity);
+    // The library made these texts from wide ones: nothing of them is lost.
+    const auto wide = [](const char* psz) { return WidenForDisplay(psz); };
+    const auto runObjects = RunObjectNames::Make(wide(details->szSubpool), wide(details->szDirectory),
+                                                 wide(installation->szIdentity));
     if (!runObjects)
         return std::nullopt;
-    return QueueManager{strName, *strDataDirectory, *runObjects};
+    return QueueManager{strName, wide(details->szDataDirectory), *runObjects};
 }
 
 std::string PrimaryInstallationName()
@@ -97,12 +92,7 @@ std::string PrimaryInstallationName()
 
 void PrintLine(FILE* pStream, std::wstring_view strText)
 {
-    const int nSize = static_cast<int>(strText.size());
-    std::string strLine(strText.size() * 4 + 1, '\0');
-    const int nLength = WideCharToMultiByte(CP_OEMCP, 0, strText.data(), nSize, strLine.data(),
-                                            static_cast<int>(strLine.size()), nullptr, nullptr);
-    strLine.resize(nLength > 0 ? static_cast<size_t>(nLength) : 0);
-    fprintf(pStream, "%s\n", strLine.c_str());
+    fprintf(pStream, "%s\n", ForConsole(strText).c_str());
     fflush(pStream);
 }
 

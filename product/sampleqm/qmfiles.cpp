@@ -2,52 +2,88 @@
 // record is missing.
 #include "qmfiles.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <cstring>
+#include <shlobj.h>
 
-#include "records.h"
+#include <cstdlib>
+
 #include "replacefile.h"
 #include "text.h"
 
 namespace
 {
-constexpr wchar_t MANIFEST[] = L"\\manifest.rec";
-constexpr std::string_view DATA_ROOT = "data";
-constexpr std::string_view LOG_ROOT = "log";
-constexpr std::string_view MANIFEST_END = "end of manifest";
-constexpr unsigned WRITTEN_FILES = 2;
-
-std::wstring Plain(std::string_view text) // names of files and roots are ASCII
+// A record is a text line "number text checksum", numbered from 1. A file only ever grows by whole records,
+// so that a crash can cut off only the last line.
+uint32_t Crc32(std::string_view content)
 {
-    return std::wstring(text.begin(), text.end());
+    uint32_t nCrc = 0xFFFFFFFF;
+    for (const char ch : content)
+    {
+        nCrc ^= static_cast<unsigned char>(ch);
+        for (int nBit = 0; nBit < 8; ++nBit)
+            nCrc = (nCrc >> 1) ^ ((nCrc & 1) != 0 ? 0xEDB88320 : 0);
+    }
+    return ~nCrc;
 }
 
+std::string Number(uint32_t nNumber)
+{
+    return Format("%08u ", nNumber);
+}
+
+std::string Checksum(std::string_view content)
+{
+    return Format(" %08X", Crc32(content));
+}
+
+std::string MakeRecord(uint32_t nNumber, std::string_view strText)
+{
+    const std::string strBody = Number(nNumber).append(strText);
+    return strBody + Checksum(strBody) + "\n";
+}
+
+struct RecordScan
+{
+    std::vector<std::string_view> texts; // of the records, views of the content
+    size_t nWhole = 0;                   // bytes of them: what lies behind is a half-written record or damage
+    bool fDamaged = false;               // a whole line is not the record that belongs there
+};
+
+RecordScan ScanRecords(std::string_view content)
+{
+    RecordScan scan;
+    for (size_t nEnd; (nEnd = content.find('\n', scan.nWhole)) != content.npos; scan.nWhole = nEnd + 1)
+    {
+        const std::string_view strLine = content.substr(scan.nWhole, nEnd - scan.nWhole);
+        const std::string strNumber = Number(static_cast<uint32_t>(scan.texts.size() + 1));
+        const size_t nChecksum = Checksum("").size();
+        scan.fDamaged = strLine.size() < strNumber.size() + nChecksum || !strLine.starts_with(strNumber) ||
+                        strLine.substr(strLine.size() - nChecksum) !=
+                            Checksum(strLine.substr(0, strLine.size() - nChecksum));
+        if (scan.fDamaged)
+            return scan;
+        scan.texts.push_back(strLine.substr(strNumber.size(), strLine.size() - strNumber.size() - nChecksum));
+    }
+    return scan;
+}
+
+constexpr unsigned WRITTEN_FILES = 2;              // the first two: a running queue manager writes to them
+constexpr std::string_view FILES_TEXT = "files: "; // before the number of all, in activity.rec's first record
+
+// Makes the file, and the directories above it that are missing.
 DWORD CreateFileWith(const std::wstring& strPath, DWORD nAttributes, const std::string& strContent)
 {
+    const std::wstring strDirectory = strPath.substr(0, strPath.find_last_of(L'\\'));
+    const int nError = SHCreateDirectoryExW(nullptr, strDirectory.c_str(), nullptr);
+    if (nError != ERROR_SUCCESS && nError != ERROR_ALREADY_EXISTS)
+        return static_cast<DWORD>(nError);
     const FileHandle file(
         CreateFileW(strPath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, nAttributes, nullptr));
-    const DWORD nError = GetLastError();
     if (!file)
-        return nError;
+        return GetLastError();
     DWORD nWritten = 0;
     if (!WriteFile(file.Get(), strContent.data(), static_cast<DWORD>(strContent.size()), &nWritten, nullptr))
         return GetLastError();
     return nWritten == strContent.size() ? ERROR_SUCCESS : ERROR_WRITE_FAULT;
-}
-
-// Makes the directory, and what is missing above it. ERROR_ALREADY_EXISTS when it is there.
-DWORD CreateDirectories(const std::wstring& strPath)
-{
-    const BOOL fCreated = CreateDirectoryW(strPath.c_str(), nullptr);
-    const DWORD nError = fCreated ? DWORD{ERROR_SUCCESS} : GetLastError();
-    const size_t nParent = strPath.find_last_of(L'\\');
-    if (nError != ERROR_PATH_NOT_FOUND || nParent == std::wstring::npos || nParent < 3)
-        return nError;
-    const DWORD nParentError = CreateDirectories(strPath.substr(0, nParent));
-    if (nParentError != ERROR_SUCCESS && nParentError != ERROR_ALREADY_EXISTS)
-        return nParentError;
-    return CreateDirectoryW(strPath.c_str(), nullptr) ? ERROR_SUCCESS : GetLastError();
 }
 
 // Directory of the n-th file below its root, with a backslash at its end: up to four levels, three
@@ -62,91 +98,50 @@ std::string DirectoryOf(unsigned n)
     return strPath;
 }
 
-DWORD AttributesOf(unsigned n)
+// A file of the sample queue manager, as it is created. All of it follows from the file's number.
+struct SampleFile
 {
-    constexpr unsigned EVERY_READ_ONLY = 10;
-    constexpr unsigned EVERY_HIDDEN = 7;
-    DWORD nAttributes = 0;
-    if (n % EVERY_READ_ONLY == EVERY_READ_ONLY - 1)
-        nAttributes |= FILE_ATTRIBUTE_READONLY;
-    if (n % EVERY_HIDDEN == EVERY_HIDDEN - 1)
-        nAttributes |= FILE_ATTRIBUTE_HIDDEN;
-    return nAttributes != 0 ? nAttributes : DWORD{FILE_ATTRIBUTE_NORMAL};
-}
-
-// A manifest line: root, least number of records, path below the root.
-struct ListedFile
-{
-    std::string strRoot;
-    unsigned nRecords;
-    std::string strPath;
+    std::wstring strPath;
+    DWORD nAttributes = FILE_ATTRIBUTE_NORMAL;
+    unsigned nRecords = 1;
+    std::string strContent;
 };
 
-std::string ToLine(const ListedFile& listed)
+SampleFile FileOf(const QueueManagerFiles& files, unsigned n)
 {
-    return listed.strRoot + Format(" %u ", listed.nRecords) + listed.strPath;
-}
-
-std::optional<ListedFile> FromLine(std::string_view strLine)
-{
-    const size_t nFirst = strLine.find(' ');
-    const size_t nSecond = nFirst != strLine.npos ? strLine.find(' ', nFirst + 1) : strLine.npos;
-    if (nSecond == strLine.npos)
-        return std::nullopt;
-    const std::string strCount(strLine.substr(nFirst + 1, nSecond - nFirst - 1));
-    return ListedFile{std::string(strLine.substr(0, nFirst)),
-                      static_cast<unsigned>(std::strtoul(strCount.c_str(), nullptr, 10)),
-                      std::string(strLine.substr(nSecond + 1))};
-}
-
-// The n-th file of a queue manager. The first two are those that it writes to.
-ListedFile PlannedFile(unsigned n)
-{
-    constexpr unsigned MAX_RECORDS = 20;
+    constexpr unsigned MAX_RECORDS = 20, EVERY_READ_ONLY = 10, EVERY_HIDDEN = 7;
+    SampleFile file;
     if (n < WRITTEN_FILES)
-        return n == 0 ? ListedFile{std::string(DATA_ROOT), 1, "activity.rec"}
-                      : ListedFile{std::string(LOG_ROOT), 1, "journal.rec"};
+    {
+        file.strPath = n == 0 ? files.ActivityPath() : files.JournalPath();
+        return file;
+    }
     n -= WRITTEN_FILES;
-    return {std::string(n % 2 == 0 ? DATA_ROOT : LOG_ROOT), 1 + n % MAX_RECORDS,
-            DirectoryOf(n / 2) + Format("file%05u.rec", n)};
+    const std::string strName = DirectoryOf(n / 2) + Format("file%05u.rec", n);
+    file.strPath = n % 2 == 0 ? files.strDataDirectory : files.strLogDirectory;
+    file.strPath += L"\\" + WidenForDisplay(strName); // ASCII
+    file.nAttributes = (n % EVERY_READ_ONLY == 0 ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL) |
+                       (n % EVERY_HIDDEN == 0 ? FILE_ATTRIBUTE_HIDDEN : FILE_ATTRIBUTE_NORMAL);
+    file.nRecords += n % MAX_RECORDS;
+    for (unsigned i = 1; i <= file.nRecords; ++i)
+        file.strContent += MakeRecord(i, Format("message %u of %s", i, strName.c_str()));
+    return file;
 }
 
-std::wstring PathOf(const QueueManagerFiles& files, const ListedFile& listed)
+// What is wrong with the n-th file, or an empty text. Only a file that a running queue manager writes to may
+// end in a half-written record.
+std::wstring Examine(const QueueManagerFiles& files, unsigned n, Verdict& verdict)
 {
-    return (listed.strRoot == DATA_ROOT ? files.strDataDirectory : files.strLogDirectory) + L"\\" +
-           Plain(listed.strPath);
-}
-
-DWORD CreateListedFile(const std::wstring& strPath, const ListedFile& listed, DWORD nAttributes)
-{
-    const DWORD nError = CreateDirectories(strPath.substr(0, strPath.find_last_of(L'\\')));
-    if (nError != ERROR_SUCCESS && nError != ERROR_ALREADY_EXISTS)
-        return nError;
+    const SampleFile file = FileOf(files, n);
     std::string strContent;
-    for (uint32_t n = 1; n <= listed.nRecords; ++n)
-        strContent += MakeRecord(n, Format("message %u of %s", n, listed.strPath.c_str()));
-    return CreateFileWith(strPath, nAttributes, strContent);
-}
-
-// What is wrong with a listed file, or an empty text. Only the files that a running queue manager writes to
-// may end in a half-written record.
-std::wstring Examine(const QueueManagerFiles& files, const ListedFile& listed, Verdict& verdict)
-{
-    const std::wstring strPath = PathOf(files, listed);
-    std::string strContent;
-    if (const DWORD nError = ReadWholeFile(strPath, strContent))
-        return ErrorText(nError);
+    if (const DWORD nError = ReadWholeFile(file.strPath, strContent))
+        return file.strPath + L": " + ErrorText(nError);
     const RecordScan scan = ScanRecords(strContent);
-    const bool fWritten = strPath == files.ActivityPath() || strPath == files.JournalPath();
-    verdict.nRecords += static_cast<unsigned>(scan.texts.size());
-    if (scan.fDamaged)
-        return L"damaged behind record " + std::to_wstring(scan.texts.size());
-    if (scan.nWhole < strContent.size() && !fWritten)
-        return L"its last record is cut off";
-    if (scan.texts.size() < listed.nRecords || (scan.texts.size() > listed.nRecords && !fWritten))
-        return std::to_wstring(scan.texts.size()) + L" records instead of " +
-               std::to_wstring(listed.nRecords);
-    return L"";
+    const auto nFound = static_cast<unsigned>(scan.texts.size());
+    verdict.nRecords += nFound;
+    const bool fWhole =
+        n < WRITTEN_FILES ? !scan.fDamaged && nFound >= file.nRecords : strContent == file.strContent;
+    return fWhole ? L"" : file.strPath + L": missing or damaged behind record " + std::to_wstring(nFound);
 }
 } // namespace
 
@@ -155,24 +150,19 @@ DWORD CreateFiles(const QueueManagerFiles& files, unsigned nFiles, std::wstring&
     for (const std::wstring& strDirectory : {files.strDataDirectory, files.strLogDirectory})
     {
         strFailed = strDirectory;
-        if (const DWORD nError = CreateDirectories(strDirectory))
-            return nError;
+        if (const int nError = SHCreateDirectoryExW(nullptr, strDirectory.c_str(), nullptr))
+            return static_cast<DWORD>(nError);
     }
-    std::string strManifest;
-    for (unsigned n = 0; n < WRITTEN_FILES + nFiles; ++n)
+    nFiles += WRITTEN_FILES;
+    const std::string strFirst = MakeRecord(1, std::string(FILES_TEXT) + std::to_string(nFiles));
+    for (unsigned n = 0; n < nFiles; ++n)
     {
-        const ListedFile listed = PlannedFile(n);
-        strFailed = PathOf(files, listed);
-        const DWORD nAttributes = n < WRITTEN_FILES ? DWORD{FILE_ATTRIBUTE_NORMAL} : AttributesOf(n);
-        if (const DWORD nError = CreateListedFile(strFailed, listed, nAttributes))
+        const SampleFile file = FileOf(files, n);
+        strFailed = file.strPath;
+        const std::string& strContent = n < WRITTEN_FILES ? strFirst : file.strContent;
+        if (const DWORD nError = CreateFileWith(file.strPath, file.nAttributes, strContent))
             return nError;
-        strManifest += MakeRecord(n + 1, ToLine(listed));
     }
-    strManifest += MakeRecord(WRITTEN_FILES + nFiles + 1, MANIFEST_END);
-    strFailed = files.strDataDirectory + MANIFEST;
-    if (const DWORD nError = CreateFileWith(strFailed, FILE_ATTRIBUTE_NORMAL, strManifest))
-        return nError;
-
     strFailed = files.strDataDirectory + L"\\qm.ini";
     const auto strLogPath = Narrow(files.strLogDirectory);
     if (!strLogPath)
@@ -184,28 +174,23 @@ DWORD CreateFiles(const QueueManagerFiles& files, unsigned nFiles, std::wstring&
 
 Verdict VerifyFiles(const QueueManagerFiles& files, const std::function<void(const std::wstring&)>& report)
 {
-    Verdict verdict;
-    const std::wstring strManifest = files.strDataDirectory + MANIFEST;
     std::string strContent;
-    const DWORD nError = ReadWholeFile(strManifest, strContent);
+    const DWORD nError = ReadWholeFile(files.ActivityPath(), strContent);
     const RecordScan scan = ScanRecords(strContent);
-    if (nError != ERROR_SUCCESS || scan.fDamaged || scan.nWhole < strContent.size() || scan.texts.empty() ||
-        scan.texts.back() != MANIFEST_END)
+    if (nError != ERROR_SUCCESS || scan.texts.empty() || !scan.texts[0].starts_with(FILES_TEXT))
     {
-        report(strManifest + L": " +
-               (nError != ERROR_SUCCESS ? ErrorText(nError) : L"the manifest is damaged"));
+        report(files.ActivityPath() + L": cannot be read, or its first record is damaged");
         return {0, 0, 1};
     }
-    for (size_t n = 0; n + 1 < scan.texts.size(); ++n)
-    {
-        const auto listed = FromLine(scan.texts[n]);
-        const std::wstring strWrong = listed ? Examine(files, *listed, verdict) : L"not a line of a manifest";
-        ++verdict.nFiles;
-        if (strWrong.empty())
-            continue;
-        ++verdict.nDamaged;
-        report((listed ? PathOf(files, *listed) : strManifest) + L": " + strWrong);
-    }
+    Verdict verdict;
+    verdict.nFiles =
+        static_cast<unsigned>(std::strtoul(scan.texts[0].data() + FILES_TEXT.size(), nullptr, 10));
+    for (unsigned n = 0; n < verdict.nFiles; ++n)
+        if (const std::wstring strWrong = Examine(files, n, verdict); !strWrong.empty())
+        {
+            ++verdict.nDamaged;
+            report(strWrong);
+        }
     return verdict;
 }
 
@@ -229,12 +214,9 @@ RecordAppender::RecordAppender(const std::wstring& strPath)
 
 bool RecordAppender::Append(std::string_view strText)
 {
-    const std::string strRecord = MakeRecord(m_nNext, strText);
+    const std::string strRecord = MakeRecord(m_nNext++, strText);
     DWORD nWritten = 0;
-    if (!WriteFile(m_file.Get(), strRecord.data(), static_cast<DWORD>(strRecord.size()), &nWritten,
-                   nullptr) ||
-        nWritten != strRecord.size())
-        return false;
-    ++m_nNext;
-    return true;
+    return WriteFile(m_file.Get(), strRecord.data(), static_cast<DWORD>(strRecord.size()), &nWritten,
+                     nullptr) &&
+           nWritten == strRecord.size();
 }

@@ -1,4 +1,4 @@
-// The files of a sample queue manager: made, listed in a manifest in the data directory, verified.
+// The files of a sample queue manager: made, verified, appended to.
 #pragma once
 
 #include <windows.h>
@@ -19,9 +19,9 @@ struct QueueManagerFiles
     std::wstring JournalPath() const { return strLogDirectory + L"\\journal.rec"; }
 };
 
-// Makes both directories, which must not exist yet, with nFiles record files, the manifest and qm.ini.
-// Returns 0 or the system's error code, with strFailed the path that it is about; what was made until then
-// stays.
+// Makes both directories, which must not exist yet, with the two files that are written to, nFiles other
+// record files and qm.ini. Returns 0 or the system's error code, with strFailed the path that it is about;
+// what was made until then stays.
 DWORD CreateFiles(const QueueManagerFiles& files, unsigned nFiles, std::wstring& strFailed);
 
 struct Verdict
@@ -31,7 +31,7 @@ struct Verdict
     unsigned nDamaged = 0; // files missing, unreadable or damaged
 };
 
-// Checks every file of the manifest. report gets a line for each file that is not whole.
+// Checks every file. report gets a line for each file that is not whole.
 Verdict VerifyFiles(const QueueManagerFiles& files, const std::function<void(const std::wstring&)>& report);
 
 // A record file that is open for more records. What a crash cut off in its last line is removed at opening.
@@ -42,7 +42,7 @@ class RecordAppender
     explicit RecordAppender(const std::wstring& strPath);
     explicit operator bool() const { return static_cast<bool>(m_file); }
 
-    // False when the record could not be written whole.
+    // False when the record could not be written whole. No other may be appended then.
     bool Append(std::string_view strText);
 
   private:

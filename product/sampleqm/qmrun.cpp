@@ -2,8 +2,6 @@
 // with a file missing or damaged, and must survive being killed at any point.
 #include "qmrun.h"
 
-#include <ntsecapi.h>
-
 #include "access.h"
 #include "text.h"
 
@@ -25,15 +23,6 @@ bool SignalReady(const std::wstring& strEvent)
         return true;
     const KernelHandle ready(OpenEventW(EVENT_MODIFY_STATE, FALSE, strEvent.c_str()));
     return ready && SetEvent(ready.Get());
-}
-
-std::string Stamp(const char* pszText)
-{
-    SYSTEMTIME now = {};
-    GetSystemTime(&now);
-    return Format("%04u-%02u-%02uT%02u:%02u:%02uZ ", now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute,
-                  now.wSecond) +
-           pszText;
 }
 } // namespace
 
@@ -65,7 +54,8 @@ RunResult Run(const QueueManager& queueManager, const QueueManagerFiles& files, 
     RecordAppender activity(files.ActivityPath());
     RecordAppender journal(files.JournalPath());
     auto record = [&](const char* pszText) {
-        return activity.Append(Stamp(pszText)) && journal.Append(Stamp(pszText));
+        const std::string strText = UtcNow() + " " + pszText;
+        return activity.Append(strText) && journal.Append(strText);
     };
     if (!activity || !journal || !record("started") || !SignalReady(options.strReadyEvent))
         return Refuse(RUN_SYSTEM, strWho + L"cannot write to " + files.ActivityPath() + L" and " +
@@ -90,10 +80,7 @@ RunResult Run(const QueueManager& queueManager, const QueueManagerFiles& files, 
 
 bool StartDetached(const QueueManager& queueManager, bool fRefuse)
 {
-    uint64_t nRandom = 0;
-    if (!RtlGenRandom(&nRandom, sizeof nRandom))
-        return false;
-    const std::wstring strEvent = L"Local\\ZN.Ready." + std::to_wstring(nRandom);
+    const std::wstring strEvent = L"Local\\ZN.Ready." + std::to_wstring(GetCurrentProcessId());
     const KernelHandle ready(CreateEventW(nullptr, TRUE, FALSE, strEvent.c_str()));
 
     std::wstring strProgram(32'768, L'\0');

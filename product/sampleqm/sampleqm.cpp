@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "inifile.h"
 #include "path.h"
 #include "qmclient.h"
 #include "qmfiles.h"
@@ -27,7 +26,7 @@ enum ExitCode : int
 };
 
 constexpr wchar_t USAGE[] =
-    L"Usage: sampleqm create QM /dd prefix /ld logparent [/files N] [/multiinstance]\n"
+    L"Usage: sampleqm create QM /dd prefix /ld logparent [/files N]\n"
     L"       sampleqm start QM [/refuse]   in the background, once it is active\n"
     L"       sampleqm run QM [/refuse]     until the end command ends it\n"
     L"       sampleqm verify QM            checks every record\n"
@@ -37,14 +36,8 @@ constexpr wchar_t USAGE[] =
 
 struct Words
 {
-    std::wstring strVerb;
-    std::wstring strName;
-    std::wstring strDataPrefix;
-    std::wstring strLogParent;
-    std::wstring strReadyEvent;
-    std::wstring strFiles = L"200";
+    std::wstring strVerb, strName, strDataPrefix, strLogParent, strReadyEvent, strFiles = L"200";
     unsigned nFiles = 0;
-    bool fMultiInstance = false;
     bool fRefuse = false;
 };
 
@@ -54,69 +47,48 @@ int Fail(ExitCode eCode, const std::wstring& strText)
     return eCode;
 }
 
-// Letters, digits and . _ / % as the product allows them, at most 48.
+// Only characters that a directory's name can hold too: the product allows more.
 bool IsQueueManagerName(const std::wstring& strName)
 {
     constexpr size_t MAX_NAME = 48;
-    constexpr wchar_t ALLOWED[] = L"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._/%";
+    constexpr wchar_t ALLOWED[] = L"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_%";
     return !strName.empty() && strName.size() <= MAX_NAME &&
            strName.find_first_not_of(ALLOWED) == std::wstring::npos;
 }
 
-bool ParseCount(const std::wstring& strText, unsigned& nCount)
+// Where the value of a switch goes; null for a word that is none.
+std::wstring* ValueOf(const std::wstring& strSwitch, Words& parsed)
 {
-    constexpr size_t MAX_DIGITS = 6;
-    if (strText.empty() || strText.size() > MAX_DIGITS ||
-        strText.find_first_not_of(L"0123456789") != std::wstring::npos)
-        return false;
-    nCount = static_cast<unsigned>(std::stoul(strText));
-    return true;
-}
-
-// Where a word's value goes, or the flag that it sets; both null for a word that is none.
-struct Meaning
-{
-    std::wstring* pValue = nullptr;
-    bool* pFlag = nullptr;
-};
-
-Meaning MeaningOf(const std::wstring& strWord, Words& parsed)
-{
-    const std::pair<std::wstring_view, Meaning> meanings[] = {
-        {L"/dd", {&parsed.strDataPrefix}},        {L"/ld", {&parsed.strLogParent}},
-        {L"/ready", {&parsed.strReadyEvent}},     {L"/files", {&parsed.strFiles}},
-        {L"/refuse", {nullptr, &parsed.fRefuse}}, {L"/multiinstance", {nullptr, &parsed.fMultiInstance}}};
-    for (const auto& [strName, meaning] : meanings)
-        if (strWord == strName)
-            return meaning;
-    return {};
+    return strSwitch == L"/dd"      ? &parsed.strDataPrefix
+           : strSwitch == L"/ld"    ? &parsed.strLogParent
+           : strSwitch == L"/ready" ? &parsed.strReadyEvent
+           : strSwitch == L"/files" ? &parsed.strFiles
+                                    : nullptr;
 }
 
 bool Parse(const std::vector<std::wstring>& words, Words& parsed)
 {
+    constexpr size_t MAX_DIGITS = 6;
     if (words.size() < 2)
         return false;
     parsed.strVerb = words[0];
     parsed.strName = words[1];
     for (size_t n = 2; n < words.size(); ++n)
     {
-        const Meaning meaning = MeaningOf(words[n], parsed);
-        if (meaning.pFlag != nullptr)
-            *meaning.pFlag = true;
-        else if (meaning.pValue != nullptr && n + 1 < words.size())
-            *meaning.pValue = words[++n];
+        std::wstring* const pValue = ValueOf(words[n], parsed);
+        if (words[n] == L"/refuse")
+            parsed.fRefuse = true;
+        else if (pValue != nullptr && n + 1 < words.size())
+            *pValue = words[++n];
         else
             return false;
     }
-    return IsQueueManagerName(parsed.strName) && ParseCount(parsed.strFiles, parsed.nFiles);
-}
-
-// A file's name cannot hold every character that a queue manager's name can.
-std::wstring DirectoryNameOf(std::wstring strName)
-{
-    for (wchar_t& ch : strName)
-        ch = ch == L'.' ? L'!' : ch == L'/' ? L'&' : ch;
-    return strName;
+    const std::wstring& strFiles = parsed.strFiles;
+    if (strFiles.empty() || strFiles.size() > MAX_DIGITS ||
+        strFiles.find_first_not_of(L"0123456789") != std::wstring::npos)
+        return false;
+    parsed.nFiles = static_cast<unsigned>(std::stoul(strFiles));
+    return IsQueueManagerName(parsed.strName);
 }
 
 std::optional<QueueManagerFiles> FilesOf(const QueueManager& queueManager)
@@ -146,9 +118,8 @@ int Create(Words words)
                     L"There is a queue manager '" + words.strName + L"' already: choose another name.");
     RemoveTrailingBackslash(words.strDataPrefix);
     RemoveTrailingBackslash(words.strLogParent);
-    const std::wstring strDirectory = DirectoryNameOf(words.strName);
-    const QueueManagerFiles files = {words.strDataPrefix + L"\\qmgrs\\" + strDirectory,
-                                     words.strLogParent + L"\\" + strDirectory};
+    const QueueManagerFiles files = {words.strDataPrefix + L"\\qmgrs\\" + words.strName,
+                                     words.strLogParent + L"\\" + words.strName};
     std::wstring strFailed;
     if (const DWORD nError = CreateFiles(files, words.nFiles, strFailed))
         return Fail(EXIT_SYSTEM, strFailed + L": " + ErrorText(nError));
@@ -156,24 +127,22 @@ int Create(Words words)
     // Last of all, so that no queue manager is known that is not whole.
     char szIni[XCS_PATH_SIZE];
     uint32_t nFileType = 0;
-    const auto strName = Narrow(words.strName);
-    const auto strNarrowDirectory = Narrow(strDirectory);
-    const auto strPrefix = Narrow(words.strDataPrefix);
-    if (!strName || !strNarrowDirectory || !strPrefix || xcsGetIniFilename(nullptr, szIni, &nFileType) != 0)
+    const auto strStanza = Narrow(L"QueueManager:\r\n   Name=" + words.strName + L"\r\n   Prefix=" +
+                                  words.strDataPrefix + L"\r\n   Directory=" + words.strName + L"\r\n");
+    if (!strStanza || xcsGetIniFilename(nullptr, szIni, &nFileType) != 0)
         return Fail(EXIT_CONFIGURATION,
                     L"zns.ini cannot hold these names: use characters of the system's code page.");
-    const std::string strInstallation = PrimaryInstallationName();
-    const DWORD nError = ReplaceFileContent(WidenForDisplay(szIni), [&](std::string strText) {
-        IniFile::Attributes attributes = {{"Name", *strName},
-                                          {"Prefix", *strPrefix},
-                                          {"Directory", *strNarrowDirectory},
-                                          {"InstallationName", strInstallation}};
-        if (words.fMultiInstance)
-            attributes.emplace_back("MultiInstance", "Yes");
-        return IniFile(std::move(strText)).AddStanza("QueueManager", attributes);
+    const DWORD nError = ReplaceFileContent(WidenForDisplay(szIni), [&](const std::string& strText) {
+        const bool fLineOpen = !strText.empty() && strText.back() != '\n';
+        return strText + (fLineOpen ? "\r\n" : "") + *strStanza +
+               "   InstallationName=" + PrimaryInstallationName() + "\r\n";
     });
     if (nError != ERROR_SUCCESS)
         return Fail(EXIT_SYSTEM, WidenForDisplay(szIni) + L": " + ErrorText(nError));
+    const auto created = FindQueueManager(words.strName);
+    if (!created || created->strDataDirectory != files.strDataDirectory)
+        return Fail(EXIT_CONFIGURATION, L"The stanza that was added to " + WidenForDisplay(szIni) +
+                                            L" cannot be used: check the paths and the installation.");
     PrintLine(stdout, L"Queue manager '" + words.strName + L"' created in " + files.strDataDirectory +
                           L" and " + files.strLogDirectory + L".");
     return EXIT_DONE;

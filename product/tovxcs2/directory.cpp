@@ -1,10 +1,9 @@
 // Creates a directory. It gets its parent's access rights, never more.
 #include <windows.h>
 
-#include "returncodes.h"
+#include "operation.h"
 #include "text.h"
 #include "tovxcs2.h"
-#include "trace.h"
 
 int32_t xcsCreateDirectory(const char* pszPath, int32_t, void*, void*, int32_t, uint32_t* pnReason)
 {

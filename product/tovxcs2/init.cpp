@@ -3,15 +3,10 @@
 
 #include <cstring>
 
-#include "config.h"
-#include "returncodes.h"
-#include "tovxcs2.h"
+#include "details.h"
 #include "trace.h"
 
-namespace
-{
 constexpr uint64_t CONNECTION_MARK = 0x4E4F435A4E54524CULL;
-} // namespace
 
 int32_t xcsCheckConsistency(const char* pszVersionLevel)
 {
@@ -28,7 +23,8 @@ int32_t xcsInitializeEx(int32_t, int32_t, void*, void*, void*, void*, void*, XCS
         *pConnection = {};
         if (CurrentThreadState() != nullptr)
             return XCS_RC_INITIALIZED;
-        if (const DWORD nError = ConfigFile().OpenProduct())
+        std::string strText; // without zns.ini no other operation would succeed
+        if (const DWORD nError = ReadProductFile(strText))
             return {XCS_RC_SYSTEM, nError};
         if (!CreateThreadState())
             return XCS_RC_NO_MEMORY;
@@ -41,8 +37,7 @@ int32_t xcsTerminate(XCS_CONNECTION* pConnection, int32_t)
 {
     if (pConnection == nullptr || pConnection->nHandle != CONNECTION_MARK || CurrentThreadState() == nullptr)
         return XCS_RC_NOT_INITIALIZED;
-    CloseTrace();
-    DestroyThreadState();
+    EndTrace();
     *pConnection = {};
     return XCS_RC_OK;
 }

@@ -1,21 +1,11 @@
 // The library's operations on configuration files. Must not write a value that would not read back.
-#include <cstring>
-
-#include "config.h"
+#include "details.h"
 #include "path.h"
-#include "qmdetails.h"
 #include "replacefile.h"
-#include "trace.h"
 #include "workpath.h"
 
 namespace
 {
-enum FileType : uint32_t
-{
-    FILE_TYPE_PRODUCT = 1,
-    FILE_TYPE_QUEUE_MANAGER = 2,
-};
-
 // What the interface's text arguments select; nothing when one of them is missing.
 std::optional<IniSelector> Selector(const char* pszStanza, const char* pszKeyName, const char* pszKeyValue,
                                     const char* pszAttribute)
@@ -28,38 +18,29 @@ std::optional<IniSelector> Selector(const char* pszStanza, const char* pszKeyNam
     return IniSelector{pszStanza, pszKeyName, pszKeyValue};
 }
 
-// Whether those who read the attribute would take the value.
-bool CanBeRead(std::string_view strAttribute, std::string_view strValue)
-{
-    if (strAttribute != "Prefix" && strAttribute != "LogPath")
-        return true;
-    const auto strPath = Widen(strValue);
-    return strPath && IsAbsolutePath(*strPath) && strValue.size() < XCS_PATH_SIZE;
-}
-
-// Whether the selected stanza is that of a queue manager that can be looked up.
-bool IsUsable(const ConfigFile& file, const IniSelector& selector)
+// Whether those who read the attribute would take its value: a prefix may be good by itself, and too long
+// with the queue manager's directory behind it.
+bool CanBeRead(const IniFile& file, const IniSelector& selector, std::string_view strAttribute)
 {
     const IniFile::Stanza* const pStanza = file.Find(selector);
     XCS_QM_DETAILS details = {};
-    return pStanza != nullptr && pStanza->strName == "QueueManager" &&
-           ReadQueueManagerDetails(file, *pStanza, details) == XCS_RC_OK;
+    if (pStanza == nullptr)
+        return false;
+    if (pStanza->strName == "QueueManager")
+        return ReadQueueManagerDetails(file, *pStanza, details) == XCS_RC_OK;
+    char szPath[XCS_PATH_SIZE];
+    const std::wstring strValue = WideValue(file, *pStanza, strAttribute);
+    return strAttribute != "LogPath" || (IsAbsolutePath(strValue) && CopyToField(szPath, strValue));
 }
 
 // The changed text of a file. With nothing, nRefused is the reason.
 std::optional<std::string> Change(std::string strText, const IniSelector& selector, const char* pszAttribute,
                                   const char* pszValue, int32_t& nRefused)
 {
-    const ConfigFile file(std::move(strText));
-    nRefused = XCS_RC_NOT_FOUND;
-    if (file.Find(selector) == nullptr)
-        return std::nullopt;
-    nRefused = XCS_RC_BAD_VALUE;
-    auto strChanged = file.Write(selector, pszAttribute, pszValue);
-    // A prefix may be good by itself and too long with the queue manager's directory behind it.
-    if (strChanged && IsUsable(file, selector) && !IsUsable(ConfigFile(*strChanged), selector))
-        return std::nullopt;
-    return strChanged;
+    const IniFile file(std::move(strText));
+    nRefused = file.Read(selector, pszAttribute) ? XCS_RC_BAD_VALUE : XCS_RC_NOT_FOUND;
+    const auto strChanged = file.Write(selector, pszAttribute, pszValue);
+    return strChanged && CanBeRead(IniFile(*strChanged), selector, pszAttribute) ? strChanged : std::nullopt;
 }
 } // namespace
 
@@ -69,26 +50,19 @@ int32_t xcsGetIniFilename(const char* pszQMName, char* pszFileName, uint32_t* pn
         trace.Parms("(pszQMName = %s)", pszQMName);
         if (pszFileName == nullptr || pnFileType == nullptr)
             return XCS_RC_PARAMETER;
-        std::optional<std::string> strPath;
-        if (pszQMName == nullptr)
-        {
-            const std::wstring strWorkPath = WorkPath();
-            if (strWorkPath.empty())
-                return XCS_RC_BAD_CONFIGURATION;
-            strPath = Narrow(strWorkPath + L"\\zns.ini");
-        }
-        else
-        {
-            XCS_QM_DETAILS details = {};
-            const Outcome outcome = LookUpQueueManager(pszQMName, details);
-            if (outcome.nCode != XCS_RC_OK)
-                return outcome;
-            strPath = std::string(details.szDataDirectory) + "\\qm.ini";
-        }
-        if (!strPath || strPath->size() >= XCS_PATH_SIZE)
+        const bool fProduct = pszQMName == nullptr;
+        XCS_QM_DETAILS details = {};
+        const Outcome outcome = fProduct ? XCS_RC_OK : LookUpQueueManager(pszQMName, details);
+        if (outcome.nCode != XCS_RC_OK)
+            return outcome;
+        auto strPath = fProduct ? Narrow(WorkPath()) : std::string(details.szDataDirectory);
+        if (!strPath || strPath->empty())
+            return XCS_RC_BAD_CONFIGURATION;
+        strPath->append(fProduct ? "\\zns.ini" : "\\qm.ini");
+        if (strPath->size() >= XCS_PATH_SIZE)
             return XCS_RC_TRUNCATED;
         pszFileName[strPath->copy(pszFileName, XCS_PATH_SIZE - 1)] = '\0';
-        *pnFileType = pszQMName == nullptr ? FILE_TYPE_PRODUCT : FILE_TYPE_QUEUE_MANAGER;
+        *pnFileType = fProduct ? 1 : 2; // what the operations below need is in the file name
         trace.Parms("pszFileName = %s", pszFileName);
         return XCS_RC_OK;
     });
@@ -106,17 +80,20 @@ int32_t xcsIniUtilRead(const char* pszStanza, const char* pszKeyName, const char
         const auto strPath = pszFileName != nullptr ? Widen(pszFileName) : std::nullopt;
         if (!selector || pszBuffer == nullptr || pnLength == nullptr || !strPath)
             return XCS_RC_PARAMETER;
-        ConfigFile file;
-        if (const DWORD nError = file.Open(*strPath))
+        std::string strText;
+        if (const DWORD nError = ReadWholeFile(*strPath, strText))
             return {XCS_RC_SYSTEM, nError};
+        const IniFile file(std::move(strText));
         const auto strValue = file.Read(*selector, pszAttribute);
         if (!strValue)
             return XCS_RC_NOT_FOUND;
         if (strValue->size() > *pnLength)
             return XCS_RC_TRUNCATED;
-        std::memcpy(pszBuffer, strValue->c_str(), std::min<size_t>(strValue->size() + 1, *pnLength));
+        strValue->copy(pszBuffer, strValue->size());
+        if (strValue->size() < *pnLength)
+            pszBuffer[strValue->size()] = '\0';
         *pnLength = static_cast<uint32_t>(strValue->size());
-        trace.Parms("%s = '%s'", pszAttribute, strValue->c_str());
+        trace.Parms("%s = '%s'", pszAttribute, std::string(*strValue).c_str());
         return XCS_RC_OK;
     });
 }
@@ -132,8 +109,6 @@ int32_t xcsIniUtilWrite(const char* pszStanza, const char* pszKeyName, const cha
         const auto strPath = pszFileName != nullptr ? Widen(pszFileName) : std::nullopt;
         if (!selector || pszValue == nullptr || !strPath)
             return XCS_RC_PARAMETER;
-        if (!CanBeRead(pszAttribute, pszValue))
-            return XCS_RC_BAD_VALUE;
         int32_t nRefused = XCS_RC_SYSTEM;
         const DWORD nError = ReplaceFileContent(*strPath, [&](std::string strText) {
             return Change(std::move(strText), *selector, pszAttribute, pszValue, nRefused);

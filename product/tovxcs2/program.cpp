@@ -5,12 +5,11 @@
 #include <optional>
 #include <string>
 
+#include "operation.h"
 #include "owner.h"
 #include "path.h"
-#include "returncodes.h"
 #include "text.h"
 #include "tovxcs2.h"
-#include "trace.h"
 
 namespace
 {
@@ -51,13 +50,12 @@ std::optional<std::wstring> CommandLine(const char* pszWords)
     return strCommandLine;
 }
 
-// A batch file, say, would be run by a shell.
+// Anything else could be run by a shell, as a batch file is.
 bool IsExecutable(const std::wstring& strPath)
 {
     constexpr std::wstring_view EXTENSION = L".exe";
     return strPath.size() > EXTENSION.size() &&
-           CompareStringOrdinal(strPath.c_str() + strPath.size() - EXTENSION.size(), -1, EXTENSION.data(), -1,
-                                TRUE) == CSTR_EQUAL;
+           _wcsicmp(strPath.c_str() + strPath.size() - EXTENSION.size(), EXTENSION.data()) == 0;
 }
 
 // The program gets neither the caller's handles nor its console: what it prints is not the caller's to show.

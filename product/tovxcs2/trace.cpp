@@ -1,53 +1,38 @@
 // Writes the function trace: a file for each process, a line for each record, a call tree by indentation.
-// Must not fail or stop the program that it watches. Every record is handed to the system at once, so that a
-// program that is killed leaves its whole story.
+// Must not fail or stop the program that it watches. Every record is handed to the system at once, so that
+// the trace of a program that is killed is complete.
 #include "trace.h"
 
 #include <windows.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdarg>
 #include <memory>
 
-#include "funcnames.h"
+#include "operation.h"
 #include "owner.h"
-#include "returncodes.h"
 #include "text.h"
-#include "traceformat.h"
 #include "tovxcs2.h"
-#include "workfile.h"
+#include "tracetext.h"
+#include "workpath.h"
 
 uint32_t xihTLSIndex = TlsAlloc(); // lives as long as the library
 XIH_PROCESS xihProcess = {};
 
 namespace
 {
-constexpr uint32_t MAX_INDENT = 64; // deeper levels are told by their number
+constexpr uint32_t MAX_INDENT = 64; // deeper levels are not told apart
+
+using Clock = std::chrono::steady_clock;
 
 struct TraceFile
 {
     SRWLOCK lock = SRWLOCK_INIT;
     FileHandle file;
-    int64_t nStart = 0;     // performance counter
-    int64_t nFrequency = 1; // counts a second
+    Clock::time_point start;
 };
 TraceFile s_trace;
-
-int64_t Now()
-{
-    LARGE_INTEGER n = {};
-    QueryPerformanceCounter(&n);
-    return n.QuadPart;
-}
-
-double Seconds(int64_t nCounts)
-{
-    return static_cast<double>(nCounts) / static_cast<double>(s_trace.nFrequency);
-}
-
-std::string Spent(int64_t nEntered)
-{
-    return Format("  (%.3f ms)", Seconds(Now() - nEntered) * 1000);
-}
 
 bool WantsTrace(bool& fDetail)
 {
@@ -74,29 +59,13 @@ bool CreateThreadState()
     return TlsSetValue(xihTLSIndex, pState.get()) && pState.release() != nullptr;
 }
 
-void DestroyThreadState()
-{
-    delete CurrentThreadState();
-    TlsSetValue(xihTLSIndex, nullptr); // cannot fail where setting a value did not
-}
-
-void CloseTrace()
+void EndTrace()
 {
     const Lock lock(s_trace.lock);
     xihProcess = {};
     s_trace.file.Close();
-}
-
-bool IsTraced()
-{
-    const ThreadState* const pState = CurrentThreadState();
-    return xihProcess.fTraceEnabled != 0 && pState != nullptr && pState->area.fTraceActive != 0;
-}
-
-uint32_t TraceDepth()
-{
-    const ThreadState* const pState = CurrentThreadState();
-    return pState != nullptr ? pState->area.nDepth : 0;
+    delete CurrentThreadState();
+    TlsSetValue(xihTLSIndex, nullptr); // cannot fail where setting a value did not
 }
 
 void WriteTraceLine(uint32_t nDepth, const std::string& strText)
@@ -104,32 +73,36 @@ void WriteTraceLine(uint32_t nDepth, const std::string& strText)
     const Lock lock(s_trace.lock);
     if (!s_trace.file)
         return;
-    std::string strLine = Format("%12.6f  ", Seconds(Now() - s_trace.nStart));
+    const std::chrono::duration<double> passed = Clock::now() - s_trace.start;
+    std::string strLine = Format("%12.6f  ", passed.count());
     for (uint32_t i = 0; i < nDepth && i < MAX_INDENT; ++i)
         strLine += "|  ";
-    if (nDepth > MAX_INDENT)
-        strLine += Format("(depth %u) ", nDepth);
     WriteWorkFile(s_trace.file, strLine + strText + "\r\n"); // what cannot be written is lost
 }
 
-void OperationTrace::Enter() noexcept
+void WriteTraceLine(const std::string& strText)
 {
-    WithoutFailing([&] {
-        m_fTraced = IsTraced();
-        m_nEntered = Now();
-        if (m_fTraced)
-            WriteTraceLine(TraceDepth(), std::string("> ") + m_pszName);
-    });
+    if (const ThreadState* const pState = CurrentThreadState())
+        WriteTraceLine(pState->area.nDepth, strText);
 }
 
-void OperationTrace::Leave() const noexcept
+OperationTrace::OperationTrace(const char* pszName) noexcept
+    : m_pszName(pszName), m_fTraced(xihProcess.fTraceEnabled != 0)
 {
-    WithoutFailing([&] {
-        std::string strLine = std::string("< ") + m_pszName + " = " + ReturnCodeText(m_outcome.nCode);
-        if (m_outcome.nSystemError != 0)
-            strLine += ", " + ToUtf8Line(ErrorText(m_outcome.nSystemError));
-        WriteTraceLine(TraceDepth(), strLine + Spent(m_nEntered));
-    });
+    if (m_fTraced)
+        WithoutFailing([&] { WriteTraceLine(std::string("> ") + m_pszName); });
+}
+
+int32_t OperationTrace::Leave(const Outcome& outcome) const noexcept
+{
+    if (m_fTraced)
+        WithoutFailing([&] {
+            std::string strLine = std::string("< ") + m_pszName + " = " + ReturnCodeText(outcome.nCode);
+            if (outcome.nSystemError != 0)
+                strLine += ", " + ToUtf8Line(ErrorText(outcome.nSystemError));
+            WriteTraceLine(strLine);
+        });
+    return outcome.nCode;
 }
 
 void OperationTrace::Write(const char* pszFormat, ...) const noexcept
@@ -160,14 +133,10 @@ int32_t xtrEstablishTraceStatus()
             s_trace.file = CreateWorkFile(L"trace", L".trc").file;
         if (!s_trace.file)
             return;
-        LARGE_INTEGER nFrequency = {};
-        QueryPerformanceFrequency(&nFrequency);
-        s_trace.nFrequency = nFrequency.QuadPart;
-        s_trace.nStart = Now();
-        WriteWorkFile(s_trace.file,
-                      "Started " + UtcNow() + Format(", process %lu: ", GetCurrentProcessId()) +
-                          ToUtf8Line(GetCommandLineW()) +
-                          "\r\n     seconds  > entered, < left with its return code (time spent)\r\n");
+        s_trace.start = Clock::now();
+        WriteWorkFile(s_trace.file, "Started " + UtcNow() + Format(", process %lu: ", GetCurrentProcessId()) +
+                                        ToUtf8Line(GetCommandLineW()) +
+                                        "\r\n     seconds  > entered, < left with its return code\r\n");
         xihProcess = {1, 1, 0};
         pState->area.fTraceActive = 1;
         pState->area.fDetailed = fDetail;
@@ -180,32 +149,18 @@ int32_t xtrEstablishTraceStatus()
 void xtr_FNC_entry(XTR_THREAD_AREA* pArea, int32_t nComponent, int32_t nFunction)
 {
     WithoutFailing([&] {
-        ThreadState* const pState = CurrentThreadState();
-        if (pState == nullptr || pArea != &pState->area)
-            return;
-        const uint32_t nDepth = pArea->nDepth > 0 ? pArea->nDepth - 1 : 0; // the entry is counted already
-        if (nDepth < XTR_CALL_STACK_SIZE)
-            pState->anEntered[nDepth] = Now();
-        WriteTraceLine(nDepth, "> " + FunctionName(nComponent, nFunction));
+        if (pArea != nullptr) // the entry is counted already
+            WriteTraceLine(std::max(pArea->nDepth, 1u) - 1, "> " + FunctionName(nComponent, nFunction));
     });
 }
 
 void xtr_FNC_retcode(XTR_THREAD_AREA* pArea, int32_t nComponent, int32_t nFunction, int32_t nReturnCode)
 {
     WithoutFailing([&] {
-        ThreadState* const pState = CurrentThreadState();
-        if (pState == nullptr || pArea != &pState->area)
-            return;
-        std::string strLine = "< " + FunctionName(nComponent, nFunction);
-        if (nReturnCode != 0 || HasResult(nComponent, nFunction))
-            strLine += Format(" = %d", nReturnCode);
-        const uint32_t nDepth = pArea->nDepth;
-        if (nDepth < XTR_CALL_STACK_SIZE && pState->anEntered[nDepth] != 0)
-        {
-            strLine += Spent(pState->anEntered[nDepth]);
-            pState->anEntered[nDepth] = 0;
-        }
-        WriteTraceLine(nDepth, strLine);
+        const bool fResult = nReturnCode != 0 || HasResult(nComponent, nFunction);
+        if (pArea != nullptr)
+            WriteTraceLine(pArea->nDepth, "< " + FunctionName(nComponent, nFunction) +
+                                              (fResult ? Format(" = %d", nReturnCode) : ""));
     });
 }
 
@@ -213,10 +168,7 @@ void xtr_parms(const char* pszFormat, ...)
 {
     va_list args;
     va_start(args, pszFormat);
-    WithoutFailing([&] {
-        if (const ThreadState* const pState = CurrentThreadState())
-            WriteTraceLine(pState->area.nDepth, ". " + ToUtf8Line(FormatTrace(pszFormat, args)));
-    });
+    WithoutFailing([&] { WriteTraceLine(". " + ToUtf8Line(FormatTrace(pszFormat, args))); });
     va_end(args);
 }
 

@@ -21,7 +21,9 @@ TEST(IniFile, ReadsTextsOfEveryShape)
         {"\t Log : \n LogPath \t=  a b  ", "a b"},
         {"#Log:\n;Log:\nLog:\n #LogPath=x\n ;LogPath=y\nLogPath=z", "z"},
         {"Log:\nLogPath=x\nLogPath=y\n", "x"},
-        {"Log:\nLogPath=a\0b\n"s, std::string_view("a\0b", 3)},
+        {"Log:\nLogPath=a\0b\n"s, REFUSED},
+        {"Log:\nLogPath=\xC3\xA4", "\xC3\xA4"},
+        {"\xEF\xBB\xBFLog:\nLogPath=\xC3\xA4", REFUSED}, // not the code page's characters
         {"A:\r\nB=1\nLog:\nC=2\r\nLogPath=x\r\r\n", "x"}};
     for (const auto& [strText, strExpected] : cases)
         EXPECT_EQ(IniFile(strText).Read({"Log"}, "LogPath"), strExpected) << strText;

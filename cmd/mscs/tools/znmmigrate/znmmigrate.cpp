@@ -18,10 +18,6 @@
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmmigrate"));
 
-// The words reach the program as they were typed: a star in a name is not looked up in the current directory.
-extern "C" int _dowildcard;
-int _dowildcard = 0;
-
 namespace
 {
 // What the process needs from its first moment; the start-up sequence of the entry function is fixed.

@@ -1,15 +1,39 @@
-// Asks volumes whether they keep access lists. Must not guess: what could not be asked has a code of its own.
-#include "volume.h"
-
+// Decides whether the user may administer the product, and whether volumes keep access lists. Must not say
+// yes where the answer could not be found.
 #include <windows.h>
 
 #include <algorithm>
 
-#include "returncodes.h"
+#include "access.h"
+#include "operation.h"
 #include "text.h"
 #include "tovxcs2.h"
-#include "trace.h"
+#include "workpath.h"
 
+namespace
+{
+// Of the calling thread's token, so that an elevated member of a group counts and a filtered one does not.
+bool IsMember(PSID pSid)
+{
+    BOOL fMember = FALSE;
+    return CheckTokenMembership(nullptr, pSid, &fMember) && fMember;
+}
+
+bool IsAdministrator()
+{
+    unsigned char abSid[SECURITY_MAX_SID_SIZE];
+    DWORD nSize = sizeof abSid;
+    return CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, abSid, &nSize) && IsMember(abSid);
+}
+
+bool IsZnmMember()
+{
+    auto sid = ZnmGroupSid();
+    return !sid.empty() && IsMember(sid.data());
+}
+
+// XCS_RC_OK, XCS_RC_NO_VOLUME_SECURITY, or another code when it could not be found out. strRoot is the
+// volume's root, with a backslash at its end, once it is known.
 Outcome TestVolumeSecurity(const std::wstring& strPath, std::wstring& strRoot)
 {
     strRoot.clear();
@@ -24,6 +48,18 @@ Outcome TestVolumeSecurity(const std::wstring& strPath, std::wstring& strRoot)
     if (!GetVolumeInformationW(strRoot.c_str(), nullptr, 0, nullptr, nullptr, &fFlags, nullptr, 0))
         return SystemRefused();
     return (fFlags & FILE_PERSISTENT_ACLS) != 0 ? int32_t{XCS_RC_OK} : XCS_RC_NO_VOLUME_SECURITY;
+}
+} // namespace
+
+int32_t xcsCheckAuthorization(int32_t)
+{
+    return Operation("xcsCheckAuthorization", [](const OperationTrace&) -> Outcome {
+        // Where the work path's volume keeps no access lists anybody could have written what is read from it.
+        std::wstring strRoot;
+        if (TestVolumeSecurity(WorkPath(), strRoot).nCode == XCS_RC_NO_VOLUME_SECURITY)
+            return XCS_RC_NO_VOLUME_SECURITY;
+        return IsAdministrator() || IsZnmMember() ? XCS_RC_OK : XCS_RC_NOT_AUTHORIZED;
+    });
 }
 
 int32_t xcsVolumeSupportsSecurity(const char* pszPath, uint32_t* pnRootLength)
