@@ -60,6 +60,273 @@ TEST(Safety, CopyThatIsNotWholeEndsTheMove)
             }
 }
 
+// Before the copy: what lies in a destination, and what a destination is. Nothing is copied.
+TEST(Safety, LeftoversThatLeadElsewhereEndTheMoveBeforeTheCopy)
+{
+    const auto hardLink = [](const fs::path& link, const fs::path& file) {
+        fs::create_directories(link.parent_path());
+        ASSERT_TRUE(CreateHardLinkW(link.c_str(), file.c_str(), nullptr));
+    };
+    const char *const pszNames = "has other names", *const pszOld = "leads to a directory or file of an old";
+    const struct
+    {
+        std::function<void(Installation&)> prepare;
+        const char* pszFinding;
+        bool fLink = false; // which the platform may show by its tag instead
+        const wchar_t* pszNewLog = L"newlog";
+    } cases[] = {
+        {[&](Installation& zn) { // one file in both destinations
+             for (const fs::path& dir : {zn.oldData, zn.oldLog, zn.newData})
+                 WriteAll(dir / "lock.dat", dir.string());
+             hardLink(zn.newLog / "lock.dat", zn.newData / "lock.dat");
+         },
+         pszNames},
+        {[&](Installation& zn) { // one file twice in one destination
+             WriteAll(zn.newLog / "active\\log1", "");
+             hardLink(zn.newLog / "active\\x\\log2", zn.newLog / "active\\log1");
+         },
+         pszNames},
+        {[&](Installation& zn) { hardLink(zn.newData / "a", zn.oldData / "s\\t\\c"); }, pszNames},
+        {[&](Installation& zn) { hardLink(zn.newLog / "ctl", zn.oldData / "a"); }, pszNames},
+        {[&](Installation& zn) { MakeLink(zn.newData / "a", zn.oldData / "s\\t\\c"); }, pszOld, true},
+        {[&](Installation& zn) { MakeLink(zn.newLog / "ctl", zn.oldData / "a"); }, pszOld, true},
+        {[&](Installation& zn) { MakeLink(zn.newData / "a", zn.oldData / "a"); }, pszOld, true},
+        {[&](Installation& zn) { // another queue manager's directory
+             WriteAll(zn.newData / "qm.ini", "Log:\n   LogPath=C:\\other\n# kept");
+         },
+         "belongs to another queue manager"},
+        {[&](Installation& zn) {
+             WriteAll(zn.newData / "qm.ini", ReadAll(zn.oldData / "qm.ini") + "\nChannels:\n");
+         },
+         "belongs to another queue manager"},
+        {[&](Installation& zn) { // the new log directory is the work path
+             fs::rename(zn.work, zn.root / "QM!1");
+             MakeLink(zn.work, zn.root / "QM!1");
+             WriteAll(zn.oldLog / "zns.ini", "of the log");
+             SetEnvironmentVariableW(L"ZN_WORK_PATH", (zn.root / "QM!1").c_str());
+         },
+         "is the directory of zns.ini", false, L""},
+        {[&](Installation& zn) {
+             MakeLink(zn.newData / "s", zn.work);
+             WriteAll(zn.oldData / "s\\zns.ini", "of the data");
+         },
+         "is the directory of zns.ini"},
+    };
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(&c - cases);
+        Installation zn;
+        c.prepare(zn);
+        zn.Remember();
+        const Snapshot data = TakeSnapshot(zn.newData), log = TakeSnapshot(zn.newLog);
+        ExpectRefusal(zn, zn.Traced(zn.MoveWords(L"QM1", L"newdata", c.pszNewLog)), 38, NOTHING_LOST);
+        EXPECT_EQ(TakeSnapshot(zn.newData), data);
+        EXPECT_EQ(TakeSnapshot(zn.newLog), log);
+        EXPECT_TRUE(zn.strTrace.find(c.pszFinding) != std::string::npos ||
+                    (c.fLink && zn.strTrace.find("through a link") != std::string::npos));
+    }
+}
+
+// While the move goes on somebody changes a tree or a copy, or swaps a directory for a link: everything is
+// still in one whole tree, and nothing is deleted that is not in the other one.
+TEST(Safety, TreeOrCopyThatChangesOnTheWayEndsTheMove)
+{
+    const char *const pszCopied = "SHFileOperationW:1:w:0:0",      // data copied, not yet compared
+        *const pszBothCopied = "SHFileOperationW:2:w:0:0",         // and the log
+            *const pszSecured = "SetCurrentDirectoryW:4:w:0:0",    // both compared, rights set
+                *const pszBetween = "xcsIniUtilWrite:1:w:0:0",     // between the two changes
+                    *const pszChanged = "xcsIniUtilWrite:2:w:0:0"; // before the deletion
+    const auto swap = [](const fs::path& dir, const fs::path& target) {
+        fs::rename(dir, dir.string() + ".aside");
+        MakeLink(dir, target);
+    };
+    using Act = std::function<void(Installation&)>;
+    const Act rewriteCopy = [](Installation&zn) { WriteAll(zn.newData / "a", "DATA a"); },
+              linkCopy = [&](Installation&zn) { swap(zn.newData / "s", zn.oldData / "s"); },
+              linkDeepCopy = [&](Installation&zn) { swap(zn.newData / "s\\t\\u", zn.oldData / "s\\t\\u"); },
+              linkLogCopy = [&](Installation&zn) { swap(zn.newLog, zn.oldLog); },
+              linkOld = [&](Installation&zn) { swap(zn.oldData / "s", zn.newData / "s"); },
+              linkOldLog = [&](Installation&zn) { swap(zn.oldLog, zn.newLog); },
+              removeCopy = [](Installation&zn) { fs::remove(zn.newData / "a"); },
+              removeLogCopy = [](Installation&zn) { fs::remove(zn.newLog / "active\\x\\log2"); },
+              removeDisk = [](Installation&zn) { fs::rename(zn.root / "newlog", zn.root / "newlog.gone"); },
+              replaceOld = [](Installation&zn) {
+                  fs::rename(zn.oldData / "s", zn.root / "bystander\\s");
+                  fs::copy(zn.root / "bystander\\s", zn.oldData / "s", fs::copy_options::recursive);
+              };
+    const std::tuple<const char*, const Act*, unsigned> cases[] = {
+        {pszCopied, &linkCopy, 38},        {pszCopied, &linkDeepCopy, 38},
+        {pszBothCopied, &rewriteCopy, 38}, {pszBothCopied, &linkLogCopy, 38},
+        {pszSecured, &linkCopy, 38},       {pszSecured, &linkOld, 38},
+        {pszSecured, &linkOldLog, 38},     {pszSecured, &removeCopy, 38},
+        {pszSecured, &removeLogCopy, 38},  {pszSecured, &replaceOld, 38},
+        {pszBetween, &linkCopy, 40},       {pszBetween, &linkLogCopy, 40},
+        {pszBetween, &linkOld, 40},        {pszBetween, &linkOldLog, 40},
+        {pszBetween, &rewriteCopy, 40},    {pszChanged, &removeCopy, 40},
+        {pszChanged, &removeLogCopy, 40},  {pszChanged, &removeDisk, 40},
+        {pszChanged, &replaceOld, 40},
+    };
+    for (const auto& [pszMoment, pAct, nMessage] : cases)
+    {
+        SCOPED_TRACE(testing::Message() << pszMoment << " case " << (&pszMoment - &std::get<0>(cases[0])));
+        Installation zn;
+        const RunResult result = zn.Run(zn.MoveWords(), pszMoment, [&, p = pAct] { (*p)(zn); });
+        EXPECT_EQ(result.nStatus, FAILED);
+        EXPECT_EQ(result.strErr, Message(nMessage) + USAGE);
+        // Each file by its bytes, wherever the swap has put it.
+        Snapshot all = TakeSnapshot(zn.root);
+        for (const Snapshot* const pTree : {&zn.data, &zn.log})
+            for (const auto& [strName, strContent] : *pTree)
+                EXPECT_TRUE(strContent == "<dir>" ||
+                            std::ranges::any_of(
+                                all, [&, &str = strContent](auto& entry) { return entry.second == str; }))
+                    << fs::path(strName);
+        EXPECT_EQ(zn.State().find("zns old") != std::string::npos, nMessage == 38);
+    }
+}
+
+// Two queue managers with the same directory name, and two spellings of one.
+TEST(Safety, TwoMovesNeverShareADestination)
+{
+    Installation zn;
+    zn.strZnsIni += "QueueManager:\r\n   Name=QM2\r\n   Prefix=" + zn.root.string() +
+                    "\\second\r\n   Directory=QM!1\r\n   InstallationName=Inst1\r\n";
+    WriteAll(zn.work / "zns.ini", zn.strZnsIni);
+    WriteAll(zn.root / "second\\qmgrs\\QM!1\\qm.ini",
+             "Log:\n   LogPath=" + zn.root.string() + "\\secondlog\\QM!1\n");
+    WriteAll(zn.root / "secondlog\\QM!1\\ctl", "second");
+    const Snapshot before = TakeSnapshot(zn.root / "second");
+    RunResult second;
+    const RunResult first = zn.Run(zn.MoveWords(), "SHFileOperationW:2:w:0:0", [&] {
+        second =
+            RunProgram(ProgramFolder() / "tarvel.exe", zn.MoveWords(L"QM2", "NEWDATA", "third"), zn.root);
+    });
+    EXPECT_EQ(first.nStatus, 0u);
+    EXPECT_EQ(second.strErr, Message(38) + USAGE);
+    EXPECT_EQ(zn.State(), MOVED);
+    EXPECT_EQ(TakeSnapshot(zn.root / "second"), before);
+}
+
+// Names and volumes that look odd, and lose nothing.
+TEST(Safety, MovesThatLoseNothingAreNotRefused)
+{
+    const struct
+    {
+        const char *pszPrefix = "olddata", *pszLogPath = "oldlog\\QM!1\\"; // behind the root
+        const wchar_t* pszNewData = L"newdata";
+        const char *pszVolume = "", *pszFaults = "xcsTerminate:0:o:0:0";
+    } cases[] = {
+        {.pszNewData = L"newdata\\\\x"},
+        {.pszNewData = L"newdata//x//y"},
+        {.pszPrefix = "\\olddata"},
+        {.pszPrefix = ".\\olddata"},
+        {.pszPrefix = "bystander/../olddata"},
+        {.pszLogPath = "oldlog\\\\QM!1"},
+        {.pszLogPath = ".\\oldlog/QM!1/"},
+        {.pszFaults = "xcsGetQMDetails:3:o:1:0"}, // one failing query, and the next one answers again
+        {.pszFaults = "CreateMutexW:1:a:0:8"},
+        {.pszVolume = "zns.ini"},
+        {.pszVolume = "Y:\\nowhere\\zns.ini"},
+        {.pszVolume = "C:/zns.ini"},
+        {.pszVolume = "behind"},
+        {.pszVolume = "changing"},
+        {.pszVolume = "template"},
+    };
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(&c - cases);
+        Installation zn;
+        const std::string strRoot = zn.root.string() + "\\";
+        zn.strZnsIni.replace(zn.strZnsIni.find(strRoot + "olddata"), strRoot.size() + 7,
+                             strRoot + c.pszPrefix);
+        WriteAll(zn.work / "zns.ini", zn.strZnsIni);
+        WriteAll(zn.oldData / "qm.ini", "Log:\n   LogPath=" + strRoot + c.pszLogPath + "\n# kept");
+        zn.Remember();
+        fs::create_directories(zn.newLog / "active"); // a leftover
+        SetEnvironmentVariableA("ZN_FAULTS_VOLUME", *c.pszVolume != '\0' ? c.pszVolume : nullptr);
+        const RunResult result = zn.Traced(zn.MoveWords(L"QM1", c.pszNewData), c.pszFaults);
+        SetEnvironmentVariableW(L"ZN_FAULTS_VOLUME", nullptr);
+        EXPECT_EQ(result.nStatus, 0u)
+            << result.strErr << zn.strTrace.substr(zn.strTrace.rfind("Nothing is") % zn.strTrace.size(), 200);
+        EXPECT_FALSE(fs::exists(zn.oldData));
+        EXPECT_FALSE(fs::exists(zn.oldLog));
+        Snapshot moved = TakeSnapshot(zn.root / c.pszNewData / "qmgrs\\QM!1");
+        EXPECT_THAT(moved[L"qm.ini"], HasSubstr("\\newlog\\QM!1\\\n# kept"));
+        moved[L"qm.ini"] = zn.data[L"qm.ini"];
+        EXPECT_EQ(moved, zn.data);
+        EXPECT_EQ(TakeSnapshot(zn.newLog), zn.log);
+    }
+}
+
+// A volume that keeps whole seconds is asked what it makes of a time; a leftover that a program holds is no
+// copy, however near its time is.
+TEST(Safety, TimesAreThoseThatTheVolumeKeeps)
+{
+    for (const bool fKeepsSeconds : {true, false})
+    {
+        Installation zn;
+        SetEnvironmentVariableW(L"ZN_FAULTS_VOLUME", fKeepsSeconds ? L"seconds" : nullptr);
+        FileHandle held;
+        const auto round = [&](const fs::path& dir) {
+            for (const auto& entry : fs::recursive_directory_iterator(dir))
+                if (const DWORD n = GetFileAttributesW(entry.path().c_str());
+                    (n & FILE_ATTRIBUTE_DIRECTORY) == 0)
+                {
+                    SetFileAttributesW(entry.path().c_str(), FILE_ATTRIBUTE_NORMAL);
+                    fs::last_write_time(entry, fs::file_time_type(std::chrono::floor<std::chrono::seconds>(
+                                                   fs::last_write_time(entry).time_since_epoch())));
+                    SetFileAttributesW(entry.path().c_str(), n);
+                }
+        };
+        const RunResult result =
+            zn.Run(zn.MoveWords(), "SHFileOperationW:1:w:0:0", [&] { round(zn.newData); });
+        SetEnvironmentVariableW(L"ZN_FAULTS_VOLUME", nullptr);
+        EXPECT_EQ(result.strErr, fKeepsSeconds ? "" : Message(38) + USAGE);
+        EXPECT_EQ(zn.State().substr(0, 7), fKeepsSeconds ? "data -+" : "data ++");
+    }
+}
+
+// The copy of qm.ini that cannot be changed ends the move before zns.ini is; a program that holds it for a
+// moment is no reason.
+TEST(Safety, ReadOnlyCopyOfQmIniEndsTheMoveBeforeTheChange)
+{
+    for (const bool fReadOnly : {true, false})
+    {
+        Installation zn;
+        std::jthread release;
+        const RunResult result = zn.Traced(zn.MoveWords(), "SetCurrentDirectoryW:4:w:0:0", [&] {
+            if (fReadOnly)
+                SetFileAttributesW((zn.newData / "qm.ini").c_str(), FILE_ATTRIBUTE_READONLY);
+            else
+                release = std::jthread([held = Hold(zn.newData / "qm.ini")] { Sleep(300); });
+        });
+        EXPECT_EQ(result.strErr, fReadOnly ? Message(39) + USAGE : "");
+        EXPECT_EQ(zn.State(), fReadOnly ? "data ++ log ++ zns old qm old" : MOVED);
+        EXPECT_EQ(zn.strTrace.find("attrib -r \"" + (zn.newData / "qm.ini").string()) != std::string::npos,
+                  fReadOnly);
+    }
+}
+
+// Over what a first run left the same command completes the move; also after the configuration was set back.
+TEST(Safety, SameCommandCompletesTheMoveOverWhatAnEarlierRunLeft)
+{
+    for (const char* pszFaults :
+         {"xcsCreateDirectory:2:o:1:0", "SHFileOperationW:1:o:7c:0", "SHFileOperationW:2:k:0:0",
+          "SetNamedSecurityInfoW:9:a:5:5", "xcsIniUtilWrite:1:o:1:0", "xcsIniUtilWrite:1:k:0:0",
+          "DeleteFileW:1:o:0:20"})
+    {
+        SCOPED_TRACE(pszFaults);
+        Installation zn;
+        zn.Run(zn.MoveWords(), pszFaults);
+        const std::string strBegin = ReadAll(zn.newData / "qm.ini").substr(0, 9);
+        if (pszFaults == std::string("SHFileOperationW:2:k:0:0")) // a copy that was cut off
+            WriteAll(zn.newData / "qm.ini", strBegin + std::string(20, '\0'));
+        WriteAll(zn.work / "zns.ini", zn.strZnsIni);
+        EXPECT_EQ(zn.Run(zn.MoveWords()).nStatus, 0u);
+        EXPECT_EQ(zn.State(), MOVED);
+    }
+}
+
 // The platform's copy says nothing of these.
 TEST(Safety, FilesThatAreHeldOrInTheWayEndTheMove)
 {

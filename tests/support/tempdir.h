@@ -73,7 +73,8 @@ inline void RunHostTool(const char* pszProgram, const char* pszOption, const fs:
 inline void MakeLink(const fs::path& link, const fs::path& target)
 {
     fs::create_directories(link.parent_path());
-    CreateSymbolicLinkW(link.c_str(), target.c_str(), SYMBOLIC_LINK_FLAG_DIRECTORY);
+    CreateSymbolicLinkW(link.c_str(), target.c_str(),
+                        fs::is_directory(target) ? SYMBOLIC_LINK_FLAG_DIRECTORY : 0);
     RunHostTool("Z:\\bin\\ln", "-s", target, link, true);
 }
 

@@ -21,6 +21,8 @@
 #include "hook.h"
 #include "tovxcs2.h"
 
+void ReplaceVolumes(); // volumes.cpp
+
 namespace
 {
 extern "C" void* Dispatch(struct Import* pImport);
@@ -145,7 +147,10 @@ void ReplaceImports()
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD nReason, LPVOID)
 {
     if (nReason == DLL_PROCESS_ATTACH)
+    {
         ReplaceImports();
+        ReplaceVolumes();
+    }
     else if (nReason == DLL_PROCESS_DETACH)
         Report();
     return TRUE;

@@ -78,31 +78,30 @@ void CZNPair::ProveEntry(const std::wstring& strBelow, const ZNVisited& visited,
     const std::wstring strPath = visited.strDir + L"\\" + pszName,
                        strCopy = m_strCopy + strBelow + L"\\" + pszName;
     const ZNListed* const pCopy = copies.Find(pszName);
-    ZNEntryState old = listed, copy;
-    if (pCopy != nullptr)
-        copy = *pCopy;
+    ZNEntryState old, copy;
+    DWORD nError = ZNAskFile(strPath, listed.fLink, old);
+    if (nError != ERROR_SUCCESS)
+    {
+        if (!ZNIsNotThere(nError)) // the old tree as it is now does not have it any more
+            findings.Add(ZN_FINDING::NOT_READ, strPath, nError);
+        return;
+    }
     const auto isSame = [&] {
         return copy.IsDirectory() == old.IsDirectory() &&
                (old.IsDirectory() || (copy.nSize == old.nSize && copy.nLastWrite == old.nLastWrite));
     };
+    if (pCopy != nullptr)
+        copy = *pCopy;
     if (pCopy == nullptr || !isSame())
-    {
-        if (const DWORD nError = ZNAskFile(strPath, listed.fLink, old); nError != ERROR_SUCCESS)
-        {
-            if (!ZNIsNotThere(nError)) // the old tree as it is now does not have it any more
-                findings.Add(ZN_FINDING::NOT_READ, strPath, nError);
-            return;
-        }
-        const DWORD nError = ZNAskFile(strCopy, pCopy != nullptr && pCopy->fLink, copy);
-        if (nError != ERROR_SUCCESS)
-            findings.Add(ZNIsNotThere(nError) ? ZN_FINDING::MISSING : ZN_FINDING::NOT_READ, strCopy, nError);
-        else if (copy.IsDirectory() != old.IsDirectory())
-            findings.Add(ZN_FINDING::OTHER_KIND, strCopy);
-        else if (!old.IsDirectory() && copy.nSize != old.nSize)
-            findings.Add(ZN_FINDING::OTHER_SIZE, strCopy);
-        else if (!isSame() && !m_timeProbe.Makes(old.nLastWrite, copy.nLastWrite))
-            findings.Add(ZN_FINDING::OTHER_TIME, strCopy);
-    }
+        nError = ZNAskFile(strCopy, pCopy != nullptr && pCopy->fLink, copy);
+    if (nError != ERROR_SUCCESS)
+        findings.Add(ZNIsNotThere(nError) ? ZN_FINDING::MISSING : ZN_FINDING::NOT_READ, strCopy, nError);
+    else if (copy.IsDirectory() != old.IsDirectory())
+        findings.Add(ZN_FINDING::OTHER_KIND, strCopy);
+    else if (!old.IsDirectory() && copy.nSize != old.nSize)
+        findings.Add(ZN_FINDING::OTHER_SIZE, strCopy);
+    else if (!isSame() && !m_timeProbe.Makes(old.nLastWrite, copy.nLastWrite))
+        findings.Add(ZN_FINDING::OTHER_TIME, strCopy);
     const bool fCopyLink = pCopy != nullptr && pCopy->fLink;
     if (fCopyLink && !old.IsDirectory())
         findings.Add(ZN_FINDING::IS_LINK, strCopy);
@@ -246,27 +245,18 @@ class CZNPair::Check
 
     void CheckCopyEntry(const std::wstring& strPath, const Entry& entry, const ZNListed* pNow, bool fChanged)
     {
-        const auto isSame = [&](const ZNEntryState& state) {
-            return state.IsDirectory() == entry.fDirectory &&
-                   (entry.fDirectory || fChanged ||
-                    (state.nSize == entry.nSize && state.nLastWrite == entry.nCopyLastWrite));
-        };
         ZNEntryState now;
-        if (pNow != nullptr)
-            now = *pNow;
-        if (pNow == nullptr || !isSame(now))
-        {
-            const DWORD nError = ZNAskFile(strPath, false, now);
-            if (nError != ERROR_SUCCESS)
-                m_findings.Add(ZNIsNotThere(nError) ? ZN_FINDING::MISSING : ZN_FINDING::NOT_READ, strPath,
-                               nError);
-            else if (now.IsDirectory() != entry.fDirectory)
-                m_findings.Add(ZN_FINDING::OTHER_KIND, strPath);
-            else if (!isSame(now) && now.nSize != entry.nSize)
-                m_findings.Add(ZN_FINDING::OTHER_SIZE, strPath);
-            else if (!isSame(now) && !m_pair.m_timeProbe.Makes(entry.nLastWrite, now.nLastWrite))
-                m_findings.Add(ZN_FINDING::OTHER_TIME, strPath);
-        }
+        const DWORD nError = ZNAskFile(strPath, false, now);
+        if (nError != ERROR_SUCCESS)
+            m_findings.Add(ZNIsNotThere(nError) ? ZN_FINDING::MISSING : ZN_FINDING::NOT_READ, strPath,
+                           nError);
+        else if (now.IsDirectory() != entry.fDirectory)
+            m_findings.Add(ZN_FINDING::OTHER_KIND, strPath);
+        else if (!entry.fDirectory && !fChanged && now.nSize != entry.nSize)
+            m_findings.Add(ZN_FINDING::OTHER_SIZE, strPath);
+        else if (!entry.fDirectory && !fChanged && now.nLastWrite != entry.nCopyLastWrite &&
+                 !m_pair.m_timeProbe.Makes(entry.nLastWrite, now.nLastWrite))
+            m_findings.Add(ZN_FINDING::OTHER_TIME, strPath);
         if (pNow != nullptr && pNow->fLink != entry.fCopyLink)
             m_findings.Add(ZN_FINDING::IS_LINK, strPath);
     }
