@@ -99,6 +99,14 @@ TEST(Safety, LeftoversThatLeadElsewhereEndTheMoveBeforeTheCopy)
              WriteAll(zn.newData / "qm.ini", ReadAll(zn.oldData / "qm.ini") + "\nChannels:\n");
          },
          "belongs to another queue manager"},
+        {[&](Installation& zn) { // likewise, whose qm.ini could be this one's
+             const std::string strRoot = zn.root.string();
+             zn.strZnsIni += "QueueManager:\r\n   Name=qm1\r\n   Prefix=" + strRoot +
+                             "\\NewData\r\n   Directory=qm!1\r\n   InstallationName=Inst1\r\n";
+             WriteAll(zn.work / "zns.ini", zn.strZnsIni);
+             WriteAll(zn.newData / "qm.ini", "Log:\n   LogPath=" + strRoot + "\\newlog\\qm!1\\\n# kept");
+         },
+         "belongs to another queue manager"},
         {[&](Installation& zn) { // the new log directory is the work path
              fs::rename(zn.work, zn.root / "QM!1");
              MakeLink(zn.work, zn.root / "QM!1");

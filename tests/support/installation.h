@@ -2,6 +2,7 @@
 // for whole runs of the shipped tarvel.exe.
 #pragma once
 
+#include <algorithm>
 #include <functional>
 
 #include "owner.h"
@@ -227,6 +228,17 @@ class Installation : public TempDir
                                                                                                  : "damaged";
         return "data " + Tree(oldData, data) + Tree(newData, data) + " log " + Tree(oldLog, log) +
                Tree(newLog, log) + " zns " + pszZns + " qm " + (IsQmNew() ? "new" : "old");
+    }
+    // Whether a tree has everything of a snapshot, read through links; the new qm.ini may name the new log.
+    bool IsWhole(const fs::path& tree, const Snapshot& whole) const
+    {
+        return std::ranges::all_of(whole, [&](const auto& entry) {
+            const fs::path path = tree / entry.first;
+            return entry.second == "<dir>" || entry.second == "<link>"
+                       ? fs::is_directory(path)
+                       : fs::exists(path) &&
+                             (ReadAll(path) == entry.second || (path == newData / "qm.ini" && IsQmNew()));
+        });
     }
     // Everything that no part of a move may touch is as it was.
     bool IsRestUntouched() const { return Rest() == rest; }

@@ -180,8 +180,9 @@ void After::ReadTrees()
     // The log may lie in the data. Any other directory that two trees share would be deleted with one of
     // them.
     const auto share = [](const CZNInventory& left, const CZNInventory& right) {
-        return std::ranges::any_of(left.directories,
-                                   [&](const auto& id) { return right.directories.Find(id.second.first) != nullptr; });
+        return std::ranges::any_of(left.directories, [&](const auto& id) {
+            return right.directories.Find(id.second.first) != nullptr;
+        });
     };
     for (const CZNInventory* const pNew : {&m_data.now, &m_log.now})
         m_fOverlap = m_fOverlap || share(m_data.old, *pNew) || share(m_log.old, *pNew);

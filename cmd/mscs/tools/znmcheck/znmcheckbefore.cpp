@@ -333,8 +333,10 @@ void Look::CheckOldTree(const wchar_t* pszSubject, CZNInventory& tree, const Des
 // The look that the command takes before it copies. It expects the destinations to exist.
 void Look::CheckAsTheCommandDoes()
 {
-    const ZNPlaces places = {m_survey.strDataDir, m_survey.strNewDataDir, m_survey.strLogDir,
-                             m_survey.strNewLogDir, m_survey.znsIni.Directory()};
+    const ZNPlaces places = {m_words.strQueueManager,    m_survey.strDataDir,
+                             m_survey.strNewDataDir,     m_survey.strLogDir,
+                             m_survey.strNewLogDir,      CString(m_survey.znsIni.szName),
+                             m_survey.znsIni.Directory()};
     CZNFindings found(FIRST_ONES + 1);
     CZNMovedTrees(places).Look(found);
     const std::vector<ZNFinding>& findings = found.First();

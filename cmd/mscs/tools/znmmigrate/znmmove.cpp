@@ -129,6 +129,8 @@ bool Migration::FindPlaces()
 
     m_places.strDestDataDir = NewDataDirectory(m_app.m_strDataDest, strDirectory);
     m_places.strDestLogDir = NewLogDirectory(m_app.m_strLogDest, strDirectory);
+    m_places.strQueueManager = m_app.m_strQueueManager;
+    m_places.strConfiguration = CString(m_znsIni.szName);
     m_places.strConfigurationDir = m_znsIni.Directory();
     m_trace.Parms("strSrcDataDir:  %S", m_places.strSrcDataDir);
     m_trace.Parms("strDestDataDir:  %S", m_places.strDestDataDir);

@@ -68,6 +68,8 @@ class CZNMovedTrees::Overlaps
                     m_findings.Add(ZN_FINDING::SOURCE_OVERWRITTEN, destination.second.strDir);
         if (!m_leftovers.IsEmpty() && !m_findings.IsFull())
             FindOldFilesAmongLeftovers();
+        if (!m_leftovers.IsEmpty() && !m_findings.IsFull())
+            FindOtherQueueManagers();
     }
 
   private:
@@ -164,6 +166,19 @@ class CZNMovedTrees::Overlaps
         ZNWalk(m_trees.m_data.Old(), visit, m_findings);
         if (!m_findings.IsFull())
             ZNWalk(m_trees.m_log.Old(), visit, m_findings);
+    }
+
+    // Names of queue managers have a letter case, those of their directories may have none.
+    void FindOtherQueueManagers()
+    {
+        const ZNPlaces& places = m_trees.m_places;
+        for (const ZNOtherPlaces& other : ReadOtherPlaces(places.strConfiguration, places.strQueueManager))
+            for (const CString& strDir : {other.strDataDir, other.strLogDir})
+            {
+                const auto identity = strDir.IsEmpty() ? std::nullopt : CZNIdentity::Of(Wide(strDir));
+                if (const Destination* const p = identity ? m_destinations.Find(*identity) : nullptr)
+                    m_findings.Add(ZN_FINDING::OTHER_QUEUE_MANAGER, p->strDir);
+            }
     }
 
     CZNMovedTrees& m_trees;

@@ -151,7 +151,7 @@ class CZNPair::Check
     bool IsDirectory(const std::wstring& strDir, const CZNIdentity& proved)
     {
         DWORD nError = ERROR_SUCCESS;
-        // A link to another volume is told by being a link.
+        // The volume is the one that was proved, or the path leads elsewhere and the identifiers differ.
         const auto identity = CZNIdentity::Of(strDir, &proved, &nError);
         if (!identity)
             return m_findings.Add(ZNIsNotThere(nError) ? ZN_FINDING::MISSING : ZN_FINDING::NOT_IDENTIFIED,
@@ -226,39 +226,38 @@ class CZNPair::Check
 
     // --- the copy
 
-    // What was proved must be there; more may be.
+    // What was proved must be there; more may be, so nothing is listed.
     void CheckCopy(const std::wstring& strDir, const Directory& directory)
     {
-        CZNListing now;
-        if (!IsDirectory(strDir, directory.copy) || !now.Read(strDir, m_findings))
+        if (!IsDirectory(strDir, directory.copy))
             return;
+        const bool fChanged = m_pChanged != nullptr && directory.copy.IsSame(*m_pChanged);
         for (const Entry& entry : directory.entries)
         {
             const wchar_t* const pszName = directory.NameOf(entry);
-            CheckCopyEntry(strDir + L"\\" + pszName, entry, now.Find(pszName),
-                           m_pChanged != nullptr && ZNIsSameName(pszName, L"qm.ini") &&
-                               directory.copy.IsSame(*m_pChanged));
+            if (!entry.fDirectory) // a directory is checked for itself
+                CheckCopyFile(strDir + L"\\" + pszName, entry, fChanged && ZNIsSameName(pszName, L"qm.ini"));
             if (m_findings.IsFull())
                 return;
         }
     }
 
-    void CheckCopyEntry(const std::wstring& strPath, const Entry& entry, const ZNListed* pNow, bool fChanged)
+    void CheckCopyFile(const std::wstring& strPath, const Entry& entry, bool fChanged)
     {
         ZNEntryState now;
         const DWORD nError = ZNAskFile(strPath, false, now);
         if (nError != ERROR_SUCCESS)
             m_findings.Add(ZNIsNotThere(nError) ? ZN_FINDING::MISSING : ZN_FINDING::NOT_READ, strPath,
                            nError);
-        else if (now.IsDirectory() != entry.fDirectory)
+        else if (now.IsDirectory())
             m_findings.Add(ZN_FINDING::OTHER_KIND, strPath);
-        else if (!entry.fDirectory && !fChanged && now.nSize != entry.nSize)
+        else if ((now.nAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && ZNIsLinkAt(strPath))
+            m_findings.Add(ZN_FINDING::IS_LINK, strPath);
+        else if (!fChanged && now.nSize != entry.nSize)
             m_findings.Add(ZN_FINDING::OTHER_SIZE, strPath);
-        else if (!entry.fDirectory && !fChanged && now.nLastWrite != entry.nCopyLastWrite &&
+        else if (!fChanged && now.nLastWrite != entry.nCopyLastWrite &&
                  !m_pair.m_timeProbe.Makes(entry.nLastWrite, now.nLastWrite))
             m_findings.Add(ZN_FINDING::OTHER_TIME, strPath);
-        if (pNow != nullptr && pNow->fLink != entry.fCopyLink)
-            m_findings.Add(ZN_FINDING::IS_LINK, strPath);
     }
 
     const CZNPair& m_pair;

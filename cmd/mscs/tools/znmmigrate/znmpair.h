@@ -23,8 +23,8 @@ class CZNPair
     // Returns false with findings; what is remembered is then incomplete.
     bool Prove(const CZNPair& other, const CZNIdentity* pConfiguration, CZNFindings& findings);
 
-    // Whether both trees are still what was proved. Each file is asked, of the copy too: a program may hold it
-    // open, and the listing not know yet what that has written.
+    // Whether both trees are still what was proved. Each file is asked, of the copy too: a program may hold
+    // it open, and the listing not know yet what that has written.
     //
     // pChanged: a directory of a copy whose qm.ini the change of the configuration may have made anything of;
     // null before that change. fOtherDeleted: what the other old tree held as well is gone or empty.

@@ -1,9 +1,14 @@
 // Reads the places of a queue manager through the product's library. Changes nothing.
 #include "znmplaces.h"
 
+#include <map>
+#include <string>
+
 #include "tovmsrid.h"
 #include "znmidentity.h"
 #include "znmpaths.h"
+#include "znmreadfile.h"
+#include "znmstanza.h"
 #include "znmwalk.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmplaces"));
@@ -43,6 +48,42 @@ CString NewDataDirectory(const CString& strDataDest, const CString& strDirectory
 CString NewLogDirectory(const CString& strLogDest, const CString& strDirectory)
 {
     return strLogDest + L"\\" + strDirectory;
+}
+
+std::vector<ZNOtherPlaces> ReadOtherPlaces(const CString& strConfiguration, const CString& strQueueManager)
+{
+    struct Stanza
+    {
+        CString strName, strPrefix, strDirectory;
+    };
+    std::string strText;
+    ZNReadFile(static_cast<const wchar_t*>(strConfiguration), strText);
+    std::map<size_t, Stanza> stanzas;
+    for (const ZNStanzaLine& line : ZNReadStanzas(strText))
+    {
+        if (line.stanza != "QueueManager")
+            continue;
+        Stanza& stanza = stanzas[line.nStanza];
+        const CString strValue(std::string(line.value).c_str());
+        if (line.attribute == "Name")
+            stanza.strName = strValue;
+        else if (line.attribute == "Prefix")
+            stanza.strPrefix = strValue;
+        else if (line.attribute == "Directory")
+            stanza.strDirectory = strValue;
+    }
+    std::vector<ZNOtherPlaces> others;
+    for (const auto& [nStanza, stanza] : stanzas)
+    {
+        if (stanza.strName == strQueueManager || stanza.strPrefix.IsEmpty() || stanza.strDirectory.IsEmpty())
+            continue;
+        ZNOtherPlaces other;
+        other.strDataDir = NewDataDirectory(stanza.strPrefix, stanza.strDirectory);
+        ZNReadFile(static_cast<const wchar_t*>(other.strDataDir + L"\\qm.ini"), strText);
+        other.strLogDir = CString(std::string(ZNFindValue(strText, "Log", "LogPath")).c_str());
+        others.push_back(other);
+    }
+    return others;
 }
 
 bool ZNIsSamePlace(const CString& strLeft, const CString& strRight)

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "afxwin.h"
 #include "tovxcs2.h"
@@ -30,10 +31,20 @@ bool ReadLogPath(const ConfigurationFile& qmIni, CString& strLogPath);
 // Where the trees of a move are and where they go. Trees have no trailing backslash.
 struct ZNPlaces
 {
+    CString strQueueManager;
     CString strSrcDataDir, strDestDataDir;
     CString strSrcLogDir, strDestLogDir;
-    CString strConfigurationDir; // of zns.ini
+    CString strConfiguration;    // zns.ini
+    CString strConfigurationDir; // its directory
 };
+
+// The data and log directories of the other queue managers that the text of zns.ini names, as far as their
+// qm.ini can be read. The library cannot be asked for them: it lists none.
+struct ZNOtherPlaces
+{
+    CString strDataDir, strLogDir;
+};
+std::vector<ZNOtherPlaces> ReadOtherPlaces(const CString& strConfiguration, const CString& strQueueManager);
 
 // The new directories of a queue manager whose directory name is strDirectory.
 CString NewDataDirectory(const CString& strDataDest, const CString& strDirectory);

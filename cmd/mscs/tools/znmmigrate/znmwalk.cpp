@@ -111,6 +111,14 @@ bool ZNIsLink(const WIN32_FIND_DATAW& found)
            (IsReparseTagNameSurrogate(found.dwReserved0) || (fDirectory && found.dwReserved0 == 0));
 }
 
+bool ZNIsLinkAt(const std::wstring& strPath)
+{
+    WIN32_FIND_DATAW found = {};
+    const FindHandle find(
+        FindFirstFileExW(strPath.c_str(), FindExInfoBasic, &found, FindExSearchNameMatch, nullptr, 0));
+    return !find || ZNIsLink(found);
+}
+
 ZNEntryState ZNStateOf(const WIN32_FIND_DATAW& found)
 {
     return StateOf(found);

@@ -55,6 +55,8 @@ class CZNListing
 // Whether a listed entry is a link by its tag. A directory's reparse point without a tag is one, too: some
 // systems do not tell tags.
 bool ZNIsLink(const WIN32_FIND_DATAW& found);
+// The same for a path. What cannot be asked counts as a link.
+bool ZNIsLinkAt(const std::wstring& strPath);
 
 // The state that a listing gives; a link's own.
 ZNEntryState ZNStateOf(const WIN32_FIND_DATAW& found);
