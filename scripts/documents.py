@@ -1,9 +1,12 @@
-"""Finds lines of documents that are longer than 120 characters; with --fix wraps their paragraphs.
+"""Checks the documents: lines of at most 120 characters, no heading that two documents share, no link that leads
+nowhere. With --fix wraps the paragraphs that have longer lines.
 
     python3 scripts/documents.py [--fix] FILE...
 
 Rows of tables and code may be longer: they cannot be wrapped.
 """
+import collections
+import os
 import re
 import sys
 import textwrap
@@ -43,24 +46,52 @@ def wrapped(block):
     return block
 
 
-def main():
-    fix = "--fix" in sys.argv
-    found = False
-    for name in (word for word in sys.argv[1:] if word != "--fix"):
-        with open(name, encoding="utf-8") as file:
-            before = file.read().split("\n")
-        after = []
-        for wrappable, block in blocks(before):
-            is_long = wrappable and any(len(line) > WIDTH for line in block)
-            result = wrapped(block) if is_long else block
-            if is_long and not fix and result != block:
-                print(f"{name}:{len(after) + 1}: a line is longer than {WIDTH} characters")
-                found = True
-            after += block if not fix else result
-        if fix and after != before:
-            with open(name, "w", encoding="utf-8") as file:
-                file.write("\n".join(after))
+def wrap(name, text, fix):
+    """Returns the lines that are too long, or wraps them in the file."""
+    found, after = [], []
+    for wrappable, block in blocks(text.split("\n")):
+        is_long = wrappable and any(len(line) > WIDTH for line in block)
+        result = wrapped(block) if is_long else block
+        if result != block:
+            found.append(f"{name}:{len(after) + 1}: a line is longer than {WIDTH} characters")
+        after += result if fix else block
+    if not fix or not found:
+        return found
+    with open(name, "w", encoding="utf-8") as file:
+        file.write("\n".join(after))
+    return []
+
+
+def headings_and_links(texts):
+    prose = {name: re.sub(r"^\s*```.*?^\s*```", "", text, flags=re.M | re.S) for name, text in texts.items()}
+    headings = {name: re.findall(r"^#+ +(.+)", text, re.M) for name, text in prose.items()}
+    places = {name: {re.sub(r"[^\w\- ]", "", title.lower()).replace(" ", "-") for title in titles} |
+              set(re.findall(r'id="([^"]*)"', prose[name])) for name, titles in headings.items()}
+    documents = collections.defaultdict(set)
+    for name, titles in headings.items():
+        for title in titles:
+            documents[title.lower()].add(name)
+    found = [f"{' and '.join(sorted(names))} share the heading \"{title}\""
+             for title, names in documents.items() if len(names) > 1]
+    for name, text in prose.items():
+        for target in re.findall(r"\]\(([^)\s]+)\)", text):
+            file, _, place = target.partition("#")
+            path = os.path.normpath(os.path.join(os.path.dirname(name), file)) if file else name
+            if "://" not in target and (not os.path.exists(path) or place and place not in places.get(path, ())):
+                found.append(f"{name}: the link to {target} leads nowhere")
     return found
+
+
+def main():
+    names = [os.path.normpath(word) for word in sys.argv[1:] if word != "--fix"]
+    texts = {}
+    for name in names:
+        with open(name, encoding="utf-8") as file:
+            texts[name] = file.read()
+    found = [line for name in names for line in wrap(name, texts[name], "--fix" in sys.argv)]
+    found += headings_and_links(texts)
+    print(*found, sep="\n", end="\n" if found else "")
+    return bool(found)
 
 
 sys.exit(main())

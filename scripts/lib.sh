@@ -119,9 +119,6 @@ make_sample() {
         "   Path=$installation" '   Identity=1f0c7a52' >"$sample/D/znm/zns.ini"
 }
 
-# create_sample_qm <files>
-create_sample_qm() { program sampleqm create QM1 /dd 'D:\znm\data' /ld 'D:\znm\log' /files "$1"; }
-
 # folder <Windows path>: where it lies.
 folder() {
     local path=${1//\\//}
@@ -136,11 +133,3 @@ in_sample() (cd "$sample/wine/drive_c" && exec "$top/scripts/wine" "$@")
 
 # program <name> <word>...: runs one of the installation's.
 program() { in_sample "$installation\\bin64\\$1.exe" "${@:2}"; }
-
-# record_kept <old folder> <new folder>: the file that the queue manager wrote to begins with what it held, and closes
-# with the record of a proper end.
-record_kept() {
-    local file=activity.rec
-    if [ ! -e "$1/$file" ]; then file=journal.rec; fi
-    cmp -n "$(stat -c %s "$1/$file")" "$1/$file" "$2/$file" && tail -n 1 "$2/$file" | grep ' ended '
-}

@@ -19,7 +19,7 @@
     CODE(XCS_RC_INITIALIZED, 0x20006173, "initialised already")                                              \
     CODE(XCS_RC_NOT_AUTHORIZED, 0x40806170, "the user is in neither group")
 
-#define XCS_ENUMERATOR(constant, value, meaning) constant = value,
+#define XCS_ENUMERATOR(constant, value, meaning) constant = (value),
 enum XCS_RC : int32_t
 {
     XCS_RC_OK = 0,

@@ -42,7 +42,7 @@ WorkFile CreateWorkFile(const wchar_t* pszDirectory, const wchar_t* pszExtension
     const std::wstring strWorkPath = WorkPath();
     if (strWorkPath.empty())
         return {};
-    const std::wstring strDirectory = strWorkPath + L"\\" + pszDirectory;
+    const std::wstring strDirectory = strWorkPath + L"\\" + pszDirectory + L"\\";
     CreateDirectoryW(strDirectory.c_str(), nullptr); // it nearly always exists; the next step finds out
     // Process numbers are reused: names that an earlier process took are skipped.
     constexpr int MAX_FILES_OF_PROCESS = 10'000;
@@ -51,8 +51,9 @@ WorkFile CreateWorkFile(const wchar_t* pszDirectory, const wchar_t* pszExtension
     {
         std::wstring strName =
             L"ZN" + std::to_wstring(GetCurrentProcessId()) + L"." + std::to_wstring(s_nNext++) + pszExtension;
-        FileHandle file(CreateFileW((strDirectory + L"\\" + strName).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
-                                    nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+        const std::wstring strPath = strDirectory + strName;
+        FileHandle file(CreateFileW(strPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr));
         const DWORD nError = GetLastError();
         if (file || nError != ERROR_FILE_EXISTS)
             return {std::move(file), std::move(strName)};

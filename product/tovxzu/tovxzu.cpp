@@ -33,6 +33,6 @@ void zutDisplayCSPError(const XCS_CONNECTION*, int32_t nStatus, int32_t nReturnC
         "User '%s' is not authorized to administer Vantor ZN queue managers (code 0x%08X, status %d).\n"
         "Ask for membership of the local group 'znm' or 'Administrators', sign in again, and run the "
         "command from an elevated command prompt.\n";
-    fprintf(stderr, nReturnCode == XCS_RC_NO_VOLUME_SECURITY ? NO_VOLUME_SECURITY : NOT_AUTHORIZED,
-            szUser, nCode, nStatus);
+    fprintf(stderr, nReturnCode == XCS_RC_NO_VOLUME_SECURITY ? NO_VOLUME_SECURITY : NOT_AUTHORIZED, szUser,
+            nCode, nStatus);
 }

@@ -1,0 +1,258 @@
+"""Moves trees and makes the report: the second half of scripts/bench, which prepares build/bench.
+
+    python3 scripts/bench.py SERVER [--short]
+
+SERVER is the process number of Wine's server, whose processor time belongs to the programs that it serves.
+"""
+import collections
+import math
+import os
+import pathlib
+import statistics
+import subprocess
+import sys
+import time
+
+BENCH = pathlib.Path("build/bench")
+DISK, PROGRAMS = BENCH / "disk", BENCH / "programs"
+OLD = r"T:\old\data\qmgrs\QM1", r"T:\old\log\QM1"
+NEW = r"T:\new\data\qmgrs\QM1", r"T:\new\log\QM1"
+LIMIT = 1.25
+Move = collections.namedtuple("Move", "wall cpu peak phases", defaults=[()])  # ms, ms, KiB, the floor's four parts in ms
+moves = {}  # (tree, files): who: of each round a Move
+report = []
+
+
+def shell(command, **options):
+    return subprocess.run(["bash", "-euc", command], check=True, capture_output=True, text=True, **options).stdout
+
+
+def make_trees(tree, files):
+    """Makes what every move of them begins with."""
+    # Ten files of 4 KiB, one of them read-only and one hidden (which to Wine is one whose name begins with a dot).
+    shell("rm -rf template leaf; mkdir -p template/data template/log leaf; cd leaf; "
+          "for name in 0 1 2 3 4 5 6 7 8 .9; do head -c 4096 /dev/urandom >$name; done; chmod a-w 8", cwd=DISK)
+    trees = DISK / "template/data", DISK / "template/log"
+    if tree == "large":  # 256 MiB in all
+        for n in range(files):
+            (trees[n % 2] / str(n)).write_bytes(os.urandom((1 << 28) // files))
+        return
+    for n in range(files // 10):
+        # A hundred directories in one, or each in the one before.
+        folder = trees[n % 2] / f"{n // 200}/{n}" if tree == "wide" else trees[0].joinpath(*"d" * (n + 1))
+        folder.parent.mkdir(parents=True, exist_ok=True)
+        subprocess.run(["cp", "-a", DISK / "leaf", folder], check=True)
+
+
+def lay_out(queue_managers=1):
+    """Makes everything as it is before a move; the last queue manager of zns.ini is QM1."""
+    shell("rm -rf old new znm; mkdir -p old/data/qmgrs old/log new znm; cp -a template/data old/data/qmgrs/QM1; "
+          "cp -a template/log old/log/QM1", cwd=DISK)
+    (DISK / "old/data/qmgrs/QM1/qm.ini").write_text(f"Log:\n   LogPath={OLD[1]}\\\n")
+    with open(DISK / "znm/zns.ini", "w", encoding="ascii") as file:
+        file.write("Installation:\n   Name=Inst1\n   Path=T:\\inst\n   Identity=Inst1\n")
+        for n in range(queue_managers, 0, -1):
+            file.write(f"QueueManager:\n   Name=QM{n}\n   Prefix=T:\\old\\data\n   Directory=QM{n}\n"
+                       "   InstallationName=Inst1\n")
+
+
+def server_ms():
+    fields = pathlib.Path(f"/proc/{sys.argv[1]}/stat").read_text().split()
+    return (int(fields[13]) + int(fields[14])) * 1000 / os.sysconf("SC_CLK_TCK")
+
+
+def program(name):
+    return PROGRAMS / f"{name}.exe"
+
+
+def timed(words, **environment):
+    """Runs a Windows program. Returns its status, its output and the Move that it was."""
+    environment = {key: value for key, value in os.environ.items() if key != "ZN_TRACE"} | {
+        "ZN_WORK_PATH": r"T:\znm"} | environment
+    server, started = server_ms(), time.perf_counter()
+    with open(BENCH / "output", "w+", encoding="utf-8", errors="replace") as output:
+        process = subprocess.Popen(["scripts/wine", *words], stdin=subprocess.DEVNULL, stdout=output,
+                                   stderr=subprocess.STDOUT, env=environment)
+        _, status, usage = os.wait4(process.pid, 0)
+        wall = (time.perf_counter() - started) * 1000
+        process.returncode = status
+        output.seek(0)
+        return status, output.read(), Move(
+            wall, (usage.ru_utime + usage.ru_stime) * 1000 + server_ms() - server, usage.ru_maxrss)
+
+
+def words_of(who):
+    if who == "xcopy":
+        options = "/E /H /K /R /Y /I /Q"
+        return ["cmd", "/c", " && ".join([f"xcopy {old} {new} {options}" for old, new in zip(OLD, NEW)] +
+                                         [f"rd /s /q {old}" for old in OLD])]
+    if who in ("floor", "listings", "looks"):
+        return [program("bench_floor"), *OLD, *NEW, r"T:\znm\zns.ini", r"T:\old\data", r"T:\new\data",
+                "" if who == "floor" else who]
+    return [program("tarvel"), "/m", "QM1", "/dd", r"T:\new\data", "/ld", r"T:\new\log"]
+
+
+def count_files(path):
+    return sum(len(files) for _, _, files in os.walk(path))
+
+
+def measure(tree, files, rounds, *names):
+    """By turns, in the opposite order every other round. Each move is looked at."""
+    print(f"Moving {files} files ({tree}), {rounds} rounds: {' '.join(names)}", flush=True)
+    make_trees(tree, files)
+    table = moves[tree, files] = {who: [] for who in names}
+    for n in range(rounds):
+        for who in names[::-1] if n % 2 else names:
+            lay_out()
+            trace = {"ZN_TRACE": who} if who in ("flow", "detail") else {}
+            status, output, move = timed(words_of(who), **trace)
+            moved, left = count_files(DISK / "new"), count_files(DISK / "old")
+            if status or left or moved != count_files(DISK / "template") + 1:
+                sys.exit(f"{who} ended with {status}, moved {moved} files and left {left}:\n{output}")
+            phases = tuple(map(float, output.split())) if who in ("floor", "looks") else ()
+            table[who].append(move._replace(phases=phases))
+
+
+def middle(runs, column="wall"):
+    return statistics.median(getattr(run, column) for run in runs)
+
+
+def ratios(runs, others, column="wall", less=None):
+    """Of the pairs; without the floor's third part if less has its runs."""
+    return [(getattr(run, column) - (less[i].phases[1] if less else 0)) / getattr(other, column)
+            for i, (run, other) in enumerate(zip(runs, others))]
+
+
+def spread(values):
+    return f"{statistics.median(values):.3f} ({min(values):.2f} to {max(values):.2f})"
+
+
+def table(titles, rows):
+    report.extend(["", f"| {' | '.join(titles.split('|'))} |", "|---" * (titles.count("|") + 1) + "|"])
+    report.extend("| " + " | ".join(map(str, row)) + " |" for row in rows)
+
+
+def report_moves():
+    rows = [(key, who["floor"], who["tarvel"], who["xcopy"], who["looks"]) for key, who in moves.items()]
+    table("tree|files|rounds|floor, ms|tarvel, ms|tarvel / floor|fastest / fastest|processor time|tarvel / looks",
+          [(*key, len(floor), int(middle(floor)), int(middle(tarvel)), spread(ratios(tarvel, floor)),
+            f"{min(run.wall for run in tarvel) / min(run.wall for run in floor):.3f}",
+            spread(ratios(tarvel, floor, "cpu")), spread(ratios(tarvel, looks))) for key, floor, tarvel, _, looks in rows])
+    table("tree|files|floor: copy, ms|access lists, ms|configuration, ms|deletion, ms|xcopy and rd, ms|"
+          "tarvel / xcopy and rd|without access lists",
+          [(*key, *(f"{statistics.median(run.phases[i] for run in floor):.1f}" for i in range(4)), int(middle(xcopy)),
+            spread(ratios(tarvel, xcopy)), spread(ratios(tarvel, xcopy, less=floor))) for key, floor, tarvel, xcopy, _ in rows])
+    rows = [row for row in rows if row[0][0] == "wide"]
+    table("files|floor, ms a file|tarvel, ms a file|xcopy and rd, ms a file|beyond the floor, ms a file|"
+          "peak of floor, KiB|peak of tarvel, KiB|difference, KiB",
+          [(n, *(f"{middle(runs) / n:.3f}" for runs in (floor, tarvel, xcopy)),
+            f"{statistics.median(b.wall - a.wall for a, b in zip(floor, tarvel)) / n:+.3f}", int(middle(floor, 'peak')),
+            int(middle(tarvel, "peak")), f"{middle(tarvel, 'peak') - middle(floor, 'peak'):+.0f}")
+           for (_, n), floor, tarvel, xcopy, _ in rows])
+    traced = moves["wide", 1000]
+    table("trace, wide 1000|ms|of tarvel without trace|processor time",
+          [(who, int(middle(traced[who])), spread(ratios(traced[who], traced["tarvel"])),
+            spread(ratios(traced[who], traced["tarvel"], "cpu"))) for who in ("flow", "detail")])
+
+
+def plot():
+    """Milliseconds a file, from 0 to the next whole number, against the number of files."""
+    lines = {who: [(n, middle(runs[who]) / n) for (tree, n), runs in moves.items() if tree == "wide"]
+             for who in ("floor", "tarvel", "xcopy")}
+    top = math.ceil(max(y for line in lines.values() for _, y in line))
+    at_x = lambda n: 60 + 480 * math.log(n / 100, 200)
+    at_y = lambda y: 320 - 280 * y / top
+    svg = ['<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 640 360" font-family="sans-serif" font-size="13">',
+           '<rect width="640" height="360" fill="white"/>',
+           '<text x="60" y="24">Milliseconds a file against number of files</text>']
+    for y in range(top + 1):
+        svg.append(f'<path d="M60 {at_y(y):.0f} H540" stroke="#ddd"/>'
+                   f'<text x="50" y="{at_y(y) + 4:.0f}" text-anchor="end">{y}</text>')
+    for (who, line), colour, shift in zip(lines.items(), ("#777777", "#0055aa", "#cc5500"), (4, -6, 14)):
+        points = [f"{at_x(n):.1f} {at_y(y):.1f}" for n, y in line]
+        svg += [f'<circle cx="{p.split()[0]}" cy="{p.split()[1]}" r="3" fill="{colour}"/>' for p in points]
+        svg.append(f'<path d="M{" L".join(points)}" fill="none" stroke="{colour}" stroke-width="2"/><text x="550" '
+                   f'y="{at_y(line[-1][1]) + shift:.1f}" fill="{colour}">{"xcopy, rd" if who == "xcopy" else who}</text>')
+    svg += [f'<text x="{at_x(n):.1f}" y="340" text-anchor="middle">{n}</text>' for n, _ in lines["floor"]]
+    (BENCH / "performance.svg").write_text("\n".join(svg + ["</svg>", ""]))
+
+
+def report_starts():
+    print("Starting programs", flush=True)
+    runs = collections.defaultdict(list)
+    for _ in range(21):
+        for name in ("bench_empty", "bench_imports", "tarvel"):
+            runs[name].append(timed([program(name)])[2])
+    table("start|ms|beyond the empty program, ms|peak, KiB",
+          [(name.removeprefix("bench_"), f"{middle(some):.1f}",
+            f"{statistics.median(a.wall - b.wall for a, b in zip(some, runs['bench_empty'])):+.1f}",
+            int(middle(some, "peak"))) for name, some in runs.items()])
+
+
+def report_calls():
+    print("Counting calls", flush=True)
+    environment = {**os.environ, "ZN_WORK_PATH": r"T:\znm"}
+    rows = []
+    for files in 100, 1000, 3000:
+        make_trees("wide", files)
+        calls = {}
+        for who in "floor", "listings", "looks", "tarvel":
+            lay_out()
+            subprocess.run(["strace", "-f", "-qq", "-c", "-o", BENCH / "calls", "scripts/wine", *words_of(who)],
+                           check=True, capture_output=True, env=environment)
+            total = [line.split() for line in (BENCH / "calls").read_text().splitlines() if line.endswith(" total")]
+            calls[who] = int(total[0][3])
+            rows.append((files, who, calls[who], f"{(calls[who] - calls['floor']) / files:.1f}"))
+    table('files|who|system calls|beyond the floor, a file', rows)
+    lay_out()
+    _, output, _ = timed(words_of("tarvel"), WINEDEBUG="trace+file")
+    opened = sum("CreateFileW " in line and '\\\\zns.ini" ' in line for line in output.splitlines())
+    table("calls of a move|number", [("zns.ini opened", opened)])
+
+
+def report_library():
+    print("Tracing, reading and changing zns.ini", flush=True)
+    rows = []
+    for line in timed([program("bench_trace")])[1].splitlines():
+        if line.startswith("# "):
+            state = line[2:]
+        else:
+            name, *figures = line.split("\t")
+            rows.append((f"{state}: {name}", *figures))
+    table("what|by hand, ns|traced, ns|ratio", rows)
+    make_trees("wide", 100)
+    lines = collections.defaultdict(list)
+    for stanzas in 1, 1000, 10_000, 100_000:
+        lay_out(stanzas)
+        for line in timed([program("bench_configuration")])[1].splitlines():
+            name, value = line.split("\t", 1)
+            lines[name].append(value)
+        lines["a move of 100 files"].append(f"{timed(words_of('tarvel'))[2].wall:.0f}")
+    table("milliseconds; queue managers:|1|1,000|10,000|100,000", [(name, *values) for name, values in lines.items()])
+    table("stripped program|bytes", [(name, (PROGRAMS / name).stat().st_size) for name in (
+        "tarvel.exe", "tovxcs2.dll", "tovxzu.dll", "endznm.exe", "sampleqm.exe")])
+
+
+def main():
+    if "--short" in sys.argv:
+        measure("wide", 1000, 7, "floor", "tarvel")
+        found = ratios(moves["wide", 1000]["tarvel"], moves["wide", 1000]["floor"])
+        print(f"tarvel / floor: {spread(found)}; at most {LIMIT} is allowed")
+        return statistics.median(found) > LIMIT
+    measure("wide", 100, 9, "floor", "tarvel", "xcopy", "looks")
+    measure("wide", 1000, 11, "floor", "tarvel", "xcopy", "looks", "flow", "detail")
+    measure("deep", 600, 3, "floor", "tarvel", "xcopy", "looks")
+    measure("large", 4, 5, "floor", "tarvel", "xcopy", "looks")
+    measure("wide", 20_000, 2, "floor", "tarvel", "xcopy", "looks")
+    report_moves()
+    plot()
+    report_starts()
+    report_calls()
+    report_library()
+    text = "\n".join(report) + "\n"
+    (BENCH / "report.md").write_text(text)
+    print(text)
+    return False
+
+
+sys.exit(main())
