@@ -8,6 +8,7 @@ import collections
 import math
 import os
 import pathlib
+import re
 import statistics
 import subprocess
 import sys
@@ -65,13 +66,12 @@ def program(name):
     return PROGRAMS / f"{name}.exe"
 
 
-def timed(words, **environment):
+def timed(words, runner=(), **environment):
     """Runs a Windows program. Returns its status, its output and the Move that it was."""
-    environment = {key: value for key, value in os.environ.items() if key != "ZN_TRACE"} | {
-        "ZN_WORK_PATH": r"T:\znm"} | environment
+    environment = {**os.environ, "ZN_WORK_PATH": r"T:\znm", "ZN_TRACE": "", **environment}
     server, started = server_ms(), time.perf_counter()
     with open(BENCH / "output", "w+", encoding="utf-8", errors="replace") as output:
-        process = subprocess.Popen(["scripts/wine", *words], stdin=subprocess.DEVNULL, stdout=output,
+        process = subprocess.Popen([*runner, "scripts/wine", *words], stdin=subprocess.DEVNULL, stdout=output,
                                    stderr=subprocess.STDOUT, env=environment)
         _, status, usage = os.wait4(process.pid, 0)
         wall = (time.perf_counter() - started) * 1000
@@ -136,8 +136,8 @@ def report_moves():
     rows = [(key, who["floor"], who["tarvel"], who["xcopy"], who["looks"]) for key, who in moves.items()]
     table("tree|files|rounds|floor, ms|tarvel, ms|tarvel / floor|fastest / fastest|processor time|tarvel / looks",
           [(*key, len(floor), int(middle(floor)), int(middle(tarvel)), spread(ratios(tarvel, floor)),
-            f"{min(run.wall for run in tarvel) / min(run.wall for run in floor):.3f}",
-            spread(ratios(tarvel, floor, "cpu")), spread(ratios(tarvel, looks))) for key, floor, tarvel, _, looks in rows])
+            f"{min(tarvel).wall / min(floor).wall:.3f}", spread(ratios(tarvel, floor, "cpu")), spread(ratios(tarvel, looks)))
+           for key, floor, tarvel, _, looks in rows])
     table("tree|files|floor: copy, ms|access lists, ms|configuration, ms|deletion, ms|xcopy and rd, ms|"
           "tarvel / xcopy and rd|without access lists",
           [(*key, *(f"{statistics.median(run.phases[i] for run in floor):.1f}" for i in range(4)), int(middle(xcopy)),
@@ -146,68 +146,55 @@ def report_moves():
     table("files|floor, ms a file|tarvel, ms a file|xcopy and rd, ms a file|beyond the floor, ms a file|"
           "peak of floor, KiB|peak of tarvel, KiB|difference, KiB",
           [(n, *(f"{middle(runs) / n:.3f}" for runs in (floor, tarvel, xcopy)),
-            f"{statistics.median(b.wall - a.wall for a, b in zip(floor, tarvel)) / n:+.3f}", int(middle(floor, 'peak')),
+            f"{statistics.median(b.wall - a.wall for a, b in zip(floor, tarvel)) / n:+.3f}", int(middle(floor, "peak")),
             int(middle(tarvel, "peak")), f"{middle(tarvel, 'peak') - middle(floor, 'peak'):+.0f}")
            for (_, n), floor, tarvel, xcopy, _ in rows])
     traced = moves["wide", 1000]
     table("trace, wide 1000|ms|of tarvel without trace|processor time",
-          [(who, int(middle(traced[who])), spread(ratios(traced[who], traced["tarvel"])),
-            spread(ratios(traced[who], traced["tarvel"], "cpu"))) for who in ("flow", "detail")])
+          [(who, int(middle(traced[who])), *(spread(ratios(traced[who], traced["tarvel"], column)) for column in ("wall", "cpu")))
+           for who in ("flow", "detail")])
 
 
 def plot():
     """Milliseconds a file, from 0 to the next whole number, against the number of files."""
-    lines = {who: [(n, middle(runs[who]) / n) for (tree, n), runs in moves.items() if tree == "wide"]
-             for who in ("floor", "tarvel", "xcopy")}
-    top = math.ceil(max(y for line in lines.values() for _, y in line))
-    at_x = lambda n: 60 + 480 * math.log(n / 100, 200)
-    at_y = lambda y: 320 - 280 * y / top
+    wide = {n: who for (tree, n), who in moves.items() if tree == "wide"}
+    top = math.ceil(max(middle(who[name]) / n for n, who in wide.items() for name in ("floor", "tarvel", "xcopy")))
+    at_x, at_y = lambda n: 60 + 480 * math.log(n / 100, 200), lambda y: 320 - 280 * y / top
     svg = ['<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 640 360" font-family="sans-serif" font-size="13">',
            '<rect width="640" height="360" fill="white"/>',
            '<text x="60" y="24">Milliseconds a file against number of files</text>']
-    for y in range(top + 1):
-        svg.append(f'<path d="M60 {at_y(y):.0f} H540" stroke="#ddd"/>'
-                   f'<text x="50" y="{at_y(y) + 4:.0f}" text-anchor="end">{y}</text>')
-    for (who, line), colour, shift in zip(lines.items(), ("#777777", "#0055aa", "#cc5500"), (4, -6, 14)):
-        points = [f"{at_x(n):.1f} {at_y(y):.1f}" for n, y in line]
-        svg += [f'<circle cx="{p.split()[0]}" cy="{p.split()[1]}" r="3" fill="{colour}"/>' for p in points]
-        svg.append(f'<path d="M{" L".join(points)}" fill="none" stroke="{colour}" stroke-width="2"/><text x="550" '
-                   f'y="{at_y(line[-1][1]) + shift:.1f}" fill="{colour}">{"xcopy, rd" if who == "xcopy" else who}</text>')
-    svg += [f'<text x="{at_x(n):.1f}" y="340" text-anchor="middle">{n}</text>' for n, _ in lines["floor"]]
+    svg += [f'<path d="M60 {at_y(y):.0f} H540" stroke="#ddd"/><text x="50" y="{at_y(y) + 4:.0f}" text-anchor="end">{y}</text>'
+            for y in range(top + 1)]
+    svg += [f'<text x="{at_x(n):.1f}" y="340" text-anchor="middle">{n}</text>' for n in wide]
+    for name, title, colour, shift in (("floor", "floor", "#777777", 4), ("tarvel", "tarvel", "#0055aa", -6),
+                                       ("xcopy", "xcopy, rd", "#cc5500", 14)):
+        points = [(at_x(n), at_y(middle(who[name]) / n)) for n, who in wide.items()]
+        svg += [f'<circle cx="{x:.1f}" cy="{y:.1f}" r="3" fill="{colour}"/>' for x, y in points]
+        svg.append(f'<path d="M{" L".join(f"{x:.1f} {y:.1f}" for x, y in points)}" fill="none" stroke="{colour}" '
+                   f'stroke-width="2"/><text x="550" y="{points[-1][1] + shift:.1f}" fill="{colour}">{title}</text>')
     (BENCH / "performance.svg").write_text("\n".join(svg + ["</svg>", ""]))
 
 
-def report_starts():
+def report_starts_and_calls():
     print("Starting programs", flush=True)
-    runs = collections.defaultdict(list)
-    for _ in range(21):
-        for name in ("bench_empty", "bench_imports", "tarvel"):
-            runs[name].append(timed([program(name)])[2])
+    rounds = [[timed([program(name)])[2] for name in ("bench_empty", "bench_imports", "tarvel")] for _ in range(21)]
     table("start|ms|beyond the empty program, ms|peak, KiB",
-          [(name.removeprefix("bench_"), f"{middle(some):.1f}",
-            f"{statistics.median(a.wall - b.wall for a, b in zip(some, runs['bench_empty'])):+.1f}",
-            int(middle(some, "peak"))) for name, some in runs.items()])
-
-
-def report_calls():
+          [(name, f"{middle(runs):.1f}", f"{statistics.median(row[i].wall - row[0].wall for row in rounds):+.1f}",
+            int(middle(runs, "peak"))) for i, (name, runs) in enumerate(zip(("empty", "imports", "tarvel"), zip(*rounds)))])
     print("Counting calls", flush=True)
-    environment = {**os.environ, "ZN_WORK_PATH": r"T:\znm"}
     rows = []
     for files in 100, 1000, 3000:
         make_trees("wide", files)
-        calls = {}
         for who in "floor", "listings", "looks", "tarvel":
             lay_out()
-            subprocess.run(["strace", "-f", "-qq", "-c", "-o", BENCH / "calls", "scripts/wine", *words_of(who)],
-                           check=True, capture_output=True, env=environment)
-            total = [line.split() for line in (BENCH / "calls").read_text().splitlines() if line.endswith(" total")]
-            calls[who] = int(total[0][3])
-            rows.append((files, who, calls[who], f"{(calls[who] - calls['floor']) / files:.1f}"))
-    table('files|who|system calls|beyond the floor, a file', rows)
+            timed(words_of(who), ["strace", "-f", "-qq", "-c", "-o", BENCH / "calls"])
+            calls = int(re.search(r"^\S+ +\S+ +(?:\S+ +)?(\d+) .*total$", (BENCH / "calls").read_text(), re.M)[1])
+            floor = calls if who == "floor" else floor
+            rows.append((files, who, calls, f"{(calls - floor) / files:.1f}"))
+    table("files|who|system calls|beyond the floor, a file", rows)
     lay_out()
-    _, output, _ = timed(words_of("tarvel"), WINEDEBUG="trace+file")
-    opened = sum("CreateFileW " in line and '\\\\zns.ini" ' in line for line in output.splitlines())
-    table("calls of a move|number", [("zns.ini opened", opened)])
+    output = timed(words_of("tarvel"), WINEDEBUG="trace+file")[1]
+    table("calls of a move|number", [("zns.ini opened", len(re.findall(r'CreateFileW .*zns\.ini" ', output)))])
 
 
 def report_library():
@@ -227,6 +214,7 @@ def report_library():
         for line in timed([program("bench_configuration")])[1].splitlines():
             name, value = line.split("\t", 1)
             lines[name].append(value)
+        lay_out(stanzas)
         lines["a move of 100 files"].append(f"{timed(words_of('tarvel'))[2].wall:.0f}")
     table("milliseconds; queue managers:|1|1,000|10,000|100,000", [(name, *values) for name, values in lines.items()])
     table("stripped program|bytes", [(name, (PROGRAMS / name).stat().st_size) for name in (
@@ -239,15 +227,12 @@ def main():
         found = ratios(moves["wide", 1000]["tarvel"], moves["wide", 1000]["floor"])
         print(f"tarvel / floor: {spread(found)}; at most {LIMIT} is allowed")
         return statistics.median(found) > LIMIT
-    measure("wide", 100, 9, "floor", "tarvel", "xcopy", "looks")
-    measure("wide", 1000, 11, "floor", "tarvel", "xcopy", "looks", "flow", "detail")
-    measure("deep", 600, 3, "floor", "tarvel", "xcopy", "looks")
-    measure("large", 4, 5, "floor", "tarvel", "xcopy", "looks")
-    measure("wide", 20_000, 2, "floor", "tarvel", "xcopy", "looks")
+    for tree, files, rounds in ("wide", 100, 9), ("wide", 1000, 11), ("deep", 600, 3), ("large", 4, 5), ("wide", 20_000, 2):
+        traced = ("flow", "detail") if files == 1000 else ()
+        measure(tree, files, rounds, "floor", "tarvel", "xcopy", "looks", *traced)
     report_moves()
     plot()
-    report_starts()
-    report_calls()
+    report_starts_and_calls()
     report_library()
     text = "\n".join(report) + "\n"
     (BENCH / "report.md").write_text(text)

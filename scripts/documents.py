@@ -7,6 +7,7 @@ Rows of tables and code may be longer: they cannot be wrapped.
 """
 import collections
 import os
+import pathlib
 import re
 import sys
 import textwrap
@@ -55,40 +56,34 @@ def wrap(name, text, fix):
         if result != block:
             found.append(f"{name}:{len(after) + 1}: a line is longer than {WIDTH} characters")
         after += result if fix else block
-    if not fix or not found:
-        return found
-    with open(name, "w", encoding="utf-8") as file:
-        file.write("\n".join(after))
-    return []
+    if fix and found:
+        pathlib.Path(name).write_text("\n".join(after), encoding="utf-8")
+    return [] if fix else found
 
 
 def headings_and_links(texts):
     prose = {name: re.sub(r"^\s*```.*?^\s*```", "", text, flags=re.M | re.S) for name, text in texts.items()}
     headings = {name: re.findall(r"^#+ +(.+)", text, re.M) for name, text in prose.items()}
+    for title, count in collections.Counter(title for titles in headings.values() for title in set(titles)).items():
+        if count > 1:
+            yield " and ".join(name for name in headings if title in headings[name]) + f' share the heading "{title}"'
     places = {name: {re.sub(r"[^\w\- ]", "", title.lower()).replace(" ", "-") for title in titles} |
               set(re.findall(r'id="([^"]*)"', prose[name])) for name, titles in headings.items()}
-    documents = collections.defaultdict(set)
-    for name, titles in headings.items():
-        for title in titles:
-            documents[title.lower()].add(name)
-    found = [f"{' and '.join(sorted(names))} share the heading \"{title}\""
-             for title, names in documents.items() if len(names) > 1]
     for name, text in prose.items():
         for target in re.findall(r"\]\(([^)\s]+)\)", text):
             file, _, place = target.partition("#")
             path = os.path.normpath(os.path.join(os.path.dirname(name), file)) if file else name
             if "://" not in target and (not os.path.exists(path) or place and place not in places.get(path, ())):
-                found.append(f"{name}: the link to {target} leads nowhere")
-    return found
+                yield f"{name}: the link to {target} leads nowhere"
 
 
 def main():
-    names = [os.path.normpath(word) for word in sys.argv[1:] if word != "--fix"]
-    texts = {}
-    for name in names:
-        with open(name, encoding="utf-8") as file:
-            texts[name] = file.read()
-    found = [line for name in names for line in wrap(name, texts[name], "--fix" in sys.argv)]
+    texts, found = {}, []
+    for word in sys.argv[1:]:
+        if word != "--fix":
+            name = os.path.normpath(word)
+            texts[name] = pathlib.Path(name).read_text(encoding="utf-8")
+            found += wrap(name, texts[name], "--fix" in sys.argv)
     found += headings_and_links(texts)
     print(*found, sep="\n", end="\n" if found else "")
     return bool(found)
