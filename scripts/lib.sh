@@ -1,7 +1,6 @@
 # shellcheck shell=bash
 # What the scripts have in common: stopping at the first failure with one clear line, installing missing Debian
-# packages, a private Wine prefix, and a sample installation in one. Sourced, never run. Nothing is written outside
-# build/ and dist/.
+# packages, a private Wine prefix. Sourced, never run. Nothing is written outside build/ and dist/.
 set -Eeuo pipefail
 trap 'fail "stopped at line $LINENO: $BASH_COMMAND"' ERR
 trap 'trap - ERR; if [ "$first_script" = $$ ]; then printf "\n%s: interrupted\n" "$0" >&2; fi; exit 130' INT
@@ -92,44 +91,3 @@ stop_wine() {
     wineserver -k 2>/dev/null || true # there is none any more
     wineserver -w
 }
-
-# --- A sample installation: drives C to F, zns.ini in D:\znm, and the queue manager QM1, which is moved to E and F -------
-
-installation='C:\Program Files\Vantor\ZN'
-# shellcheck disable=SC2034 # for the scripts that make the sample
-old=('D:\znm\data\qmgrs\QM1' 'D:\znm\log\QM1')
-# shellcheck disable=SC2034
-new=('E:\data\qmgrs\QM1' 'F:\log\QM1')
-
-# make_sample <directory>: makes it anew there, with the programs in dist/, as yet without QM1. No program in it finds a
-# way out: there is no drive for the whole machine.
-make_sample() {
-    local drive
-    sample=$1
-    export WINEPREFIX=$top/$sample/wine ZN_WORK_PATH='D:\znm'
-    if [ -d "$WINEPREFIX" ]; then stop_wine; fi
-    rm -rf "$sample"
-    mkdir -p "$sample"/{D/znm,E,F} "$WINEPREFIX"/{drive_c,dosdevices}
-    ln -s ../drive_c "$WINEPREFIX/dosdevices/c:"
-    for drive in D E F; do ln -s ../../$drive "$WINEPREFIX/dosdevices/${drive,,}:"; done
-    start_wine "$sample/wine"
-    mkdir -p "$(folder "$installation")/bin64"
-    cp dist/*.exe dist/*.dll "$(folder "$installation")/bin64"
-    printf '%s\r\n' '# Installations and queue managers of this machine.' 'Installation:' '   Name=Installation1' \
-        "   Path=$installation" '   Identity=1f0c7a52' >"$sample/D/znm/zns.ini"
-}
-
-# folder <Windows path>: where it lies.
-folder() {
-    local path=${1//\\//}
-    case $path in
-    C:*) printf '%s' "$sample/wine/drive_c${path#C:}" ;;
-    *) printf '%s' "$sample/${path/:/}" ;;
-    esac
-}
-
-# in_sample <program> <word>...: runs a Windows program where the sample is, in C:\.
-in_sample() (cd "$sample/wine/drive_c" && exec "$top/scripts/wine" "$@")
-
-# program <name> <word>...: runs one of the installation's.
-program() { in_sample "$installation\\bin64\\$1.exe" "${@:2}"; }

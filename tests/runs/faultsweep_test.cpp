@@ -1,6 +1,6 @@
-// Fails the first call of a function, then the second, and so on until a run passes without a failure, for
-// every function that the shipped program imports; ends the program at any call; changes an old tree at any
-// call. Whatever happens, every byte of the queue manager must be in a whole tree that the configuration
+// Fails calls of every function that the shipped program imports, one at a time or all from one on: some of
+// them, or with ZN_SWEEP_ALL each one. Ends the program at calls spread over the run; changes an old tree at
+// them. Whatever happens, every byte of the queue manager must be in a whole tree that the configuration
 // names, and what was borrowed must have been given back.
 #include <set>
 #include <sstream>
