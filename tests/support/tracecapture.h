@@ -63,7 +63,8 @@ class Capture
         (line << ... << words);
         lines.push_back(line.str());
     }
-    static void Parms(const char* pszFormat, ...) // a hook cannot take any number of arguments
+    // A hook cannot take any number of arguments.
+    [[gnu::format(printf, 1, 2)]] static void Parms(const char* pszFormat, ...)
     {
         static char szText[1 << 18];
         va_list args;
