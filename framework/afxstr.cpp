@@ -5,6 +5,10 @@
 #include <cstring>
 #include <cwchar>
 
+#include "sourceid.h"
+
+ZNM_SOURCE_ID("framework/afxstr");
+
 CString::CString(const wchar_t* psz)
 {
     if (psz != nullptr && *psz != L'\0')

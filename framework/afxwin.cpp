@@ -3,6 +3,10 @@
 
 #include <cstdlib>
 
+#include "sourceid.h"
+
+ZNM_SOURCE_ID("framework/afxwin");
+
 namespace
 {
 bool s_fAppExists = false;

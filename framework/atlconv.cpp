@@ -3,6 +3,10 @@
 
 #include <cwchar>
 
+#include "sourceid.h"
+
+ZNM_SOURCE_ID("framework/atlconv");
+
 CW2A::CW2A(const wchar_t* psz)
 {
     if (psz == nullptr)

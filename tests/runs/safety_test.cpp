@@ -193,26 +193,31 @@ TEST(Safety, TreeOrCopyThatChangesOnTheWayEndsTheMove)
     }
 }
 
-// Two queue managers with the same directory name, and two spellings of one.
+// Two queue managers with the same directory name: not into one directory, in whatever spelling, but into
+// two.
 TEST(Safety, TwoMovesNeverShareADestination)
 {
-    Installation zn;
-    zn.strZnsIni += "QueueManager:\r\n   Name=QM2\r\n   Prefix=" + zn.root.string() +
-                    "\\second\r\n   Directory=QM!1\r\n   InstallationName=Inst1\r\n";
-    WriteAll(zn.work / "zns.ini", zn.strZnsIni);
-    WriteAll(zn.root / "second\\qmgrs\\QM!1\\qm.ini",
-             "Log:\n   LogPath=" + zn.root.string() + "\\secondlog\\QM!1\n");
-    WriteAll(zn.root / "secondlog\\QM!1\\ctl", "second");
-    const Snapshot before = TakeSnapshot(zn.root / "second");
-    RunResult second;
-    const RunResult first = zn.Run(zn.MoveWords(), "SHFileOperationW:2:w:0:0", [&] {
-        second =
-            RunProgram(ProgramFolder() / "tarvel.exe", zn.MoveWords(L"QM2", "NEWDATA", "third"), zn.root);
-    });
-    EXPECT_EQ(first.nStatus, 0u);
-    EXPECT_EQ(second.strErr, Message(38) + USAGE);
-    EXPECT_EQ(zn.State(), MOVED);
-    EXPECT_EQ(TakeSnapshot(zn.root / "second"), before);
+    for (const wchar_t* pszSecond : {L"NEWDATA", L"third"})
+    {
+        Installation zn;
+        zn.strZnsIni += "QueueManager:\r\n   Name=QM2\r\n   Prefix=" + zn.root.string() +
+                        "\\second\r\n   Directory=QM!1\r\n   InstallationName=Inst1\r\n";
+        WriteAll(zn.work / "zns.ini", zn.strZnsIni);
+        WriteAll(zn.root / "second\\qmgrs\\QM!1\\qm.ini",
+                 "Log:\n   LogPath=" + zn.root.string() + "\\secondlog\\QM!1\n");
+        WriteAll(zn.root / "secondlog\\QM!1\\ctl", "second");
+        const bool fShared = pszSecond != std::wstring(L"third");
+        RunResult second;
+        const RunResult first = zn.Run(zn.MoveWords(), "SHFileOperationW:2:w:0:0", [&] {
+            second = RunProgram(ProgramFolder() / "tarvel.exe", zn.MoveWords(L"QM2", pszSecond, "thirdlog"),
+                                zn.root);
+        });
+        EXPECT_EQ(first.nStatus, 0u);
+        EXPECT_EQ(second.strErr, fShared ? Message(38) + USAGE : "");
+        EXPECT_EQ(zn.State().substr(0, 16), "data -+ log -+ z");
+        EXPECT_EQ(ReadAll(zn.root / (fShared ? "secondlog" : "thirdlog") / "QM!1\\ctl"), "second");
+        EXPECT_EQ(fs::exists(zn.root / "second\\qmgrs\\QM!1"), fShared);
+    }
 }
 
 // Names and volumes that look odd, and lose nothing.

@@ -4,7 +4,6 @@
 
 #include "tovmsrid.h"
 #include "tovmtrce.h"
-#include "tovxcs2.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmapp"));
 

@@ -8,7 +8,6 @@
 #include "tovmexpn.h"
 #include "tovmsrid.h"
 #include "tovmtrce.h"
-#include "tovxcs2.h"
 #include "znmapp.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmcmdline"));

@@ -4,7 +4,6 @@
 #include <string_view>
 
 #include "tovmsrid.h"
-#include "tovxcs2.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmfinding"));
 

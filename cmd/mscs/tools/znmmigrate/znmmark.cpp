@@ -6,7 +6,6 @@
 #include <string_view>
 
 #include "tovmsrid.h"
-#include "tovxcs2.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmmark"));
 

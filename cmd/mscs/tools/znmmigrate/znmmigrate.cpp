@@ -5,6 +5,7 @@
 #include <tchar.h>
 
 #include <cstring>
+#include <string_view>
 
 #include "messages.h"
 #include "tovmsrid.h"
@@ -17,6 +18,7 @@
 #include "znmcontrol.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmmigrate"));
+static_assert(std::string_view(ZN_BUILD_LEVEL) == XCS_VERSION_LEVEL);
 
 namespace
 {

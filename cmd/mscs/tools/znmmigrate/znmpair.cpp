@@ -5,7 +5,6 @@
 #include <cwchar>
 
 #include "tovmsrid.h"
-#include "tovxcs2.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmpair"));
 

@@ -18,7 +18,7 @@ class CZNPair
     CZNPair(const std::wstring& strOld, const std::wstring& strCopy);
 
     // Compares the old tree as it is now with the copy as it is now, and remembers it: 32 bytes and the name
-    // for each entry, some 500 for each directory. Anything else that lies in the copy is no difference. No
+    // for each entry, about 2 KB for each directory. Anything else that lies in the copy is no difference. No
     // directory of either copy may be one of either old tree, or the one of zns.ini, if that is known.
     // Returns false with findings; what is remembered is then incomplete.
     bool Prove(const CZNPair& other, const CZNIdentity* pConfiguration, CZNFindings& findings);

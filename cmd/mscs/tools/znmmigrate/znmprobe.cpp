@@ -4,7 +4,6 @@
 #include <cwchar>
 
 #include "tovmsrid.h"
-#include "tovxcs2.h"
 #include "znmwalk.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmprobe"));

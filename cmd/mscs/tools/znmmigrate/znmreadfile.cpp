@@ -3,7 +3,6 @@
 
 #include "owner.h"
 #include "tovmsrid.h"
-#include "tovxcs2.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmreadfile"));
 

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "tovmsrid.h"
-#include "tovxcs2.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmstanza"));
 

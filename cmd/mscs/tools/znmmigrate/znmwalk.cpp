@@ -6,7 +6,6 @@
 
 #include "owner.h"
 #include "tovmsrid.h"
-#include "tovxcs2.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmwalk"));
 
@@ -189,9 +188,13 @@ bool CZNListing::Add(const std::wstring& strDir, const WIN32_FIND_DATAW& found, 
 
 const ZNListed* CZNListing::Find(const wchar_t* pszName) const
 {
-    const auto found = std::ranges::partition_point(
+    const auto first = std::ranges::partition_point(
         m_entries, [&](const ZNListed& entry) { return CompareNames(NameOf(entry), pszName) < 0; });
-    return found != m_entries.end() && ZNIsSameName(NameOf(*found), pszName) ? &*found : nullptr;
+    const ZNListed* pFound = nullptr;
+    for (auto it = first; it != m_entries.end() && ZNIsSameName(NameOf(*it), pszName); ++it)
+        if (pFound == nullptr || std::wcscmp(NameOf(*it), pszName) == 0)
+            pFound = &*it;
+    return pFound;
 }
 
 bool ZNWalk(const std::wstring& strRoot, const ZNVisit& visit, CZNFindings& findings)

@@ -42,7 +42,7 @@ class CZNListing
     const std::vector<ZNListed>& Entries() const { return m_entries; }
     const wchar_t* NameOf(const ZNListed& entry) const { return m_strNames.c_str() + entry.nName; }
 
-    // The entry of that name, in whatever letter case, or null.
+    // The entry of that name or, if there is none, one that differs in letter case only; or null.
     const ZNListed* Find(const wchar_t* pszName) const;
 
   private:

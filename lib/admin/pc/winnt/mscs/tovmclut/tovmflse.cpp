@@ -162,7 +162,7 @@ struct CZNMFileSecurity::AccessList
 CZNMFileSecurity::CZNMFileSecurity(const wchar_t* pszUser) : m_strUser(pszUser)
 {
     const CZNMTrace trace(FN_FILE_SECURITY_CTOR);
-    trace.Parms("CZNMFileSecurity::CZNMFileSecurity() (pszUser = %S)", m_strUser);
+    trace.Parms("CZNMFileSecurity::CZNMFileSecurity() (pszUser = %S)", pszUser);
 }
 
 CZNMFileSecurity::~CZNMFileSecurity()

@@ -9,7 +9,6 @@
 #include "tovmdbgn.h"
 #include "tovmsrid.h"
 #include "tovmtrce.h"
-#include "tovxcs2.h"
 
 ZNM_SOURCE_ID(ZNM_CLUSTER_LIBRARY("tovmsebs"));
 

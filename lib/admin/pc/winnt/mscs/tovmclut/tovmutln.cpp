@@ -7,7 +7,6 @@
 
 #include "tovmsrid.h"
 #include "tovmtrce.h"
-#include "tovxcs2.h"
 
 ZNM_SOURCE_ID(ZNM_CLUSTER_LIBRARY("tovmutln"));
 
