@@ -6,9 +6,9 @@
 //
 // With "listings" it lists each directory of the copy as often as the access lists require: for its files,
 // for its subdirectories, and once more for the access lists of the directories themselves. Without, once.
-// With "looks" it also lists as often as a move that proves its copy: the old trees before the copy, each
-// copy after it, both old trees before the first deletion and the old log tree before the second one. The
-// last three ask each file for its size and time too.
+// With "looks" it also looks as often as a move that proves its copies: at the old trees before the copy, at
+// each pair of trees after it, at both pairs before the change of the configuration and before the first
+// deletion, at the log pair before the second one.
 //
 // Prints the milliseconds that copy, access lists, configuration and deletion took.
 #include <windows.h>
@@ -19,6 +19,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <string>
+#include <vector>
 
 namespace
 {
@@ -78,26 +80,70 @@ void Copy(const wchar_t* pszOld, const wchar_t* pszNew)
 }
 
 // --- Looks
-void LookBelow(wchar_t* pEnd, bool fAskFiles)
+void Identify(const std::wstring& strDir)
 {
-    ForEach(pEnd, [fAskFiles](const WIN32_FIND_DATAW& entry, wchar_t* pEntryEnd) {
-        WIN32_FILE_ATTRIBUTE_DATA attributes;
+    FILE_ID_INFO information;
+    HANDLE const hDir = CreateFileW(strDir.c_str(), FILE_READ_ATTRIBUTES,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    Need(GetFileInformationByHandleEx(hDir, FileIdInfo, &information, sizeof information), "FileIdInfo");
+    CloseHandle(hDir);
+}
+
+void Ask(const std::wstring& strPath)
+{
+    WIN32_FILE_ATTRIBUTE_DATA attributes;
+    Need(GetFileAttributesExW(strPath.c_str(), GetFileExInfoStandard, &attributes), "GetFileAttributesExW");
+}
+
+std::vector<WIN32_FIND_DATAW> List(const std::wstring& strDir)
+{
+    std::vector<WIN32_FIND_DATAW> entries;
+    WIN32_FIND_DATAW entry;
+    HANDLE const hFind = FindFirstFileExW((strDir + L"\\*").c_str(), FindExInfoBasic, &entry,
+                                          FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH);
+    Need(hFind != INVALID_HANDLE_VALUE, "FindFirstFileExW");
+    do
+        entries.push_back(entry);
+    while (FindNextFileW(hFind, &entry));
+    FindClose(hFind);
+    return entries;
+}
+
+enum class Moment
+{
+    BEFORE_COPY, // the old tree alone
+    AFTER_COPY,  // and the listing of the copy
+    LATER,       // and each file of the copy
+};
+
+// Which directory each path leads to, what the old one holds, and the state of each file.
+void Look(const std::wstring& strOld, const std::wstring& strNew, Moment eMoment)
+{
+    if (!s_fLooks)
+        return;
+    Identify(strOld);
+    if (eMoment != Moment::BEFORE_COPY)
+        Identify(strNew);
+    if (eMoment == Moment::AFTER_COPY)
+        List(strNew);
+    for (const WIN32_FIND_DATAW& entry : List(strOld))
+    {
+        const std::wstring strName = std::wstring(L"\\") + entry.cFileName;
+        if (strName == L"\\." || strName == L"\\..")
+            continue;
+        if (eMoment != Moment::BEFORE_COPY)
+            Ask(strOld + strName);
         if (IsDirectory(entry))
-            LookBelow(pEntryEnd, fAskFiles);
-        else if (fAskFiles)
-            Need(GetFileAttributesExW(s_szPath, GetFileExInfoStandard, &attributes), "GetFileAttributesExW");
-    });
+            Look(strOld + strName, strNew + strName, eMoment);
+        else if (eMoment == Moment::LATER)
+            Ask(strNew + strName);
+    }
 }
 
 wchar_t* Start(const wchar_t* pszPath)
 {
     return std::wcscpy(s_szPath, pszPath) + std::wcslen(pszPath);
-}
-
-void Look(const wchar_t* pszPath, bool fAskFiles)
-{
-    if (s_fLooks)
-        LookBelow(Start(pszPath), fAskFiles);
 }
 
 void CreatePath(const wchar_t* pszPath)
@@ -222,26 +268,28 @@ extern "C" int wmain(int argc, wchar_t* argv[])
     for (int i = 0; i < 2; ++i)
         CreatePath(pszNew[i]);
     for (int i = 0; i < 2; ++i)
-        Look(pszOld[i], false);
+        Look(pszOld[i], pszNew[i], Moment::BEFORE_COPY);
     for (int i = 0; i < 2; ++i)
     {
         Copy(pszOld[i], pszNew[i]);
-        Look(pszNew[i], false);
+        Look(pszOld[i], pszNew[i], Moment::AFTER_COPY);
     }
     anMoments[1] = Now();
     PrepareAccess();
     for (int i = 0; i < 2; ++i)
         SetAccessBelow(Start(pszNew[i]));
     anMoments[2] = Now();
+    for (int i = 0; i < 2; ++i)
+        Look(pszOld[i], pszNew[i], Moment::LATER);
     Rewrite(argv[5], argv[6], argv[7]);
     wchar_t szQmIni[MAX_PATH];
     std::swprintf(szQmIni, MAX_PATH, L"%ls\\qm.ini", pszNew[0]);
     Rewrite(szQmIni, pszOld[1], pszNew[1]);
     anMoments[3] = Now();
-    Look(pszOld[0], true);
+    Look(pszOld[0], pszNew[0], Moment::LATER);
     for (int i = 0; i < 2; ++i)
     {
-        Look(pszOld[1], true);
+        Look(pszOld[1], pszNew[1], Moment::LATER);
         DeleteBelow(Start(pszOld[i]));
     }
     anMoments[4] = Now();

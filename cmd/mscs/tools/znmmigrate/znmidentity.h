@@ -48,26 +48,23 @@ template <class Value>
 class CZNIdentityMap
 {
   public:
-    // Keeps what is there already.
-    Value& Add(const CZNIdentity& identity, Value value)
+    // Keeps what is there already. Returns what is there afterwards.
+    const Value& Add(const CZNIdentity& identity, Value value)
     {
-        if (Value* const pKnown = Find(identity))
-            return *pKnown;
-        return m_values.emplace(identity.Key(), std::pair(identity, std::move(value)))->second.second;
+        const Value* const pKnown = Find(identity);
+        return pKnown != nullptr
+                   ? *pKnown
+                   : m_values.emplace(identity.Key(), std::pair(identity, std::move(value)))->second.second;
     }
 
     // Null if there is none.
-    Value* Find(const CZNIdentity& identity)
+    const Value* Find(const CZNIdentity& identity) const
     {
         const auto [first, last] = m_values.equal_range(identity.Key());
         for (auto it = first; it != last; ++it)
             if (it->second.first.IsSame(identity))
                 return &it->second.second;
         return nullptr;
-    }
-    const Value* Find(const CZNIdentity& identity) const
-    {
-        return const_cast<CZNIdentityMap*>(this)->Find(identity);
     }
 
     bool IsEmpty() const { return m_values.empty(); }

@@ -90,7 +90,7 @@ void CZNPair::ProveEntry(const std::wstring& strBelow, const ZNVisited& visited,
                (old.IsDirectory() || (copy.nSize == old.nSize && copy.nLastWrite == old.nLastWrite));
     };
     if (pCopy != nullptr)
-        copy = *pCopy;
+        copy = static_cast<const ZNEntryState&>(*pCopy);
     if (pCopy == nullptr || !isSame())
         nError = ZNAskFile(strCopy, pCopy != nullptr && pCopy->fLink, copy);
     if (nError != ERROR_SUCCESS)

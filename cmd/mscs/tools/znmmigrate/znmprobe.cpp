@@ -74,10 +74,10 @@ CZNTimeProbe::~CZNTimeProbe()
 
 bool CZNTimeProbe::Makes(uint64_t nTime, uint64_t nKept)
 {
-    DWORD nError = ERROR_SUCCESS;
     FileHandle file;
     if (m_strFile.empty())
     {
+        DWORD nError = ERROR_SUCCESS;
         const std::wstring strFile = m_strDir + L"\\" + TemporaryName();
         file = MakeNew(strFile, 0, nError);
         if (!file)
