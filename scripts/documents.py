@@ -1,9 +1,7 @@
-"""Checks the documents: lines of at most 120 characters, no heading that two documents share, no link that leads
-nowhere. With --fix wraps the paragraphs that have longer lines.
+"""Checks the documents: lines of at most 120 characters besides rows of tables and code, no heading that two documents
+share, no link that leads nowhere. With --fix wraps the paragraphs that have longer lines.
 
     python3 scripts/documents.py [--fix] FILE...
-
-Rows of tables and code may be longer: they cannot be wrapped.
 """
 import collections
 import os
