@@ -70,8 +70,6 @@ need_packages() {
         apt-get install -q -y --no-install-recommends "${missing[@]}"
 }
 
-wineserver() { "$top/scripts/wine" wineserver "$@"; }
-
 # start_wine <directory>: makes the Wine prefix there, unless it is there already, and keeps its server until the script
 # ends, so that every later start of a program is cheap.
 start_wine() {
@@ -79,7 +77,7 @@ start_wine() {
     mkdir -p "$WINEPREFIX"
     trap stop_wine EXIT
     # The status tells of a server that is there already: as good.
-    wineserver -p </dev/null >build/wineserver.log 2>&1 || true
+    scripts/wine wineserver -p </dev/null >build/wineserver.log 2>&1 || true
     quietly wineboot first_start
 }
 
@@ -88,6 +86,6 @@ first_start() { scripts/wine wineboot -i || scripts/wine wineboot -i; }
 
 # Ends every program in the prefix and its server.
 stop_wine() {
-    wineserver -k 2>/dev/null || true # there is none any more
-    wineserver -w
+    "$top/scripts/wine" wineserver -k 2>/dev/null || true # there is none any more
+    "$top/scripts/wine" wineserver -w
 }
