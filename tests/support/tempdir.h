@@ -116,5 +116,6 @@ class TempDir
             else
                 SetFileAttributesW((root / strName).c_str(), FILE_ATTRIBUTE_NORMAL);
         fs::remove_all(root, ignored);
+        RunHostTool("Z:\\bin\\rm", "-rf", root, root, false); // links whose target went first
     }
 };
