@@ -20,46 +20,6 @@ void MakeLong(const fs::path& dir, size_t nLength, bool fFile)
 }
 } // namespace
 
-// The shell returns 0 and has left something out, as a file that may not be read, or not copied all of it:
-// each file and directory of both trees, one at a time.
-TEST(Safety, CopyThatIsNotWholeEndsTheMove)
-{
-    const struct
-    {
-        bool fOfDirectories;
-        void (*change)(const fs::path&);
-        std::chrono::seconds older; // than the source
-        const char* pszFinding;
-    } damages[] = {
-        {true,
-         [](const fs::path& path) { fs::rename(path, path.string() + ".out"); },
-         {},
-         "The file or directory is missing: "},
-        {false, [](const fs::path& path) { fs::resize_file(path, 1); }, {}, "The file has another size: "},
-        {false, [](const fs::path&) {}, std::chrono::seconds(2), "The file has another time of its last"},
-    };
-    for (const bool fLog : {false, true})
-        for (const auto& [strName, strContent] : Snapshot(fLog ? Installation().log : Installation().data))
-            for (const auto& c : damages)
-            {
-                if (strContent == "<dir>" && !c.fOfDirectories)
-                    continue;
-                SCOPED_TRACE(testing::Message() << fs::path(strName) << ": " << c.pszFinding);
-                Installation zn;
-                const char* const pszFaults = fLog ? "SHFileOperationW:2:w:0:0" : "SHFileOperationW:1:w:0:0";
-                const RunResult result = zn.Traced(zn.MoveWords(), pszFaults, [&, &name = strName] {
-                    const fs::path copied = (fLog ? zn.newLog : zn.newData) / name;
-                    const auto time = fs::last_write_time(copied);
-                    SetFileAttributesW(copied.c_str(), FILE_ATTRIBUTE_NORMAL);
-                    c.change(copied);
-                    std::error_code removed;
-                    fs::last_write_time(copied, time - c.older, removed);
-                });
-                ExpectRefusal(zn, result, 38, NOTHING_LOST);
-                EXPECT_THAT(zn.strTrace, HasSubstr(c.pszFinding));
-            }
-}
-
 // Before the copy: what lies in a destination, and what a destination is. Nothing is copied.
 TEST(Safety, LeftoversThatLeadElsewhereEndTheMoveBeforeTheCopy)
 {
@@ -163,6 +123,8 @@ TEST(Safety, TreeOrCopyThatChangesOnTheWayEndsTheMove)
                   fs::copy(zn.root / "bystander\\s", zn.oldData / "s", fs::copy_options::recursive);
               };
     const std::tuple<const char*, const Act*, unsigned> cases[] = {
+        {pszCopied, &cutCopy, 38},         {pszCopied, &removeCopy, 38},
+        {pszBothCopied, &cutLogCopy, 38},  {pszBothCopied, &removeLogCopy, 38},
         {pszCopied, &linkCopy, 38},        {pszCopied, &linkDeepCopy, 38},
         {pszBothCopied, &rewriteCopy, 38}, {pszBothCopied, &linkLogCopy, 38},
         {pszSecured, &linkCopy, 38},       {pszSecured, &linkOld, 38},
@@ -193,11 +155,13 @@ TEST(Safety, TreeOrCopyThatChangesOnTheWayEndsTheMove)
     }
 }
 
-// Two queue managers with the same directory name: not into one directory, in whatever spelling, but into
-// two.
-TEST(Safety, TwoMovesNeverShareADestination)
+// Two moves at a time: not of one queue manager, not of two with the same directory name into one directory,
+// in whatever spelling, but of these into two.
+TEST(Safety, TwoMovesNeverShareATree)
 {
-    for (const wchar_t* pszSecond : {L"NEWDATA", L"third"})
+    const std::tuple<const wchar_t*, const wchar_t*, unsigned> cases[] = {
+        {L"QM1", L"third", 33}, {L"QM2", L"NEWDATA", 38}, {L"QM2", L"third", 0}};
+    for (const auto& [pszName, pszNewData, nMessage] : cases)
     {
         Installation zn;
         zn.strZnsIni += "QueueManager:\r\n   Name=QM2\r\n   Prefix=" + zn.root.string() +
@@ -206,17 +170,16 @@ TEST(Safety, TwoMovesNeverShareADestination)
         WriteAll(zn.root / "second\\qmgrs\\QM!1\\qm.ini",
                  "Log:\n   LogPath=" + zn.root.string() + "\\secondlog\\QM!1\n");
         WriteAll(zn.root / "secondlog\\QM!1\\ctl", "second");
-        const bool fShared = pszSecond != std::wstring(L"third");
         RunResult second;
         const RunResult first = zn.Run(zn.MoveWords(), "SHFileOperationW:2:w:0:0", [&] {
-            second = RunProgram(ProgramFolder() / "tarvel.exe", zn.MoveWords(L"QM2", pszSecond, "thirdlog"),
-                                zn.root);
+            const std::wstring strWords = zn.MoveWords(pszName, pszNewData, "thirdlog");
+            second = RunProgram(ProgramFolder() / "tarvel.exe", strWords, zn.root);
         });
         EXPECT_EQ(first.nStatus, 0u);
-        EXPECT_EQ(second.strErr, fShared ? Message(38) + USAGE : "");
-        EXPECT_EQ(zn.State().substr(0, 16), "data -+ log -+ z");
-        EXPECT_EQ(ReadAll(zn.root / (fShared ? "secondlog" : "thirdlog") / "QM!1\\ctl"), "second");
-        EXPECT_EQ(fs::exists(zn.root / "second\\qmgrs\\QM!1"), fShared);
+        EXPECT_EQ(second.strErr, nMessage != 0 ? Message(nMessage) + USAGE : "");
+        EXPECT_EQ(zn.State().substr(0, 14), "data -+ log -+");
+        EXPECT_EQ(ReadAll(zn.root / (nMessage != 0 ? "secondlog" : "thirdlog") / "QM!1\\ctl"), "second");
+        EXPECT_EQ(fs::exists(zn.root / "second\\qmgrs\\QM!1"), nMessage != 0);
     }
 }
 
@@ -296,27 +259,6 @@ TEST(Safety, TimesAreThoseThatTheVolumeKeeps)
         SetEnvironmentVariableW(L"ZN_FAULTS_VOLUME", nullptr);
         EXPECT_EQ(result.strErr, fKeepsSeconds ? "" : Message(38) + USAGE);
         EXPECT_EQ(zn.State().substr(0, 7), fKeepsSeconds ? "data -+" : "data ++");
-    }
-}
-
-// The copy of qm.ini that cannot be changed ends the move before zns.ini is; a program that holds it for a
-// moment is no reason.
-TEST(Safety, ReadOnlyCopyOfQmIniEndsTheMoveBeforeTheChange)
-{
-    for (const bool fReadOnly : {true, false})
-    {
-        Installation zn;
-        std::jthread release;
-        const RunResult result = zn.Traced(zn.MoveWords(), "SetCurrentDirectoryW:4:w:0:0", [&] {
-            if (fReadOnly)
-                SetFileAttributesW((zn.newData / "qm.ini").c_str(), FILE_ATTRIBUTE_READONLY);
-            else
-                release = std::jthread([held = Hold(zn.newData / "qm.ini")] { Sleep(300); });
-        });
-        EXPECT_EQ(result.strErr, fReadOnly ? Message(39) + USAGE : "");
-        EXPECT_EQ(zn.State(), fReadOnly ? "data ++ log ++ zns old qm old" : MOVED);
-        EXPECT_EQ(zn.strTrace.find("attrib -r \"" + (zn.newData / "qm.ini").string()) != std::string::npos,
-                  fReadOnly);
     }
 }
 
@@ -460,20 +402,6 @@ TEST(Safety, TreesInOneAnotherAndLeftoversStillMove)
     }
 }
 
-TEST(Safety, SecondMoveOfOneQueueManagerIsRefused)
-{
-    Installation zn;
-    RunResult second;
-    const RunResult first = zn.Run(zn.MoveWords(), "SHFileOperationW:1:w:0:0", [&] {
-        second =
-            RunProgram(ProgramFolder() / "tarvel.exe", zn.MoveWords(L"QM1", "third", "thirdlog"), zn.root);
-    });
-    EXPECT_EQ(first.nStatus, 0u);
-    EXPECT_EQ(second.strErr, Message(33) + USAGE);
-    EXPECT_EQ(zn.State(), MOVED);
-    EXPECT_FALSE(fs::exists(zn.root / "third"));
-}
-
 // Until the configuration is changed the process ends at once; from then on the move is finished.
 TEST(Safety, ControlCEndsTheMoveOrIsIgnored)
 {
@@ -493,24 +421,33 @@ TEST(Safety, ControlCEndsTheMoveOrIsIgnored)
     }
 }
 
-// Somebody who has zns.ini open for a moment, when it is read or when it is replaced, neither hides the queue
-// manager nor ends a move.
-TEST(Safety, FileThatIsHeldForAMomentDoesNoHarm)
+// Somebody who has a configuration file open for a moment, when it is read, looked at or replaced, neither
+// hides the queue manager nor ends a move; a new qm.ini that is read-only ends it before zns.ini is changed.
+TEST(Safety, ConfigurationFileThatIsHeldOrReadOnly)
 {
-    const std::pair<const char*, DWORD> cases[] = {
-        {"xcsInitializeEx:1:w:0:0", 0},
-        {"xcsGetQMDetails:2:w:0:0", 0},
-        {"SHFileOperationW:2:w:0:0", FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE},
+    const char* const pszSecured = "SetCurrentDirectoryW:4:w:0:0";
+    const std::tuple<const char*, const char*, DWORD, bool> cases[] = {
+        {"xcsInitializeEx:1:w:0:0", "work\\zns.ini", 0, false},
+        {"xcsGetQMDetails:2:w:0:0", "work\\zns.ini", 0, false},
+        {"SHFileOperationW:2:w:0:0", "work\\zns.ini", FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+         false},
+        {pszSecured, "newdata\\qmgrs\\QM!1\\qm.ini", 0, false},
+        {pszSecured, "newdata\\qmgrs\\QM!1\\qm.ini", 0, true},
     };
-    for (const auto& [pszFaults, nShare] : cases)
+    for (const auto& [pszFaults, pszFile, nShare, fReadOnly] : cases)
     {
         Installation zn;
+        const fs::path file = zn.root / pszFile;
         std::jthread release;
-        const RunResult result = zn.Run(zn.MoveWords(), pszFaults, [&, n = nShare] {
-            release = std::jthread([held = Hold(zn.work / "zns.ini", n)] { Sleep(300); });
+        const RunResult result = zn.Traced(zn.MoveWords(), pszFaults, [&, n = nShare, f = fReadOnly] {
+            if (f)
+                SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY);
+            else
+                release = std::jthread([held = Hold(file, n)] { Sleep(300); });
         });
-        EXPECT_EQ(result.nStatus, 0u) << pszFaults << result.strErr;
-        EXPECT_EQ(zn.State(), MOVED);
+        EXPECT_EQ(result.strErr, fReadOnly ? Message(39) + USAGE : "") << pszFaults;
+        EXPECT_EQ(zn.State(), fReadOnly ? "data ++ log ++ zns old qm old" : MOVED);
+        EXPECT_EQ(zn.strTrace.find("attrib -r \"" + file.string()) != std::string::npos, fReadOnly);
     }
 }
 
