@@ -22,6 +22,8 @@
 #include "tovxcs2.h"
 
 void ReplaceVolumes(); // volumes.cpp
+void AnswerAlways();   // notes.cpp
+void NoteCalls();
 
 namespace
 {
@@ -148,8 +150,10 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD nReason, LPVOID)
 {
     if (nReason == DLL_PROCESS_ATTACH)
     {
+        AnswerAlways();
         ReplaceImports();
         ReplaceVolumes();
+        NoteCalls();
     }
     else if (nReason == DLL_PROCESS_DETACH)
         Report();

@@ -1,0 +1,123 @@
+// Whole runs as transcripts: what the shipped program calls and traces, in order, as text files. A change
+// that is wanted is written into them by
+//     ZN_TRANSCRIPTS_UPDATE=tests/runs/transcripts scripts/wine build/windows/bin/runs_test.exe
+//         --gtest_filter=Transcripts.*
+// and reviewed as their difference. runs/faults/notes.cpp tells what a line means.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <regex>
+
+#include "installation.h"
+#include "messagetexts.h"
+
+namespace
+{
+#define RUNS "xcsIsSubpoolActive:1:a:0:0;"
+#define NO_SECURITY "xcsVolumeSupportsSecurity:1:a:40806178:0;"
+
+// With a root of one component, as each component has its lines when directories are created.
+struct SmallInstallation : Installation
+{
+    SmallInstallation()
+    {
+        for (const fs::path& path : {oldData / "a", oldData / "s\\t", oldLog / "active"})
+            fs::remove_all(path);
+        fs::create_directories(newData);
+        fs::create_directories(newLog);
+    }
+
+    std::string Transcript(const std::wstring& strWords, const std::string& strFaults)
+    {
+        SetEnvironmentVariableW(L"ZN_FAULTS_NOTES", (root / "notes").c_str());
+        const RunResult result = Run(strWords, strFaults.empty() ? "malloc:0:o:0:0" : strFaults);
+        SetEnvironmentVariableW(L"ZN_FAULTS_NOTES", nullptr);
+        std::string str = ReadAll(root / "notes") + "status " +
+                          std::to_string(static_cast<int>(result.nStatus)) + "\n" + result.strErr +
+                          result.strOut;
+        if (const size_t nUser = str.rfind("\nUser '"); nUser != std::string::npos)
+            str.replace(nUser, std::string::npos, "\n(the library's text)\n");
+        std::erase(str, '\r');
+        for (const auto& [strOld, strNew] : {std::pair(root.filename().string(), std::string("root")),
+                                             {"\\b0{16}\\b", "null"},
+                                             {"\\b[0-9A-F]{16}\\b", "p"}})
+            str = std::regex_replace(str, std::regex(strOld), strNew);
+        // Messages by their numbers: the texts differ between languages.
+        for (unsigned nID = 20; nID < 50; ++nID)
+            if (const std::string strText = Message(nID); strText != "\r\n")
+                for (size_t n = 0; (n = str.find(strText.c_str(), n, strText.size() - 2)) != str.npos;)
+                    str.replace(n, strText.size() - 2, "(message " + std::to_string(nID) + ")");
+        return str;
+    }
+};
+} // namespace
+
+TEST(Transcripts, AreAsKept)
+{
+    const struct
+    {
+        const char* pszName;
+        std::string strFaults = "";
+        std::wstring strWords = L"/m QM1 /dd ?\\newdata /ld ?\\newlog\\";
+        Change change = {};
+    } cases[] = {
+        {"moved", "", L"/m QM1 /dd ?\\there\\newdata /ld ?\\newlog\\\\", {.pszWrite = "there\\x"}},
+        {"stopped-and-moved", RUNS NO_SECURITY "xcsExecProgramHandle:1:o:0:0",
+         L"-LD ?/newlog -M QM1 -DD ?\\newdata\\"},
+        {"end-authority", "xcsCheckAuthorization:1:o:40806177:0"},
+        {"end-authority-volume", "xcsCheckAuthorization:1:o:40806178:0"},
+        {"end-consistency", "xcsCheckConsistency:1:o:20006110:0"},
+        {"end-framework", "GetModuleHandleW:1:o:0:7e"},
+        {"end-initialize", "xcsInitializeEx:1:o:20006110:0"},
+        {"end-words-few", "", L"/m QM1 /ld ?\\newlog"},
+        {"end-words-many", "", L"/m QM1 /dd ?\\newdata /ld ?\\newlog /m QM1"},
+        {"end-words-flag", "", L"/m QM1 /dd ?\\newdata /x ?\\newlog"},
+        {"end-words-pair", "", L"/m /dd ?\\newdata /ld ?\\newlog /m"},
+        {"end-words-value", "", L"QM1 /m /dd ?\\newdata /ld ?\\newlog"},
+        {"end-32", "", L"/m QM2 /dd ?\\newdata /ld ?\\newlog"},
+        {"end-32-installation", "xcsGetInstallationDetails:1:a:10006164:0"},
+        {"end-33", RUNS "xcsExecProgramHandle:1:o:1:0"},
+        {"end-38-created", NO_SECURITY "xcsCreateDirectory:2:o:1:5", L"/m QM1 /dd ?\\data /ld ?\\log"},
+        {"end-37-file",
+         "",
+         L"/m QM1 /dd ?\\newdata /ld ?\\newlog",
+         {.pszRemove = "newlog\\QM!1", .pszWrite = "newlog\\QM!1"}},
+        {"end-37-parent", "", L"/m QM1 /dd ?\\bystander\\file /ld ?\\log"},
+        {"end-38-copy", "SetCurrentDirectoryW:1:a:0:3;SHFileOperationW:1:o:7c:0"},
+        {"end-38-owner", "SetNamedSecurityInfoW:1:a:5:5"},
+        {"end-38-sid", "LookupAccountNameW:1:a:0:534"},
+        {"end-39-prefix", NO_SECURITY "xcsIniUtilWrite:1:o:1:0"},
+        {"end-39-logpath", NO_SECURITY "xcsIniUtilWrite:2:o:1:0"},
+        {"end-40-file", NO_SECURITY "DeleteFileW:1:o:0:20"},
+        {"end-40-directory", NO_SECURITY "RemoveDirectoryW:1:o:0:91"},
+        {"end-42", "", L"/m QM1 /dd ?\\olddata /ld ?\\newlog"},
+        {"end-42-both", "", L"/m QM1 /dd ?\\newlog /ld ?\\newlog\\qmgrs"},
+        {"end-47",
+         RUNS,
+         L"/m QM1 /dd ?\\newdata /ld ?\\newlog",
+         {.pszInZnsIni = "Name=QM1", .pszInstead = "Name=QM1\r\n   MultiInstance=Yes"}},
+        {"end-znsini", "xcsGetIniFilename:1:o:1:0"},
+        {"end-qmini", "xcsGetIniFilename:2:o:1:0"},
+        {"end-qmini-new", NO_SECURITY "xcsGetIniFilename:3:o:1:0"},
+        {"end-logpath", "xcsIniUtilRead:1:o:1:0"},
+    };
+    const char* const pszKept = std::getenv("ZN_TRANSCRIPTS_UPDATE");
+    const std::string strTmp = std::getenv("TMP") != nullptr ? std::getenv("TMP") : "";
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(c.pszName);
+        SetEnvironmentVariableA("TMP", "C:\\");
+        SmallInstallation zn;
+        SetEnvironmentVariableA("TMP", strTmp.c_str());
+        zn.Apply(c.change);
+        const std::wstring strWords = std::regex_replace(c.strWords, std::wregex(L"\\?"), zn.root.wstring());
+        const std::string strTranscript = zn.Transcript(strWords, c.strFaults),
+                          strFile = std::string(c.pszName) + ".txt";
+        if (pszKept != nullptr)
+            WriteAll(fs::path(pszKept) / strFile, strTranscript);
+        else
+            EXPECT_EQ(ReadAll(ProgramFolder() / "transcripts" / strFile), strTranscript);
+    }
+    if (pszKept != nullptr)
+        GTEST_SKIP() << "written to " << pszKept;
+}
