@@ -13,15 +13,19 @@
 
 namespace
 {
+constexpr wchar_t WORDS[] = L"/m QM1 /dd ?\\newdata /ld ?\\newlog\\";
 #define RUNS "xcsIsSubpoolActive:1:a:0:0;"
 #define NO_SECURITY "xcsVolumeSupportsSecurity:1:a:40806178:0;"
+
+#define OWNER "Directory=QM!1\r\n   InstallationName="
 
 // With a root of one component, as each component has its lines when directories are created.
 struct SmallInstallation : Installation
 {
     SmallInstallation()
     {
-        for (const fs::path& path : {oldData / "a", oldData / "s\\t", oldLog / "active"})
+        SetFileAttributesW((oldData / "s\\b").c_str(), FILE_ATTRIBUTE_NORMAL);
+        for (const fs::path& path : {oldData / "a", oldData / "s", oldLog / "active"})
             fs::remove_all(path);
         fs::create_directories(newData);
         fs::create_directories(newLog);
@@ -33,8 +37,8 @@ struct SmallInstallation : Installation
         const RunResult result = Run(strWords, strFaults.empty() ? "malloc:0:o:0:0" : strFaults);
         SetEnvironmentVariableW(L"ZN_FAULTS_NOTES", nullptr);
         std::string str = ReadAll(root / "notes") + "status " +
-                          std::to_string(static_cast<int>(result.nStatus)) + "\n" + result.strErr +
-                          result.strOut;
+                          std::to_string(static_cast<int>(result.nStatus)) + ", " + State() + "\n" +
+                          result.strErr + result.strOut;
         if (const size_t nUser = str.rfind("\nUser '"); nUser != std::string::npos)
             str.replace(nUser, std::string::npos, "\n(the library's text)\n");
         std::erase(str, '\r');
@@ -58,43 +62,67 @@ TEST(Transcripts, AreAsKept)
     {
         const char* pszName;
         std::string strFaults = "";
-        std::wstring strWords = L"/m QM1 /dd ?\\newdata /ld ?\\newlog\\";
+        std::wstring strWords = WORDS;
         Change change = {};
     } cases[] = {
-        {"moved", "", L"/m QM1 /dd ?\\there\\newdata /ld ?\\newlog\\\\", {.pszWrite = "there\\x"}},
+        {"moved",
+         "",
+         L"/m QM1 /dd ?\\newdata /ld ?\\newlog\\\\",
+         {.pszRemove = "newdata",
+          .pszWrite = "olddata\\qmgrs\\QM!1\\s\\f",
+          .nAttributes = FILE_ATTRIBUTE_READONLY}},
         {"stopped-and-moved", RUNS NO_SECURITY "xcsExecProgramHandle:1:o:0:0",
          L"-LD ?/newlog -M QM1 -DD ?\\newdata\\"},
         {"end-authority", "xcsCheckAuthorization:1:o:40806177:0"},
         {"end-authority-volume", "xcsCheckAuthorization:1:o:40806178:0"},
         {"end-consistency", "xcsCheckConsistency:1:o:20006110:0"},
         {"end-framework", "GetModuleHandleW:1:o:0:7e"},
+        {"end-framework-words", "GetCommandLineW:1:o:0:8"},
         {"end-initialize", "xcsInitializeEx:1:o:20006110:0"},
         {"end-words-few", "", L"/m QM1 /ld ?\\newlog"},
         {"end-words-many", "", L"/m QM1 /dd ?\\newdata /ld ?\\newlog /m QM1"},
-        {"end-words-flag", "", L"/m QM1 /dd ?\\newdata /x ?\\newlog"},
+        {"end-words-flag", "", L"/m QM1 /dd ?\\newdata /Xy%s%n%% ?\\newlog"},
         {"end-words-pair", "", L"/m /dd ?\\newdata /ld ?\\newlog /m"},
         {"end-words-value", "", L"QM1 /m /dd ?\\newdata /ld ?\\newlog"},
         {"end-32", "", L"/m QM2 /dd ?\\newdata /ld ?\\newlog"},
+        {"end-32-record", "xcsGetQMDetails:1:a:0:0"},
         {"end-32-installation", "xcsGetInstallationDetails:1:a:10006164:0"},
+        {"end-32-installation-record", "xcsGetInstallationDetails:1:a:0:0"},
+        {"end-32-primary",
+         "xcsGetInstallationDetails:1:a:10006164:0",
+         WORDS,
+         {.pszInZnsIni = OWNER "Inst1", .pszInstead = OWNER "Installation0"}},
         {"end-33", RUNS "xcsExecProgramHandle:1:o:1:0"},
-        {"end-38-created", NO_SECURITY "xcsCreateDirectory:2:o:1:5", L"/m QM1 /dd ?\\data /ld ?\\log"},
-        {"end-37-file",
-         "",
-         L"/m QM1 /dd ?\\newdata /ld ?\\newlog",
-         {.pszRemove = "newlog\\QM!1", .pszWrite = "newlog\\QM!1"}},
+        {"end-37-file", "", WORDS, {.pszRemove = "newlog\\QM!1", .pszWrite = "newlog\\QM!1"}},
         {"end-37-parent", "", L"/m QM1 /dd ?\\bystander\\file /ld ?\\log"},
+        {"end-38-created", NO_SECURITY "xcsCreateDirectory:2:o:1:5", L"/m QM1 /dd ?\\data /ld ?\\log"},
         {"end-38-copy", "SetCurrentDirectoryW:1:a:0:3;SHFileOperationW:1:o:7c:0"},
-        {"end-38-owner", "SetNamedSecurityInfoW:1:a:5:5"},
-        {"end-38-sid", "LookupAccountNameW:1:a:0:534"},
+        {"end-38-owner",
+         "SetNamedSecurityInfoW:1:a:5:5;LookupPrivilegeValueW:1:o:0:8;OpenProcessToken:1:o:0:9;"
+         "AdjustTokenPrivileges:1:o:0:a",
+         WORDS,
+         {.pszWrite = "olddata\\qmgrs\\QM!1\\s\\f"}},
+        {"end-38-owner-gone", "SetNamedSecurityInfoW:1:a:2:2"},
+        {"end-38-sid-znm", "LookupAccountNameW:1:o:0:534"},
+        {"end-38-sid-system", "AllocateAndInitializeSid:1:o:0:539"},
+        {"end-38-sid-world", "AllocateAndInitializeSid:2:o:0:539"},
+        {"end-38-sid-admin", "AllocateAndInitializeSid:3:o:0:539"},
         {"end-39-prefix", NO_SECURITY "xcsIniUtilWrite:1:o:1:0"},
         {"end-39-logpath", NO_SECURITY "xcsIniUtilWrite:2:o:1:0"},
         {"end-40-file", NO_SECURITY "DeleteFileW:1:o:0:20"},
         {"end-40-directory", NO_SECURITY "RemoveDirectoryW:1:o:0:91"},
-        {"end-42", "", L"/m QM1 /dd ?\\olddata /ld ?\\newlog"},
-        {"end-42-both", "", L"/m QM1 /dd ?\\newlog /ld ?\\newlog\\qmgrs"},
+        {"end-42",
+         "",
+         L"/m QM1 /dd ?\\olddata /ld ?\\newlog",
+         {.pszInZnsIni = OWNER "Inst1", .pszInstead = OWNER}},
+        {"end-42-log", "", L"/m QM1 /dd ?\\newdata /ld ?\\oldlog"},
+        {"end-42-both",
+         "",
+         L"/m QM1 /dd ?\\newlog /ld ?\\newlog\\qmgrs",
+         {.pszInZnsIni = OWNER "Inst1", .pszInstead = OWNER "Installation0"}},
         {"end-47",
          RUNS,
-         L"/m QM1 /dd ?\\newdata /ld ?\\newlog",
+         WORDS,
          {.pszInZnsIni = "Name=QM1", .pszInstead = "Name=QM1\r\n   MultiInstance=Yes"}},
         {"end-znsini", "xcsGetIniFilename:1:o:1:0"},
         {"end-qmini", "xcsGetIniFilename:2:o:1:0"},
@@ -110,6 +138,8 @@ TEST(Transcripts, AreAsKept)
         SmallInstallation zn;
         SetEnvironmentVariableA("TMP", strTmp.c_str());
         zn.Apply(c.change);
+        zn.Remember();
+        zn.strZnsIni = ReadAll(zn.work / "zns.ini");
         const std::wstring strWords = std::regex_replace(c.strWords, std::wregex(L"\\?"), zn.root.wstring());
         const std::string strTranscript = zn.Transcript(strWords, c.strFaults),
                           strFile = std::string(c.pszName) + ".txt";

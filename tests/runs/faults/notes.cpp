@@ -107,6 +107,8 @@ std::string Word(XCS_CONNECTION* p)
 std::string Word(const XCS_INSERTS* p)
 {
     std::string strResult = "{" + std::string(p->achEyeCatcher, 4);
+    for (const char ch : p->abReserved)
+        strResult += ch == 0 ? "" : " damaged";
     for (const char* psz : p->apszText)
         strResult += " " + Word(psz);
     return strResult + "}";
@@ -171,6 +173,8 @@ struct Noted<NAME, Result(Args...)>
         if constexpr (FUNCTION == "DeleteFileW") // a file of the program's own
             if (std::wcsstr(std::get<0>(all), L".tmp") != nullptr)
                 return;
+        if constexpr (FUNCTION == "SetErrorMode") // the others are the parent's
+            str = "SetErrorMode " + Word(std::get<0>(all) & SEM_FAILCRITICALERRORS);
         Line(str);
     }
     static Result Call(Args... args)
@@ -283,6 +287,8 @@ void NoteCalls()
     Replace("xtr_FNC_retcode", &NoteExit);
     Replace("xtr_FNC_text", &NoteText);
     Replace("xtr_parms", &NoteParms);
+    NOTED(SetErrorMode);
+    NOTED(SetDllDirectoryW);
     NOTED(xtrEstablishTraceStatus);
     NOTED(xcsCheckConsistency);
     NOTED(xcsInitializeEx);
