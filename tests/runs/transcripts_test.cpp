@@ -48,9 +48,13 @@ struct SmallInstallation : Installation
             str = std::regex_replace(str, std::regex(strOld), strNew);
         // Messages by their numbers: the texts differ between languages.
         for (unsigned nID = 20; nID < 50; ++nID)
-            if (const std::string strText = Message(nID); strText != "\r\n")
-                for (size_t n = 0; (n = str.find(strText.c_str(), n, strText.size() - 2)) != str.npos;)
-                    str.replace(n, strText.size() - 2, "(message " + std::to_string(nID) + ")");
+        {
+            std::string strText = Message(nID);
+            std::erase(strText, '\r');
+            strText.pop_back();
+            for (size_t n = 0; !strText.empty() && (n = str.find(strText, n)) != str.npos;)
+                str.replace(n, strText.size(), "(message " + std::to_string(nID) + ")");
+        }
         return str;
     }
 };
