@@ -15,25 +15,6 @@ TEST(Debug, SeverityOneWritesARecordAndTheOthersOnlyTrace)
                                            "# 31 Error 0 on 'E:\\x'"));
 }
 
-TEST(Debug, FailureRecordHasItsFixedFields)
-{
-    std::string strSource, strText;
-    const auto context = Hook(xcsSaveFileContextSccsId,
-                              [&](const char* psz, int nLine) { strSource = psz + std::to_string(nLine); });
-    const auto record =
-        Hook(xcsVORTFn, [&](int c, int f, int probe, int code, auto* p, auto p1, auto p2, auto p3) {
-            EXPECT_THAT(std::vector({c, f, probe, code}), ElementsAre(42, 46, 5, 0x40006119));
-            EXPECT_TRUE(p1 == nullptr && p2 == nullptr && p3 == nullptr);
-            const std::string strRecord(reinterpret_cast<const char*>(p), 56);
-            EXPECT_EQ(strRecord.substr(0, 32), "XMSA" + std::string(28, '\0'));
-            EXPECT_EQ(strRecord.substr(40), std::string(16, '\0'));
-            strText = p->apszText[0];
-        });
-    CZNMDebug::RecordFailure(0x10000 + 46, 5, L"text"); // the low 16 bits of the function number count
-    EXPECT_EQ(strText, "text");
-    EXPECT_THAT(strSource, testing::EndsWith("tovmclut/tovmdbgn140"));
-}
-
 TEST(Debug, TextsUpToTheLimitAreWholeAndLongerOnesEmpty)
 {
     for (const auto& [nLength, nExpected] : {std::pair{1023, 1023}, {1024, 1024}, {1025, 0}, {30000, 0}})

@@ -144,57 +144,33 @@ TEST_F(Directories, CopyChangesTheCurrentDirectoryAndSecuresFilesAndDirectories)
     EXPECT_THAT(capture.lines, Contains(HasSubstr("A link stands in the place of the file")));
 }
 
-TEST_F(Directories, DeletionStopsAtTheFirstFailureWithItsOwnError)
+TEST_F(Directories, DeletionNeverExaminesTheFirstEntry)
 {
     Make("\\x\\..a", FILE_ATTRIBUTE_READONLY);
-    Make("\\x\\s\\locked", FILE_ATTRIBUTE_HIDDEN);
+    Make("\\x\\s\\hidden", FILE_ATTRIBUTE_HIDDEN);
     Make("\\x\\z", FILE_ATTRIBUTE_SYSTEM);
-    const std::string NO_FILE = "# 176 Unable to delete file '" + root.string(),
-                      NO_DIRECTORY = "# 176 Unable to delete directory '" + root.string();
-    const std::tuple<std::wstring, int, std::string, std::vector<std::wstring>> steps[] = {
-        // what fails; result, trace, what is left
-        {L"locked", 0, NO_FILE + "\\x\\s\\locked', error '32'", {L"x", L"x\\s", L"x\\s\\locked", L"x\\z"}},
-        {L"s", 0, NO_DIRECTORY + "\\x\\s', error '145'", {L"x", L"x\\s", L"x\\z"}},
-        // The first entry is never examined, also where it is neither "." nor "..".
-        {L"first", 0, NO_DIRECTORY + "\\x', error '145'", {L"x", L"x\\s"}},
-        {L"-", 1, "# 176 Successfully deleted directory '" + Narrow("\\x'"), {}},
-        {L"-", 1, "< 176 1", {}}, // nothing is there
-    };
-    for (const wchar_t* psz : {L"", L"\\s"})
-        fs::create_directory(root.wstring() + L"\\y" + psz);
-    for (const std::wstring psz : {L"\\..a", L"\\s\\locked", L"\\z"})
-        CopyFileW(At((L"\\x" + psz).c_str()), At((L"\\y" + psz).c_str()), TRUE);
+    fs::create_directories(Narrow("\\y\\s"));
+    for (const wchar_t* psz : {L"\\..a", L"\\s\\hidden", L"\\z"})
+        CopyFileW(At(L"\\x") + psz, At(L"\\y") + psz, TRUE);
     CZNPair pair(root.wstring() + L"\\x", root.wstring() + L"\\y");
     CZNFindings findings;
     ASSERT_TRUE(pair.Prove(CZNPair(L"", L""), nullptr, findings));
-    std::wstring strFailing;
+    bool fDots = false; // whether a listing begins with "."
     std::vector<std::wstring> reset;
-    const auto fails = [&](std::wstring_view strPath, DWORD nError) {
-        return SetLastError(nError), strPath.ends_with(L"\\" + strFailing);
-    };
-    const Hooks hooks = {
-        Hook(SetFileAttributesW,
-             [&](LPCWSTR psz, DWORD n) {
-                 EXPECT_EQ(n, 0x80u);
-                 return reset.push_back(fs::path(psz).filename()), SetFileAttributesW(psz, n);
-             }),
-        Hook(DeleteFileW, [&](LPCWSTR psz) { return !fails(psz, 32) && DeleteFileW(psz); }),
-        Hook(RemoveDirectoryW, [&](LPCWSTR psz) { return !fails(psz, 145) && RemoveDirectoryW(psz); }),
-        Hook(FindFirstFileW,
-             [&](LPCWSTR psz, WIN32_FIND_DATAW* p) {
-                 const HANDLE hFind = FindFirstFileW(psz, p);
-                 while (strFailing == L"first" && p->cFileName[0] == L'.')
-                     FindNextFileW(hFind, p);
-                 return hFind;
-             }),
-        Hook(FindClose, [](HANDLE h) { return SetLastError(6), FindClose(h); })};
-    for (const auto& [strStep, nResult, strTrace, left] : steps)
-    {
-        strFailing = strStep;
-        capture.lines.clear();
-        EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x"), pair), nResult) << strTrace;
-        EXPECT_TRUE(capture.Has(strTrace)) << strTrace;
-        EXPECT_EQ(LeftOf("x"), left) << strTrace;
-    }
-    EXPECT_THAT(reset, ElementsAre(L"..a", L"locked")); // not of the system file
+    const auto attributes = Hook(SetFileAttributesW, [&](LPCWSTR psz, DWORD n) {
+        return reset.push_back(fs::path(psz).filename()), SetFileAttributesW(psz, n);
+    });
+    const auto find = Hook(FindFirstFileW, [&](LPCWSTR psz, WIN32_FIND_DATAW* p) {
+        const HANDLE hFind = FindFirstFileW(psz, p);
+        while (!fDots && std::wstring_view(psz).ends_with(L"x\\*") && std::wcslen(p->cFileName) < 3)
+            FindNextFileW(hFind, p);
+        return hFind;
+    });
+    EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x"), pair), 0);
+    EXPECT_THAT(LeftOf("x"), ElementsAre(L"x", L"x\\..a"));
+    fDots = true;
+    EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x"), pair), 1);
+    EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x"), pair), 1); // nothing is there
+    EXPECT_THAT(LeftOf("x"), IsEmpty());
+    EXPECT_THAT(reset, ElementsAre(L"hidden", L"..a")); // not of the system file
 }
