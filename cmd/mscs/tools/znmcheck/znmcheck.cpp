@@ -3,8 +3,9 @@
 #include <windows.h>
 #include <tchar.h>
 
+#include <algorithm>
 #include <cwchar>
-#include <map>
+#include <iterator>
 
 #include "afxwin.h"
 #include "messages.h"
@@ -15,110 +16,149 @@
 #include "znmcheckbefore.h"
 #include "znmconsole.h"
 #include "znmpaths.h"
+#include "znmwatch.h"
 
 ZNM_SOURCE_ID("cmd/mscs/tools/znmcheck/znmcheck");
 
 namespace
 {
-constexpr int STATUS_WRONG_WORDS = 5;
-
 constexpr int32_t INITIALIZE_COMPONENT = 48;
 constexpr int32_t INITIALIZE_OPTIONS = 7;
 constexpr int32_t AUTHORIZATION_OPTIONS = 7;
 constexpr int32_t TERMINATE_OPTIONS = 4;
 
-bool TakeWords(int nWords, wchar_t** ppszWords, bool fAfter, ZNCheckWords& words)
+constexpr const wchar_t* USAGE[] = {
+    L"Usage: tarvelcheck before /m queuemanager /dd absolutedatapath /ld absolutelogpath [/record newfile]",
+    L"       tarvelcheck after  /m queuemanager /dd absolutedatapath /ld absolutelogpath",
+    L"                          {/record file | /od olddatadirectory /ol oldlogdirectory}",
+    L"       tarvelcheck watch  /m queuemanager /dd absolutedatapath /ld absolutelogpath [/record file]"};
+
+constexpr const wchar_t* VERBS[] = {L"before", L"after", L"watch"};
+
+const struct
 {
-    std::map<std::wstring, std::wstring> values;
-    for (int i = 2; i + 1 < nWords; i += 2)
+    const wchar_t* pszFlag;
+    std::wstring ZNCheckWords::*pValue;
+    bool fRequired;
+} FLAGS[] = {{L"m", &ZNCheckWords::strQueueManager, true}, {L"dd", &ZNCheckWords::strDataDest, true},
+             {L"ld", &ZNCheckWords::strLogDest, true},     {L"record", &ZNCheckWords::strRecord, false},
+             {L"od", &ZNCheckWords::strOldData, false},    {L"ol", &ZNCheckWords::strOldLog, false}};
+
+bool IsFlag(const wchar_t* pszWord)
+{
+    return *pszWord == L'/' || *pszWord == L'-';
+}
+
+bool AsksForHelp(const wchar_t* pszWord)
+{
+    for (const wchar_t* const psz : {L"/?", L"-?", L"/h", L"-h", L"/help", L"-help", L"--help"})
+        if (_wcsicmp(pszWord, psz) == 0)
+            return true;
+    return false;
+}
+
+// Returns what is wrong with the words; empty if nothing is.
+std::wstring TakeWords(int nWords, wchar_t** ppszWords, ZNCheckWords& words)
+{
+    for (int i = 1; i < nWords; ++i)
     {
-        CString strFlag(ppszWords[i]);
-        strFlag.MakeLower();
-        if (!values.emplace(strFlag, ppszWords[i + 1]).second || *ppszWords[i + 1] == L'\0')
-            return false;
+        const std::wstring strWord = ppszWords[i];
+        const auto* const pFlag = std::find_if(std::begin(FLAGS), std::end(FLAGS), [&](const auto& flag) {
+            return IsFlag(ppszWords[i]) && _wcsicmp(flag.pszFlag, ppszWords[i] + 1) == 0;
+        });
+        const auto* const pVerb = std::find_if(std::begin(VERBS), std::end(VERBS), [&](const wchar_t* psz) {
+            return _wcsicmp(psz, ppszWords[i]) == 0;
+        });
+        if (pVerb != std::end(VERBS) && words.strVerb.empty())
+            words.strVerb = *pVerb;
+        else if (pFlag == std::end(FLAGS) || !(words.*pFlag->pValue).empty())
+            return L"This word is not expected: " + strWord;
+        else if (++i == nWords || *ppszWords[i] == L'\0' || IsFlag(ppszWords[i]))
+            return L"A value is missing after " + strWord;
+        else
+            words.*pFlag->pValue = ppszWords[i];
     }
-    theApp.SetDataDest(values[L"/dd"].c_str()); // as the command stores them
-    theApp.SetLogDest(values[L"/ld"].c_str());
-    words.strQueueManager = values[L"/m"].c_str();
+    if (words.strVerb.empty())
+        return L"One of the words before, after and watch is missing";
+    for (const auto& flag : FLAGS)
+        if (flag.fRequired && (words.*flag.pValue).empty())
+            return std::wstring(L"This word is missing: /") + flag.pszFlag;
+    theApp.SetDataDest(words.strDataDest.c_str()); // as the command stores them
+    theApp.SetLogDest(words.strLogDest.c_str());
     words.strDataDest = theApp.m_strDataDest;
     words.strLogDest = theApp.m_strLogDest;
-    words.strRecord = values[L"/record"];
-    words.strOldData = WithoutTrailingBackslash(values[L"/od"].c_str());
-    words.strOldLog = WithoutTrailingBackslash(values[L"/ol"].c_str());
-    for (const std::wstring& strOld : {words.strOldData, words.strOldLog})
-        if (!strOld.empty() && !IsTreePath(strOld.c_str()))
-            return false;
-    constexpr size_t KNOWN = 6;
-    const bool fOld = !words.strOldData.empty() || !words.strOldLog.empty();
-    return nWords % 2 == 0 && values.size() == KNOWN && !words.strQueueManager.IsEmpty() &&
-           !words.strDataDest.IsEmpty() && !words.strLogDest.IsEmpty() &&
-           (!fOld || (fAfter && words.strRecord.empty()));
+    for (std::wstring* const pstrOld : {&words.strOldData, &words.strOldLog})
+    {
+        if (pstrOld->empty())
+            continue;
+        if (words.strVerb != L"after" || !words.strRecord.empty())
+            return L"The words /od and /ol are for after, without /record";
+        if (!IsTreePath(pstrOld->c_str()))
+            return L"This is no absolute path below a root: " + *pstrOld;
+        *pstrOld = ResolvedPath(*pstrOld);
+    }
+    return {};
 }
 
 int Before(const ZNCheckWords& words, int32_t nLevel, int32_t nServices)
 {
     CZNCheckReport report;
-    if (nLevel != 0)
-        report.Stop(L"product level", L"the installed product is not of level " XCS_VERSION_LEVEL,
-                    L"use the programs and libraries of one installation");
-    else
-        report.Ok(L"product level", L"" XCS_VERSION_LEVEL);
+    report.Check(L"product level", nLevel == 0, L"" XCS_VERSION_LEVEL,
+                 L"the installed product is not of level " XCS_VERSION_LEVEL,
+                 L"use the programs and libraries of one installation");
     if (nLevel == 0 && nServices != 0)
         report.Stop(L"common services", L"they do not start",
                     L"see that this user can read zns.ini in the work path", IDS_COMMON_SERVICES_FAILED);
     if (nServices != 0)
         return report.Close();
     const int32_t nResult = xcsCheckAuthorization(AUTHORIZATION_OPTIONS);
-    if (nResult == XCS_RC_NO_VOLUME_SECURITY)
-        report.Stop(L"authority",
-                    L"the work path's volume keeps no access lists; tarvel ends with status 119",
-                    L"use a work path on NTFS or ReFS");
-    else if (nResult != 0)
-        report.Stop(L"authority", L"this user may not administer the product; tarvel ends with status 71",
-                    L"become a member of Administrators or of the group znm, and log on again");
-    else
-        report.Ok(L"authority", L"this user may administer the product");
+    const bool fNoSecurity = nResult == XCS_RC_NO_VOLUME_SECURITY;
+    report.Check(L"authority", nResult == 0, L"this user may administer the product",
+                 fNoSecurity ? L"the work path's volume keeps no access lists; tarvel ends with status 119"
+                             : L"this user may not administer the product; tarvel ends with status 71",
+                 fNoSecurity ? L"use a work path on NTFS or ReFS"
+                             : L"become a member of Administrators or of the group znm, and log on again");
     ZNCheckBefore(words, report);
     return report.Close();
 }
-} // namespace
 
-extern "C" int _tmain(int argc, _TCHAR* argv[])
+int Look(const ZNCheckWords& words)
 {
-    SetErrorMode(GetErrorMode() |
-                 SEM_FAILCRITICALERRORS); // an empty drive is an error, not a box that waits for somebody
-    SetDllDirectoryW(L"");
-    const bool fBefore = argc > 1 && _wcsicmp(argv[1], L"before") == 0;
-    const bool fAfter = argc > 1 && _wcsicmp(argv[1], L"after") == 0;
-    ZNCheckWords words;
-    if (!AfxWinInit(GetModuleHandleW(nullptr), nullptr, GetCommandLineW(), 0) || (!fBefore && !fAfter) ||
-        !TakeWords(argc, argv, fAfter, words))
-    {
-        ZNPrintLine(L"Usage: tarvelcheck before /m queuemanager /dd absolutedatapath /ld absolutelogpath "
-                    L"[/record file]");
-        ZNPrintLine(L"       tarvelcheck after  /m queuemanager /dd absolutedatapath /ld absolutelogpath "
-                    L"[/record file | "
-                    L"/od olddatadirectory /ol oldlogdirectory]");
-        return STATUS_WRONG_WORDS;
-    }
-
     const int32_t nLevel = xcsCheckConsistency(XCS_VERSION_LEVEL);
     XCS_CONNECTION connection = {};
     const int32_t nServices = nLevel != 0 ? nLevel
                                           : xcsInitializeEx(INITIALIZE_COMPONENT, INITIALIZE_OPTIONS, nullptr,
                                                             nullptr, nullptr, nullptr, nullptr, &connection);
-    int nStatus = 0;
-    if (fBefore)
+    int nStatus = ZN_STATUS_CANNOT_TELL;
+    if (words.strVerb == L"before")
         nStatus = Before(words, nLevel, nServices);
-    else if (nServices == 0)
-        nStatus = ZNCheckAfter(words);
-    else
-    {
+    else if (nServices != 0)
         ZNPrintLine(L"Cannot tell: the product's common services of level " XCS_VERSION_LEVEL
                     " do not start, or are not installed.");
-        nStatus = ZN_CANNOT_TELL;
-    }
+    else
+        nStatus = words.strVerb == L"after" ? ZNCheckAfter(words) : ZNWatch(words);
     if (nServices == 0)
         xcsTerminate(&connection, TERMINATE_OPTIONS);
     return nStatus;
+}
+} // namespace
+
+extern "C" int _tmain(int argc, _TCHAR* argv[])
+{
+    SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS); // an empty drive is an error, not a box that waits
+    SetDllDirectoryW(L"");
+    ZNCheckWords words;
+    const bool fHelp = std::any_of(argv + 1, argv + argc, AsksForHelp);
+    const bool fInitialized = AfxWinInit(GetModuleHandleW(nullptr), nullptr, GetCommandLineW(), 0) != FALSE;
+    const std::wstring strWrong = fHelp || !fInitialized ? L"" : TakeWords(argc, argv, words);
+    if (!fHelp && fInitialized && strWrong.empty())
+    {
+        ZNPrintLine(ZNOutputHead());
+        return Look(words);
+    }
+    if (!strWrong.empty())
+        ZNPrintLine(strWrong);
+    for (const wchar_t* const pszLine : USAGE)
+        ZNPrintLine(pszLine);
+    return fHelp ? ZN_STATUS_OK : ZN_STATUS_INVALID;
 }

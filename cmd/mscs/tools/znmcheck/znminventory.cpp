@@ -7,25 +7,24 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <cwchar>
+#include <bit>
+#include <optional>
+#include <string_view>
 
 #include "owner.h"
 #include "tovmsrid.h"
 #include "tovxcs2.h"
-#include "znmconsole.h"
-#include "znmreadfile.h"
+#include "znmprobe.h"
+#include "znmstanza.h"
+#include "znmwalk.h"
 
 ZNM_SOURCE_ID("cmd/mscs/tools/znmcheck/znminventory");
 
 namespace
 {
-struct AlgorithmKind
-{
-    using Type = BCRYPT_ALG_HANDLE;
-    static Type Nothing() noexcept { return nullptr; }
-    static void Close(Type h) noexcept { BCryptCloseAlgorithmProvider(h, 0); }
-};
+// The system's own provider, which needs not be opened; not in every compiler's headers.
+const BCRYPT_ALG_HANDLE SHA256 = std::bit_cast<BCRYPT_ALG_HANDLE>(ULONG_PTR{0x41});
+
 struct HashKind
 {
     using Type = BCRYPT_HASH_HANDLE;
@@ -36,15 +35,17 @@ struct HashKind
 class Sha256
 {
   public:
-    Sha256()
+    // Takes no more than nLimit bytes.
+    explicit Sha256(uint64_t nLimit = UINT64_MAX) : m_nLeft(nLimit)
     {
-        m_fFailed =
-            BCryptOpenAlgorithmProvider(m_algorithm.Out(), BCRYPT_SHA256_ALGORITHM, nullptr, 0) != 0 ||
-            BCryptCreateHash(m_algorithm.Get(), m_hash.Out(), nullptr, 0, nullptr, 0, 0) != 0;
+        m_fFailed = BCryptCreateHash(SHA256, m_hash.Out(), nullptr, 0, nullptr, 0, 0) != 0;
     }
-    void Add(const void* pBytes, size_t nBytes)
+    void Add(const std::string& strBytes)
     {
-        auto* const pInput = static_cast<unsigned char*>(const_cast<void*>(pBytes)); // only read
+        const size_t nBytes = static_cast<size_t>(std::min<uint64_t>(strBytes.size(), m_nLeft));
+        m_nLeft -= nBytes;
+        auto* const pInput = // only read
+            reinterpret_cast<unsigned char*>(const_cast<char*>(strBytes.data()));
         m_fFailed =
             m_fFailed || !m_hash || BCryptHashData(m_hash.Get(), pInput, static_cast<ULONG>(nBytes), 0) != 0;
     }
@@ -61,25 +62,86 @@ class Sha256
     }
 
   private:
-    Owner<AlgorithmKind> m_algorithm;
     Owner<HashKind> m_hash;
+    uint64_t m_nLeft;
     bool m_fFailed = false;
 };
 
-std::wstring TimeText(const FILETIME& time)
+FileHandle OpenFile(const std::wstring& strPath, DWORD nAccess, DWORD& nError)
 {
-    SYSTEMTIME parts = {};
-    FileTimeToSystemTime(&time, &parts); // a time that no calendar has becomes zeros
-    constexpr uint64_t UNITS = 10'000'000;
-    const uint64_t nUnits = (uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime) % UNITS;
-    constexpr size_t MAX_TEXT = 64;
-    wchar_t szText[MAX_TEXT] = {};
-    _snwprintf(szText, MAX_TEXT - 1, L"%04u-%02u-%02uT%02u:%02u:%02u.%07uZ", parts.wYear, parts.wMonth,
-               parts.wDay, parts.wHour, parts.wMinute, parts.wSecond, static_cast<unsigned>(nUnits));
-    return szText;
+    FileHandle file(CreateFileW(strPath.c_str(), nAccess,
+                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    nError = file ? DWORD{ERROR_SUCCESS} : GetLastError();
+    return file;
 }
 
+// The content of a file in pieces; of the data directory's qm.ini without LogPath, which a move changes.
+class Content
+{
+  public:
+    Content(const std::wstring& strPath, bool fQmIni) : m_file(OpenFile(strPath, GENERIC_READ, nError))
+    {
+        BY_HANDLE_FILE_INFORMATION information = {};
+        fOtherNames = !m_file || !GetFileInformationByHandle(m_file.Get(), &information) ||
+                      information.nNumberOfLinks > 1;
+        std::string strAll;
+        while (fQmIni && Next())
+            strAll += strPiece;
+        if (fQmIni)
+            m_qmIni = ZNWithoutAttribute(strAll, "Log", "LogPath");
+    }
+    // False at the end, or where it cannot be read on.
+    bool Next()
+    {
+        if (m_qmIni)
+        {
+            strPiece = std::exchange(*m_qmIni, {});
+            return !strPiece.empty();
+        }
+        constexpr DWORD PIECE = 1 << 18;
+        strPiece.resize(PIECE);
+        DWORD nRead = 0;
+        if (nError == ERROR_SUCCESS && !ReadFile(m_file.Get(), strPiece.data(), PIECE, &nRead, nullptr))
+            nError = GetLastError();
+        strPiece.resize(nError == ERROR_SUCCESS ? nRead : 0);
+        return !strPiece.empty();
+    }
+
+    DWORD nError = ERROR_SUCCESS;
+    bool fOtherNames = false;
+    std::string strPiece;
+
+  private:
+    FileHandle m_file;
+    std::optional<std::string> m_qmIni;
+};
+
+bool IsQmIni(ZN_TREE eTree, const std::wstring& strBelow)
+{
+    return eTree == ZN_DATA && ZNIsSameName(strBelow.c_str(), L"qm.ini");
+}
+
+bool IsFile(const ZNEntry* pEntry)
+{
+    return pEntry != nullptr && !pEntry->fDirectory;
+}
+
+// A file that a move makes for a moment, or a configuration file that did not get its place.
+bool IsPassing(const std::wstring& strBelow)
+{
+    return strBelow.find(L'\\') == std::wstring::npos && ZNIsTemporaryName(strBelow);
+}
 } // namespace
+
+// --- Single files --------------------------------------------------------------------------------------
+
+std::string ZNSha256(const std::string& strBytes)
+{
+    Sha256 hash;
+    hash.Add(strBytes);
+    return hash.Finish();
+}
 
 std::wstring ZNSecurityText(const std::wstring& strPath, SECURITY_INFORMATION nWanted)
 {
@@ -93,134 +155,95 @@ std::wstring ZNSecurityText(const std::wstring& strPath, SECURITY_INFORMATION nW
     return text.Get();
 }
 
-namespace
+ZN_PRESENCE ZNFindPresence(const std::wstring& strDir, DWORD& nError)
 {
-// "ZN", 16 digits, ".tmp": a configuration file that did not get its place.
-bool IsHalfMade(const std::wstring& strPath)
-{
-    const std::wstring strName = strPath.substr(strPath.find_last_of(L'\\') + 1);
-    constexpr size_t LENGTH = 22;
-    return strName.size() == LENGTH && strName.starts_with(L"ZN") && strName.ends_with(L".tmp");
-}
-} // namespace
-
-std::string ZNSha256(const std::string& strBytes)
-{
-    Sha256 hash;
-    hash.Add(strBytes.data(), strBytes.size());
-    return hash.Finish();
-}
-
-std::string ZNDigestWithoutLogPath(std::string strQmIni)
-{
-    std::string strRest;
-    for (size_t nEnd; !strQmIni.empty(); strQmIni.erase(0, nEnd))
+    const DWORD nAttributes = GetFileAttributesW(strDir.c_str());
+    nError = GetLastError();
+    if (nAttributes != INVALID_FILE_ATTRIBUTES)
+        return ZN_PRESENCE::THERE;
+    if (!ZNIsNotThere(nError))
+        return ZN_PRESENCE::UNSEEN;
+    // The nearest directory above it that is there must lead to a volume: a mount point is there without one.
+    for (std::wstring strUp = strDir; strUp.find(L'\\') != std::wstring::npos;)
     {
-        nEnd = std::min(strQmIni.find('\n'), strQmIni.size() - 1) + 1;
-        const size_t nName = std::min(strQmIni.find_first_not_of(" \t"), nEnd);
-        if (_strnicmp(strQmIni.c_str() + nName, "LogPath", 7) != 0)
-            strRest.append(strQmIni, 0, nEnd);
+        strUp.resize(strUp.find_last_of(L'\\'));
+        if (CZNIdentity::Of(strUp + L"\\", nullptr, &nError))
+            return ZN_PRESENCE::GONE;
+        if (!ZNIsNotThere(nError) || GetFileAttributesW(strUp.c_str()) != INVALID_FILE_ATTRIBUTES)
+            break;
     }
-    return ZNSha256(strRest);
+    return ZN_PRESENCE::UNSEEN;
 }
 
-void CZNInventory::List(const std::wstring& strDirectory, bool fData)
+// --- A tree ----------------------------------------------------------------------------------------------
+
+void CZNReading::AddAndShow(uint64_t nFiles, uint64_t nBytes)
+{
+    Add(nFiles, nBytes);
+    if (m_line.IsDue())
+        m_line.Show(L"Reading: " + Text());
+}
+
+bool CZNInventory::IgnoreCase::operator()(const std::wstring& strLeft, const std::wstring& strRight) const
+{
+    return CompareStringOrdinal(strLeft.data(), static_cast<int>(strLeft.size()), strRight.data(),
+                                static_cast<int>(strRight.size()), TRUE) == CSTR_LESS_THAN;
+}
+
+void CZNInventory::List(const std::wstring& strDirectory)
 {
     *this = CZNInventory();
     strDir = strDirectory;
-    m_fData = fData;
-    const DWORD nAttributes = GetFileAttributesW(strDir.c_str());
-    const DWORD nError = GetLastError();
-    fThere = nAttributes != INVALID_FILE_ATTRIBUTES;
-    if (fThere)
-    {
-        std::vector<CZNIdentity> above;
-        ListBelow(L"", above);
-    }
-    else if (nError != ERROR_FILE_NOT_FOUND && nError != ERROR_PATH_NOT_FOUND)
-        findings.push_back({ZN_FINDING::NOT_LISTED, strDir.c_str(), nError});
-}
-
-void CZNInventory::ListBelow(const std::wstring& strBelow, std::vector<CZNIdentity>& above)
-{
-    const std::wstring strHere = strDir + (strBelow.empty() ? L"" : L"\\") + strBelow;
-    DWORD nError = ERROR_SUCCESS;
-    const auto identity = CZNIdentity::Of(strHere, nullptr, &nError);
-    if (!identity)
-        return findings.push_back({ZN_FINDING::NOT_IDENTIFIED, strHere.c_str(), nError});
-    if (std::ranges::any_of(above, [&](const CZNIdentity& other) { return other.IsSame(*identity); }))
-        return findings.push_back({ZN_FINDING::LINK_CYCLE, strHere.c_str()});
-    directories.Add(*identity, true);
-    above.push_back(*identity);
-
-    WIN32_FIND_DATAW entry = {};
-    const FindHandle find(FindFirstFileExW((strHere + L"\\*").c_str(), FindExInfoBasic, &entry,
-                                           FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH));
-    nError = find ? DWORD{ERROR_SUCCESS} : GetLastError();
-    while (nError == ERROR_SUCCESS)
-    {
-        const std::wstring strName = entry.cFileName;
-        if (strName != L"." && strName != L"..")
-        {
-            const std::wstring strPath =
-                strBelow.empty() ? strName : std::wstring(strBelow).append(L"\\").append(strName);
-            ZNEntry listed;
-            listed.nAttributes = entry.dwFileAttributes;
-            listed.fDirectory = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-            listed.strCreated = TimeText(entry.ftCreationTime);
-            listed.strWritten = TimeText(entry.ftLastWriteTime);
-            // A directory with a reparse point of no kind is a link on a system that does not tell kinds.
-            if ((entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
-                (IsReparseTagNameSurrogate(entry.dwReserved0) || entry.dwReserved0 == 0))
-                links.push_back(strDir + L"\\" + strPath);
-            if (!listed.fDirectory)
+    fLooked = true;
+    ePresence = ZNFindPresence(strDir, nError);
+    if (ePresence != ZN_PRESENCE::THERE)
+        return;
+    ZNWalk(
+        strDir,
+        [&](const ZNVisited& visited) {
+            directories.Add(visited.identity, visited.strDir);
+            for (const ZNListed& listed : visited.listing.Entries())
             {
-                listed.nSize = uint64_t{entry.nFileSizeHigh} << 32 | entry.nFileSizeLow;
-                nBytes += listed.nSize;
-                ++nFiles;
+                const std::wstring strName = std::wstring(L"\\") + visited.listing.NameOf(listed);
+                const ZNEntry entry{listed.IsDirectory(),
+                                    listed.IsDirectory() ? 0 : listed.nSize,
+                                    listed.IsDirectory() ? 0 : listed.nLastWrite,
+                                    listed.nAttributes,
+                                    {},
+                                    {}};
+                if (listed.fLink)
+                    links.push_back(visited.strDir + strName);
+                nFiles += listed.IsDirectory() ? 0U : 1U;
+                nBytes += entry.nSize;
+                if (!entries.emplace((visited.strBelow + strName).substr(1), entry).second)
+                    findings.Add(ZN_FINDING::NOT_IDENTIFIED, visited.strDir + strName); // differs in case
             }
-            const bool fDirectory = listed.fDirectory;
-            if (!entries.emplace(strPath, std::move(listed)).second) // differs in letter case only
-                findings.push_back({ZN_FINDING::NOT_IDENTIFIED, (strDir + L"\\" + strPath).c_str()});
-            else if (fDirectory)
-                ListBelow(strPath, above);
-        }
-        const BOOL fNext = FindNextFileW(find.Get(), &entry);
-        nError = fNext ? DWORD{ERROR_SUCCESS} : GetLastError();
-    }
-    if (nError != ERROR_NO_MORE_FILES)
-        findings.push_back({ZN_FINDING::NOT_LISTED, strHere.c_str(), nError});
-    above.pop_back();
+        },
+        findings);
 }
 
-void CZNInventory::Read(CZNProgress& progress, bool fSecurity)
+void CZNInventory::Read(ZN_TREE eTree, CZNReading& reading)
 {
     for (auto& [strBelow, entry] : entries)
     {
         const std::wstring strPath = strDir + L"\\" + strBelow;
-        if (fSecurity)
-            entry.strSddl = ZNSecurityText(strPath, OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION |
-                                                        DACL_SECURITY_INFORMATION);
+        entry.strSddl = ZNSecurityText(strPath, OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION |
+                                                    DACL_SECURITY_INFORMATION);
         if (entry.fDirectory)
             continue;
         Sha256 hash;
-        const DWORD nError = ZNReadPieces(strPath, [&](std::string_view piece) {
-            hash.Add(piece.data(), piece.size());
-            progress.AddBytes(piece.size());
-        });
-        progress.AddFile();
-        if (nError != ERROR_SUCCESS)
-            findings.push_back({ZN_FINDING::NOT_READ, strPath.c_str(), nError});
-        else
-            entry.strSha256 = hash.Finish();
-        entry.strContent = entry.strSha256;
-        if (m_fData && !entry.strSha256.empty() && _wcsicmp(strBelow.c_str(), L"qm.ini") == 0)
+        entry.nSize = 0;
+        Content content(strPath, IsQmIni(eTree, strBelow));
+        while (content.Next())
         {
-            std::string strQmIni;
-            entry.strContent = ZNReadFile(strPath, strQmIni) == ERROR_SUCCESS
-                                   ? ZNDigestWithoutLogPath(strQmIni)
-                                   : std::string();
+            hash.Add(content.strPiece);
+            entry.nSize += content.strPiece.size();
+            reading.AddAndShow(0, content.strPiece.size());
         }
+        reading.AddAndShow(1, 0);
+        entry.strSha256 = hash.Finish();
+        if (content.nError != ERROR_SUCCESS || entry.strSha256.empty())
+            findings.Add(ZN_FINDING::NOT_READ, strPath, content.nError);
     }
 }
 
@@ -228,16 +251,23 @@ void CZNInventory::Probe(bool fHeld)
 {
     for (const auto& [strBelow, entry] : entries)
     {
-        if (entry.fDirectory)
-            continue;
+        DWORD nOpenError = ERROR_SUCCESS;
         const std::wstring strPath = strDir + L"\\" + strBelow;
-        const FileHandle file(CreateFileW(strPath.c_str(), GENERIC_READ | (fHeld ? DELETE : 0UL),
-                                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                          OPEN_EXISTING, 0, nullptr));
-        const DWORD nError = GetLastError();
-        if (!file)
-            findings.push_back({ZN_FINDING::NOT_READ, strPath.c_str(), nError});
+        if (!entry.fDirectory && !OpenFile(strPath, GENERIC_READ | (fHeld ? DELETE : 0UL), nOpenError))
+            findings.Add(ZN_FINDING::NOT_READ, strPath, nOpenError);
     }
+}
+
+bool CZNInventory::IsSameAs(const CZNInventory& other) const
+{
+    return strDir == other.strDir && ePresence == other.ePresence && entries == other.entries &&
+           links == other.links && findings.IsEmpty() && other.findings.IsEmpty();
+}
+
+const ZNEntry* CZNInventory::Find(const std::wstring& strBelow) const
+{
+    const auto found = entries.find(strBelow);
+    return found != entries.end() ? &found->second : nullptr;
 }
 
 size_t CZNInventory::LongestPathIn(const std::wstring& strDirectory) const
@@ -248,30 +278,198 @@ size_t CZNInventory::LongestPathIn(const std::wstring& strDirectory) const
     return nLongest;
 }
 
-ZNComparison::ZNComparison(const CZNInventory& left, const CZNInventory& right)
+// --- Two trees -------------------------------------------------------------------------------------------
+
+namespace
 {
-    for (const auto& [strPath, entry] : left.entries)
+class Comparison
+{
+  public:
+    Comparison(ZNPair& pair, ZN_TREE eTree, const CZNInventory* pRecorded, CZNReading& reading)
+        : m_pair(pair), m_eTree(eTree), m_pRecorded(pRecorded), m_reading(reading)
     {
-        const auto found = right.entries.find(strPath);
-        if (found == right.entries.end())
-        {
-            if (!IsHalfMade(strPath))
-                onlyLeft.push_back(strPath);
-            continue;
-        }
-        const ZNEntry& other = found->second;
-        const bool fSameKind = entry.fDirectory == other.fDirectory;
-        const bool fRead = !entry.strContent.empty() && !other.strContent.empty();
-        if (fSameKind && (entry.fDirectory || (fRead && entry.strContent == other.strContent)))
-            continue;
-        if (fSameKind && !fRead)
-            notCompared.push_back(strPath);
-        else if (!fSameKind || entry.strWritten == other.strWritten)
-            damaged.push_back(strPath);
-        else
-            (entry.strWritten > other.strWritten ? leftNewer : rightNewer).push_back(strPath);
     }
-    for (const auto& [strPath, entry] : right.entries)
-        if (!left.entries.contains(strPath) && !IsHalfMade(strPath))
-            onlyRight.push_back(strPath);
+    void Make();
+
+  private:
+    struct Side
+    {
+        const ZNEntry* pEntry = nullptr;
+        std::optional<Content> content; // of a file that is read
+        std::optional<Sha256> hash;     // of a file that is recorded
+        uint64_t nRead = 0;
+    };
+
+    void CompareEntry(const std::wstring& strBelow);
+    void Open(const std::wstring& strBelow, Side* pSides, const ZNEntry* pRecorded);
+    void ReadBoth(Side& old, Side& now, bool& fSame, bool& fZeros);
+    bool Read(Side& side);
+    void FindTie(const std::wstring& strBelow, const Side& old, const Side& now, bool fSame);
+    void Close(const std::wstring& strBelow, ZN_SIDE eSide, Side& side, const ZNEntry* pRecorded);
+    void FindMissing(ZN_SIDE eSide);
+    ZN_RELATION Relation() const
+    {
+        return m_fOldInNew && m_fNewInOld ? ZN_RELATION::SAME
+               : m_fOldInNew              ? ZN_RELATION::OLD_IN_NEW
+               : m_fNewInOld              ? ZN_RELATION::NEW_IN_OLD
+               : m_fNewCut                ? ZN_RELATION::CUT
+                                          : ZN_RELATION::APART;
+    }
+    std::wstring Path(ZN_SIDE eSide, const std::wstring& strBelow) const
+    {
+        return m_pair.aTrees[eSide].strDir + L"\\" + strBelow;
+    }
+
+    ZNPair& m_pair;
+    ZN_TREE m_eTree;
+    const CZNInventory* m_pRecorded;
+    CZNReading& m_reading;
+    bool m_fOldInNew = true, m_fNewInOld = true, m_fNewCut = true;
+};
+
+bool Comparison::Read(Side& side)
+{
+    if (!side.content || !side.content->Next())
+        return false;
+    side.nRead += side.content->strPiece.size();
+    if (side.hash)
+        side.hash->Add(side.content->strPiece);
+    m_reading.AddAndShow(0, side.content->strPiece.size());
+    return true;
+}
+
+void Comparison::Open(const std::wstring& strBelow, Side* pSides, const ZNEntry* pRecorded)
+{
+    const bool fFiles = IsFile(pSides[ZN_OLD].pEntry) && IsFile(pSides[ZN_NEW].pEntry);
+    for (const ZN_SIDE eSide : {ZN_OLD, ZN_NEW})
+    {
+        if (!IsFile(pSides[eSide].pEntry) || !(fFiles || IsFile(pRecorded)))
+            continue;
+        pSides[eSide].content.emplace(Path(eSide, strBelow), IsQmIni(m_eTree, strBelow));
+        if (IsFile(pRecorded))
+            pSides[eSide].hash.emplace(pRecorded->nSize);
+    }
+}
+
+// fSame: the bytes that both have are the same. fZeros: behind those the new file has nothing but zeros.
+void Comparison::ReadBoth(Side& old, Side& now, bool& fSame, bool& fZeros)
+{
+    for (bool fOld = true, fNew = true; fOld || fNew;)
+    {
+        fOld = fOld && Read(old);
+        fNew = fNew && Read(now);
+        const std::string_view oldPiece = fOld ? old.content->strPiece : std::string_view(),
+                               newPiece = fNew ? now.content->strPiece : std::string_view();
+        const size_t nCommon = std::min(oldPiece.size(), newPiece.size());
+        size_t nSame = 0;
+        while (fSame && nSame < nCommon && oldPiece[nSame] == newPiece[nSame])
+            ++nSame;
+        fSame = fSame && nSame == nCommon;
+        fZeros = fZeros && (fSame || newPiece.find_first_not_of('\0', nSame) == std::string_view::npos);
+    }
+}
+
+void Comparison::CompareEntry(const std::wstring& strBelow)
+{
+    Side aSides[ZN_SIDES];
+    Side &old = aSides[ZN_OLD], &now = aSides[ZN_NEW];
+    old.pEntry = m_pair.aTrees[ZN_OLD].Find(strBelow);
+    now.pEntry = m_pair.aTrees[ZN_NEW].Find(strBelow);
+    const ZNEntry* const pRecorded = m_pRecorded != nullptr ? m_pRecorded->Find(strBelow) : nullptr;
+    const bool fBoth = old.pEntry != nullptr && now.pEntry != nullptr;
+    const bool fFiles = IsFile(old.pEntry) && IsFile(now.pEntry);
+    bool fSame = !fBoth || old.pEntry->fDirectory == now.pEntry->fDirectory, fZeros = fFiles;
+    Open(strBelow, aSides, pRecorded);
+    ReadBoth(old, now, fSame, fZeros);
+
+    m_fOldInNew = m_fOldInNew && fSame && now.pEntry != nullptr && old.nRead <= now.nRead;
+    m_fNewInOld = m_fNewInOld && fSame && old.pEntry != nullptr && now.nRead <= old.nRead;
+    m_fNewCut = m_fNewCut && (fSame || fZeros) && old.pEntry != nullptr && now.nRead <= old.nRead;
+    const ZN_SIDE eLacking = now.pEntry == nullptr ? ZN_NEW : ZN_OLD;
+    if (!fBoth && m_pair.aTrees[eLacking].ePresence == ZN_PRESENCE::THERE)
+        m_pair.differences.Add(ZN_FINDING::MISSING, Path(eLacking, strBelow));
+    else if (fBoth && !fSame)
+        m_pair.differences.Add(fFiles ? ZN_FINDING::OTHER_CONTENT : ZN_FINDING::OTHER_KIND,
+                               Path(ZN_NEW, strBelow));
+    if (fFiles)
+        FindTie(strBelow, old, now, fSame && old.nRead == now.nRead);
+    for (const ZN_SIDE eSide : {ZN_OLD, ZN_NEW})
+        if (aSides[eSide].pEntry != nullptr)
+            Close(strBelow, eSide, aSides[eSide], pRecorded);
+}
+
+// Two paths may lead to one file, also by a link that the system does not show as one.
+void Comparison::FindTie(const std::wstring& strBelow, const Side& old, const Side& now, bool fSame)
+{
+    ZN_TIE& eTie = m_pair.facts.eTie;
+    const auto identity = [&](ZN_SIDE eSide) { return CZNIdentity::Of(Path(eSide, strBelow)); };
+    if (old.content->fOtherNames || now.content->fOtherNames)
+        eTie = std::max(eTie, ZN_TIE::LINKED);
+    else if (const auto oldFile = fSame ? identity(ZN_OLD) : std::nullopt,
+             newFile = fSame ? identity(ZN_NEW) : std::nullopt;
+             fSame && (!oldFile || !newFile || oldFile->IsSame(*newFile)))
+    {
+        eTie = ZN_TIE::HELD;
+        m_pair.ties.Add(ZN_FINDING::SOURCE_OVERWRITTEN, Path(ZN_NEW, strBelow));
+    }
+}
+
+// Says what was found of the entry itself, and how it stands to the record.
+void Comparison::Close(const std::wstring& strBelow, ZN_SIDE eSide, Side& side, const ZNEntry* pRecorded)
+{
+    ZN_RECORDED& eRecorded = m_pair.facts.aeRecorded[eSide];
+    m_reading.AddAndShow(IsFile(side.pEntry) ? 1U : 0U, 0);
+    if (side.content && side.content->nError != ERROR_SUCCESS)
+        m_pair.aTrees[eSide].findings.Add(ZN_FINDING::NOT_READ, Path(eSide, strBelow), side.content->nError);
+    if (m_pRecorded == nullptr)
+        return;
+    if (pRecorded != nullptr &&
+        (pRecorded->fDirectory != side.pEntry->fDirectory ||
+         (side.hash && (side.nRead < pRecorded->nSize || side.hash->Finish() != pRecorded->strSha256))))
+    {
+        eRecorded = ZN_RECORDED::OTHER;
+        m_pair.aUnlike[eSide].Add(ZN_FINDING::OTHER_CONTENT, Path(eSide, strBelow));
+    }
+    else if (pRecorded == nullptr || side.nRead > pRecorded->nSize)
+        eRecorded = std::max(eRecorded, ZN_RECORDED::GREW);
+}
+
+void Comparison::FindMissing(ZN_SIDE eSide)
+{
+    for (const auto& entry : m_pRecorded->entries)
+        if (!IsPassing(entry.first) && m_pair.aTrees[eSide].Find(entry.first) == nullptr)
+        {
+            m_pair.facts.aeRecorded[eSide] = ZN_RECORDED::OTHER;
+            m_pair.aUnlike[eSide].Add(ZN_FINDING::MISSING, Path(eSide, entry.first));
+        }
+}
+
+void Comparison::Make()
+{
+    ZNPairFacts& facts = m_pair.facts;
+    const CZNInventory &old = m_pair.aTrees[ZN_OLD], &now = m_pair.aTrees[ZN_NEW];
+    for (ZN_RECORDED& eRecorded : facts.aeRecorded)
+        eRecorded = m_pRecorded != nullptr ? ZN_RECORDED::IS : ZN_RECORDED::NONE;
+    for (const CZNInventory* const pTree : {&old, &now})
+        for (const auto& entry : pTree->entries)
+            if (!IsPassing(entry.first) && (pTree == &old || old.Find(entry.first) == nullptr))
+                CompareEntry(entry.first);
+    for (const ZN_SIDE eSide : {ZN_OLD, ZN_NEW})
+    {
+        CZNInventory& tree = m_pair.aTrees[eSide];
+        if (m_pRecorded != nullptr)
+            FindMissing(eSide);
+        if (!tree.links.empty())
+            facts.eTie = std::max(facts.eTie, ZN_TIE::LINKED);
+        if (!tree.findings.IsEmpty())
+            tree.ePresence = ZN_PRESENCE::UNSEEN;
+        facts.aePresence[eSide] = tree.ePresence;
+    }
+    facts.eRelation = Relation();
+}
+} // namespace
+
+void ZNPair::Compare(ZN_TREE eTree, const CZNInventory* pRecorded, CZNReading& reading)
+{
+    Comparison(*this, eTree, pRecorded, reading).Make();
 }

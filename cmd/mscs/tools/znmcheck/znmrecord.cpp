@@ -2,10 +2,9 @@
 // which files are missing.
 #include "znmrecord.h"
 
-#include <algorithm>
-#include <charconv>
-#include <cstdio>
-#include <vector>
+#include <cwchar>
+#include <map>
+#include <string_view>
 
 #include "tovmsrid.h"
 #include "tovxcs2.h"
@@ -14,119 +13,53 @@ ZNM_SOURCE_ID("cmd/mscs/tools/znmcheck/znmrecord");
 
 namespace
 {
-constexpr char FIRST_LINE[] = "tarvelcheck record 1\r\n";
+constexpr char FIRST_LINE[] = "tarvelcheck record 2\r\n";
 constexpr char SEAL[] = "sha256\t";
-constexpr char LINE_END[] = "\r\n";
+constexpr size_t ESCAPE = 5; // %XXXX
 
-void AppendHex(std::string& strText, unsigned nValue, int nDigits)
+std::wstring Escape(const std::wstring& strPlain)
 {
-    for (int n = (nDigits - 1) * 4; n >= 0; n -= 4)
-        strText += "0123456789ABCDEF"[nValue >> n & 15];
-}
-
-bool ParseHex(std::string_view text, unsigned& nValue)
-{
-    const auto [pEnd, error] = std::from_chars(text.data(), text.data() + text.size(), nValue, 16);
-    return error == std::errc() && pEnd == text.data() + text.size();
-}
-
-// Bytes of a configuration file: what is not ASCII is written as its byte, whatever the code page.
-std::string EscapeBytes(const std::string& strBytes)
-{
-    std::string strText;
-    for (const char ch : strBytes)
-        if (const auto byte = static_cast<unsigned char>(ch); byte < ' ' || byte > '~' || byte == '%')
-            AppendHex(strText += '%', byte, 2);
-        else
-            strText += ch;
-    return strText;
-}
-
-std::string EscapeText(const std::wstring& strWide)
-{
-    std::string strText;
-    for (size_t i = 0; i < strWide.size(); ++i)
+    std::wstring strText;
+    for (size_t i = 0; i < strPlain.size(); ++i)
     {
-        const wchar_t ch = strWide[i];
-        const bool fPair =
-            IS_HIGH_SURROGATE(ch) && i + 1 < strWide.size() && IS_LOW_SURROGATE(strWide[i + 1]);
-        if (ch < L' ' || ch == L'%')
-            AppendHex(strText += '%', ch, 2);
-        else if ((IS_HIGH_SURROGATE(ch) || IS_LOW_SURROGATE(ch)) && !fPair)
-            AppendHex(strText += "%u", ch, 4);
-        else
+        const wchar_t ch = strPlain[i], chNext = i + 1 < strPlain.size() ? strPlain[i + 1] : L'\0';
+        const bool fPair = IS_SURROGATE_PAIR(ch, chNext);
+        if (!fPair && (ch < L' ' || ch == L'%' || IS_HIGH_SURROGATE(ch) || IS_LOW_SURROGATE(ch)))
         {
-            constexpr int LONGEST = 4;
-            char achUtf8[LONGEST];
-            const int nUnits = fPair ? 2 : 1;
-            const int nBytes =
-                WideCharToMultiByte(CP_UTF8, 0, &strWide[i], nUnits, achUtf8, LONGEST, nullptr, nullptr);
-            strText.append(achUtf8, static_cast<size_t>(nBytes));
-            i += fPair ? 1 : 0;
+            wchar_t szEscape[ESCAPE + 1] = {};
+            _snwprintf(szEscape, ESCAPE + 1, L"%%%04X", static_cast<unsigned>(ch));
+            strText += szEscape;
         }
+        else
+            strText.append(strPlain, i, fPair ? 2 : 1);
+        i += fPair ? 1 : 0;
     }
     return strText;
 }
 
-bool UnescapeBytes(std::string_view text, std::string& strBytes)
+std::optional<std::wstring> Unescape(std::wstring_view text)
 {
-    for (size_t i = 0; i < text.size(); ++i)
+    std::wstring strPlain;
+    for (; !text.empty(); text.remove_prefix(text[0] == L'%' ? ESCAPE : 1))
     {
-        unsigned nByte = static_cast<unsigned char>(text[i]);
-        if (text[i] == '%' && (i + 2 >= text.size() || !ParseHex(text.substr(i + 1, 2), nByte)))
-            return false;
-        i += text[i] == '%' ? size_t{2} : 0;
-        strBytes += static_cast<char>(nByte);
-    }
-    return true;
-}
-
-bool UnescapeText(std::string_view text, std::wstring& strWide)
-{
-    while (!text.empty())
-    {
-        unsigned nUnit = 0;
-        const size_t nPlain = std::min(text.find('%'), text.size());
-        if (nPlain > 0)
+        if (text[0] != L'%')
         {
-            std::wstring strPlain(nPlain, L'\0');
-            const int nUnits =
-                MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), static_cast<int>(nPlain),
-                                    strPlain.data(), static_cast<int>(nPlain));
-            if (nUnits <= 0)
-                return false;
-            strWide.append(strPlain, 0, static_cast<size_t>(nUnits));
-            text.remove_prefix(nPlain);
+            strPlain += text[0];
             continue;
         }
-        const bool fUnit = text.size() > 1 && text[1] == 'u';
-        const size_t nFirst = fUnit ? 2 : 1, nDigits = fUnit ? 4 : 2;
-        if (text.size() < nFirst + nDigits || !ParseHex(text.substr(nFirst, nDigits), nUnit))
-            return false;
-        strWide += static_cast<wchar_t>(nUnit);
-        text.remove_prefix(nFirst + nDigits);
+        const std::wstring strDigits(text.substr(1, ESCAPE - 1));
+        if (strDigits.size() != ESCAPE - 1 ||
+            strDigits.find_first_not_of(L"0123456789ABCDEF") != std::wstring::npos)
+            return std::nullopt;
+        strPlain += static_cast<wchar_t>(std::wcstoul(strDigits.c_str(), nullptr, 16));
     }
-    return true;
+    return strPlain;
 }
 
-void AppendEntries(std::string& strText, const char* pszTree, const CZNInventory& tree)
+std::vector<std::wstring_view> Split(std::wstring_view text, std::wstring_view separator)
 {
-    for (const auto& [strPath, entry] : tree.entries)
-    {
-        strText += std::string(pszTree) + (entry.fDirectory ? "-directory\t" : "-file\t") +
-                   std::to_string(entry.nSize) + "\t" + EscapeText(entry.strCreated) + "\t" +
-                   EscapeText(entry.strWritten) + "\t";
-        AppendHex(strText, entry.nAttributes, 8);
-        strText += "\t" + (entry.strSha256.empty() ? "-" : entry.strSha256) + "\t" +
-                   (entry.strSddl.empty() ? "-" : EscapeText(entry.strSddl)) + "\t" + EscapeText(strPath) +
-                   LINE_END;
-    }
-}
-
-std::vector<std::string_view> Split(std::string_view text, std::string_view separator)
-{
-    std::vector<std::string_view> parts;
-    for (size_t nEnd; (nEnd = text.find(separator)) != std::string_view::npos;)
+    std::vector<std::wstring_view> parts;
+    for (size_t nEnd; (nEnd = text.find(separator)) != std::wstring_view::npos;)
     {
         parts.push_back(text.substr(0, nEnd));
         text.remove_prefix(nEnd + separator.size());
@@ -135,131 +68,97 @@ std::vector<std::string_view> Split(std::string_view text, std::string_view sepa
     return parts;
 }
 
-bool ParseEntry(const std::vector<std::string_view>& values, bool fDirectory, CZNInventory& tree)
+// Takes the line of an entry: word, size, digest, access list, path.
+bool TakeEntry(const std::vector<std::wstring_view>& values, CZNInventory& tree)
 {
-    constexpr size_t VALUES = 8, DIGEST = 64, TIME = 28;
+    constexpr size_t VALUES = 5, DIGEST = 64, LONGEST_SIZE = 19;
+    if (values.size() != VALUES)
+        return false;
+    const std::wstring strSize(values[1]);
+    const auto sddl = Unescape(values[3]), path = Unescape(values[4]);
+    const bool fDirectory = values[0].ends_with(L"-directory");
+    if (!fDirectory && !values[0].ends_with(L"-file"))
+        return false;
+    const bool fDigest = values[2].size() == DIGEST &&
+                         values[2].find_first_not_of(L"0123456789abcdef") == std::wstring_view::npos;
+    if (!sddl || !path || path->empty() || fDigest == fDirectory || strSize.empty() ||
+        strSize.size() > LONGEST_SIZE || strSize.find_first_not_of(L"0123456789") != std::wstring::npos)
+        return false;
     ZNEntry entry;
-    std::wstring strPath;
-    unsigned nAttributes = 0;
-    if (values.size() != VALUES || !ParseHex(values[4], nAttributes) ||
-        !UnescapeText(values[2], entry.strCreated) || !UnescapeText(values[3], entry.strWritten) ||
-        !UnescapeText(values[6], entry.strSddl) || !UnescapeText(values[7], strPath) || strPath.empty())
-        return false;
-    const auto [pEnd, error] =
-        std::from_chars(values[1].data(), values[1].data() + values[1].size(), entry.nSize);
-    const bool fDigest = values[5].size() == DIGEST &&
-                         values[5].find_first_not_of("0123456789abcdef") == std::string_view::npos;
-    if (error != std::errc() || pEnd != values[1].data() + values[1].size() ||
-        entry.strWritten.size() != TIME || entry.strCreated.size() != TIME || (!fDigest && values[5] != "-"))
-        return false;
     entry.fDirectory = fDirectory;
-    entry.nAttributes = nAttributes;
-    entry.strSha256 = entry.strContent = fDigest ? values[5] : "";
-    tree.nFiles += fDirectory ? 0 : 1;
-    tree.nBytes += entry.nSize;
-    return tree.entries.emplace(strPath, entry).second;
+    entry.nSize = std::wcstoull(strSize.c_str(), nullptr, 10);
+    entry.strSha256 = fDigest ? std::string(values[2].begin(), values[2].end()) : std::string();
+    entry.strSddl = *sddl;
+    return tree.entries.emplace(*path, entry).second;
 }
 
-// The lines of a record that hold one text each.
-using Texts = std::map<std::string_view, std::wstring*>;
-Texts TextsOf(CZNRecord& record)
+// The lines that hold one text each.
+std::map<std::wstring_view, std::wstring*> TextsOf(ZNRecord& record)
 {
-    return {{"queue-manager", &record.strQueueManager},
-            {"directory", &record.strDirectory},
-            {"old-data", &record.strOldData},
-            {"old-log", &record.strOldLog},
-            {"new-data", &record.strNewData},
-            {"new-log", &record.strNewLog},
-            {"zns.ini", &record.strZnsIni},
-            {"qm.ini", &record.strQmIni}};
+    return {{L"queue-manager", &record.strQueueManager},
+            {L"old-data", &record.aTrees[ZN_DATA].strDir},
+            {L"old-log", &record.aTrees[ZN_LOG].strDir},
+            {L"new-data", &record.aNew[ZN_DATA]},
+            {L"new-log", &record.aNew[ZN_LOG]}};
 }
 
-// Takes one line, whose first value is its word. False if no record has such a line.
-bool ParseLine(const std::vector<std::string_view>& values, const Texts& texts, CZNRecord& record)
+bool TakeLine(std::wstring_view line, ZNRecord& record)
 {
-    const std::string_view word = values[0];
-    if (word == "data-file" || word == "data-directory")
-        return ParseEntry(values, word == "data-directory", record.data);
-    if (word == "log-file" || word == "log-directory")
-        return ParseEntry(values, word == "log-directory", record.log);
-    if (values.size() != 2)
-        return false;
-    if (const auto text = texts.find(word); text != texts.end())
-        return text->second->empty() && UnescapeText(values[1], *text->second);
-    if (word == "running")
-    {
-        record.fRunning = values[1] == "yes";
-        return true;
-    }
-    if (word != "zns.ini-line" && word != "qm.ini-line")
-        return false;
-    std::string& strFile = word[0] == 'z' ? record.strZnsText : record.strQmText;
-    const bool fUnescaped = UnescapeBytes(values[1], strFile);
-    strFile += '\n';
-    return fUnescaped;
+    const auto values = Split(line, L"\t");
+    for (const auto& [tree, pszPrefix] : {std::pair(ZN_DATA, L"data-"), std::pair(ZN_LOG, L"log-")})
+        if (values[0].starts_with(pszPrefix))
+            return TakeEntry(values, record.aTrees[tree]);
+    const auto texts = TextsOf(record);
+    const auto text = texts.find(values[0]);
+    const auto plain = values.size() == 2 ? Unescape(values[1]) : std::nullopt;
+    if (text == texts.end() || !plain || !text->second->empty())
+        return line.starts_with(L"#");
+    *text->second = *plain;
+    return true;
 }
 } // namespace
 
 std::string ZNSealRecord(const std::string& strText)
 {
-    return strText + SEAL + ZNSha256(strText) + LINE_END;
+    return strText + SEAL + ZNSha256(strText) + "\r\n";
 }
 
-std::string CZNRecord::ToText() const
+std::string ZNRecord::ToText(const std::wstring& strHead) const
 {
-    std::string strText = FIRST_LINE;
-    const auto add = [&](const char* pszWord, const std::string& strValue) {
-        strText += std::string(pszWord) + "\t" + strValue + LINE_END;
-    };
-    add("queue-manager", EscapeText(strQueueManager));
-    add("directory", EscapeText(strDirectory));
-    add("running", fRunning ? "yes" : "no");
-    add("old-data", EscapeText(strOldData));
-    add("old-log", EscapeText(strOldLog));
-    add("new-data", EscapeText(strNewData));
-    add("new-log", EscapeText(strNewLog));
-    add("zns.ini", EscapeText(strZnsIni));
-    for (const std::string_view line : Split(strZnsText, "\n"))
-        add("zns.ini-line", EscapeBytes(std::string(line)));
-    add("qm.ini", EscapeText(strQmIni));
-    for (const std::string_view line : Split(strQmText, "\n"))
-        add("qm.ini-line", EscapeBytes(std::string(line)));
-    AppendEntries(strText, "data", data);
-    AppendEntries(strText, "log", log);
-    return ZNSealRecord(strText);
+    std::wstring strText;
+    for (const std::wstring_view line : Split(strHead, L"\r\n"))
+        strText.append(L"# ").append(Escape(std::wstring(line))).append(L"\r\n");
+    ZNRecord record = *this;
+    for (const auto& [word, pstrText] : TextsOf(record))
+        strText.append(word).append(L"\t").append(Escape(*pstrText)).append(L"\r\n");
+    for (const ZN_TREE eTree : {ZN_DATA, ZN_LOG})
+        for (const auto& [strPath, entry] : aTrees[eTree].entries)
+            strText +=
+                std::wstring(eTree == ZN_DATA ? L"data-" : L"log-") +
+                (entry.fDirectory ? L"directory" : L"file") + L"\t" + std::to_wstring(entry.nSize) + L"\t" +
+                (entry.fDirectory ? L"-" : std::wstring(entry.strSha256.begin(), entry.strSha256.end())) +
+                L"\t" + Escape(entry.strSddl) + L"\t" + Escape(strPath) + L"\r\n";
+    return ZNSealRecord(FIRST_LINE + ZNUtf8(strText));
 }
 
-std::optional<CZNRecord> CZNRecord::FromText(const std::string& strText, std::string& strError)
+std::optional<ZNRecord> ZNRecord::FromText(const std::string& strText, size_t& nLine)
 {
-    const auto refuse = [&](const std::string& strWhy) {
-        strError = strWhy;
-        return std::nullopt;
-    };
-    if (!strText.starts_with(FIRST_LINE))
-        return refuse("its first line is not \"tarvelcheck record 1\"");
+    nLine = 0;
     const size_t nSeal = strText.rfind(std::string("\n") + SEAL);
-    if (nSeal == std::string::npos || ZNSealRecord(strText.substr(0, nSeal + 1)) != strText)
-        return refuse("its checksum in the last line does not fit: it is damaged or was changed");
-
-    CZNRecord record;
-    const Texts texts = TextsOf(record);
-    const auto lines = Split(std::string_view(strText).substr(0, nSeal - 1), LINE_END);
-    for (size_t nLine = 1; nLine < lines.size(); ++nLine)
-    {
-        if (!ParseLine(Split(lines[nLine], "\t"), texts, record))
-            return refuse("line " + std::to_string(nLine + 1) + " is none of a record");
-    }
-    for (const auto& [word, pstrText] : texts)
+    if (!strText.starts_with(FIRST_LINE) || nSeal == std::string::npos ||
+        ZNSealRecord(strText.substr(0, nSeal + 1)) != strText)
+        return std::nullopt;
+    std::wstring strWide(nSeal, L'\0');
+    strWide.resize(static_cast<size_t>(MultiByteToWideChar(
+        CP_UTF8, 0, strText.data(), static_cast<int>(nSeal), strWide.data(), static_cast<int>(nSeal))));
+    ZNRecord record;
+    strWide.pop_back(); // of the line end before the seal
+    const auto lines = Split(strWide, L"\r\n");
+    for (nLine = 2; nLine <= lines.size(); ++nLine)
+        if (!TakeLine(lines[nLine - 1], record))
+            return std::nullopt;
+    for (const auto& [word, pstrText] : TextsOf(record))
         if (pstrText->empty())
-            return refuse("it has no line \"" + std::string(word) + "\"");
-    for (std::string* const pstrFile : {&record.strZnsText, &record.strQmText})
-        if (!pstrFile->empty())
-            pstrFile->pop_back(); // each line brought an end; the last had none
-    record.data.strDir = record.strOldData;
-    record.log.strDir = record.strOldLog;
-    record.data.fThere = record.log.fThere = true;
-    if (const auto qmIni = record.data.entries.find(L"qm.ini"); qmIni != record.data.entries.end())
-        if (!qmIni->second.strSha256.empty())
-            qmIni->second.strContent = ZNDigestWithoutLogPath(record.strQmText);
+            return std::nullopt;
     return record;
 }

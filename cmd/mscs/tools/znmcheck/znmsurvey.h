@@ -3,16 +3,16 @@
 
 #include <string>
 
+#include "znmdecide.h"
 #include "znmidentity.h"
 #include "znmplaces.h"
 
-// The words of the command line.
+// What the command line says. Empty: not given.
 struct ZNCheckWords
 {
-    CString strQueueManager;
-    CString strDataDest, strLogDest;    // as the command takes them
-    std::wstring strRecord;             // empty: none
-    std::wstring strOldData, strOldLog; // empty: not given
+    std::wstring strVerb, strQueueManager;
+    std::wstring strDataDest, strLogDest; // as the command takes them
+    std::wstring strRecord, strOldData, strOldLog;
 };
 
 class CZNSurvey
@@ -22,29 +22,26 @@ class CZNSurvey
 
     bool fKnown = false, fMultiInstance = false, fRunning = false;
     bool fMoving = false;  // another process moves it
-    bool fZnsIni = false;  // the library names zns.ini
-    bool fQmIni = false;   // and the queue manager's qm.ini
-    bool fLogPath = false; // which names a log directory that can be moved
+    bool fLogPath = false; // its qm.ini names a log directory that can be moved
     ConfigurationFile znsIni, qmIni;
-    std::wstring strZnsIni, strQmIni;
-    std::wstring strDirectory;     // name of its directories
-    CString strDataDir, strLogDir; // where the configuration has it now
-    CString strNewDataDir, strNewLogDir;
+    std::wstring strZnsIni, strQmIni; // empty: the library does not name the file
+    std::wstring strDirectory;        // name of its directories
+    std::wstring aNow[ZN_TREES];      // its data and its log directory, where the configuration has them
+    std::wstring aNew[ZN_TREES];      // where the move takes them
+    std::wstring aMarks[2];           // of a move: by the place before it, and by the one after it
 
-    // Which other queue manager of this machine has a directory among these; empty: none.
-    std::wstring FindOther(const CZNIdentityMap<bool>& directories) const;
+    // Whether one of the marks is set: the first one cannot be told once zns.ini was changed.
+    bool IsMoving() const;
 
-    // Whether two paths lead to one directory, or are one text if that cannot be told.
-    static bool IsSamePlace(const std::wstring& strLeft, const std::wstring& strRight);
+    // The data and log directories of all other queue managers, and whose they are.
+    CZNIdentityMap<std::wstring> others;
 
-  private:
-    void AddOthers(const CString& strName);
-
-    CZNIdentityMap<std::wstring> m_others; // data and log directories, whose they are
+    bool IsSameAs(const CZNSurvey& other) const
+    {
+        return fKnown == other.fKnown && fRunning == other.fRunning && fMoving == other.fMoving &&
+               aNow[ZN_DATA] == other.aNow[ZN_DATA] && aNow[ZN_LOG] == other.aNow[ZN_LOG];
+    }
 };
 
-// What a message of the command says, in the user's language.
-std::wstring ZNMessageText(uint32_t nMessageID);
-
-// A path for cmd.exe, in quotation marks.
-std::wstring ZNQuoted(const std::wstring& strPath);
+// The value of LogPath in the qm.ini of a data directory, without a trailing backslash; empty without one.
+std::wstring ZNLogPathIn(const std::wstring& strDataDir);

@@ -40,7 +40,7 @@ const char* ZNFindingText(ZN_FINDING eFinding)
     case ZN_FINDING::LINK_OVERWRITTEN:
         return "The copy would overwrite a file through a link";
     case ZN_FINDING::OTHER_QUEUE_MANAGER:
-        return "The new directory belongs to another queue manager";
+        return "The directory belongs to another queue manager";
     case ZN_FINDING::MISSING:
         return "The file or directory is missing";
     case ZN_FINDING::APPEARED:
@@ -49,6 +49,10 @@ const char* ZNFindingText(ZN_FINDING eFinding)
         return "Another directory stands in the place of the one that was copied";
     case ZN_FINDING::OTHER_KIND:
         return "A directory stands in the place of a file, or a file in the place of a directory";
+    case ZN_FINDING::OTHER_CONTENT:
+        return "The file has another content";
+    case ZN_FINDING::RECORD:
+        return "The record lies in this directory";
     case ZN_FINDING::OTHER_SIZE:
         return "The file has another size";
     case ZN_FINDING::OTHER_TIME:

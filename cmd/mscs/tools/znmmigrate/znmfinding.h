@@ -30,6 +30,8 @@ enum class ZN_FINDING
     APPEARED,            // an entry is there that was not remembered
     OTHER_DIRECTORY,     // another directory stands in the place of the remembered one
     OTHER_KIND,          // a directory stands where a file was, or the reverse
+    OTHER_CONTENT,
+    RECORD, // tarvelcheck's own file is in this directory
     OTHER_SIZE,
     OTHER_TIME, // the last write
     IS_LINK,    // a link stands in the place of a file or directory, or the reverse

@@ -48,3 +48,8 @@ std::wstring ZNDestinationMark(const CZNIdentity& directory)
 {
     return L"Global\\ZN.Destination." + Hash(directory.Bytes());
 }
+
+std::wstring ZNPhaseMark(const std::wstring& strMark, ZN_PHASE ePhase)
+{
+    return strMark + L"." + std::to_wstring(static_cast<int>(ePhase));
+}

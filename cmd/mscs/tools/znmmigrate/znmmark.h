@@ -25,3 +25,20 @@ std::wstring ZNMoveMark(const std::string& strPlace);
 
 // The mark of a move into a directory.
 std::wstring ZNDestinationMark(const CZNIdentity& directory);
+
+// What a move is doing. A phase has its mark as long as it lasts, for who watches the move.
+enum class ZN_PHASE
+{
+    LOOKING, // has no mark of its own
+    ENDING,
+    CREATING,
+    COPYING_DATA,
+    DATA_RIGHTS,
+    COPYING_LOG,
+    LOG_RIGHTS,
+    CONFIGURING,
+    DELETING,
+};
+
+// The mark of a phase, beside a mark of the move: that of its destination for data as soon as it has one.
+std::wstring ZNPhaseMark(const std::wstring& strMark, ZN_PHASE ePhase);

@@ -74,13 +74,18 @@ class Migration
         return !findings.Trace(m_trace, pszMeaning);
     }
 
+    // For who watches; a phase that cannot be told stops nothing.
+    void Begin(ZN_PHASE ePhase) { m_phase.Set(ZNPhaseMark(m_strMark, ePhase)); }
+    bool CopyTree(ZN_PHASE eCopying, ZN_PHASE eRights, const CString& strDest, const CString& strSrc,
+                  bool (CZNMovedTrees::*pfnProve)(CZNFindings& findings));
     bool CanChangeQmIni() const;
 
     CZNMSCSApp& m_app;
     CZNMTrace& m_trace;
     CZNMQueueMgr m_queueMgr;
     const CW2A m_narrowName;
-    CZNMark m_mark;
+    std::wstring m_strMark;
+    CZNMark m_mark, m_phase;
     ConfigurationFile m_znsIni;
     ZNPlaces m_places;
     std::optional<CZNMovedTrees> m_trees;
@@ -91,12 +96,12 @@ bool Migration::FindQueueManager()
 {
     if (m_queueMgr.Refresh() != 1)
         return RefuseUnknown();
-    const std::string strPlace = m_queueMgr.GetPlace(); // a later query may fail and succeed again
+    m_strMark = ZNMoveMark(m_queueMgr.GetPlace()); // a later query may fail and succeed again
     if (m_queueMgr.IsMultiInstance() == 1)
         return Refuse(IDS_QM_MULTI_INSTANCE, "Queue Manager '%S' is configured for multi-instance support",
                       m_app.m_strQueueManager);
     // Two moves of one queue manager would each delete what the other one copies.
-    if (!m_mark.Set(ZNMoveMark(strPlace)))
+    if (!m_mark.Set(m_strMark))
         return Refuse(IDS_QM_STILL_ACTIVE,
                       "Queue Manager '%S' is being moved already, or that cannot be told",
                       m_app.m_strQueueManager);
@@ -106,6 +111,7 @@ bool Migration::FindQueueManager()
 // A failure leaves everything as it was, but for a queue manager that may still be ending.
 bool Migration::StopQueueManager()
 {
+    Begin(ZN_PHASE::ENDING);
     if (m_queueMgr.IsRunning() == 1 && m_queueMgr.Stop(ZNM_STOP_WAIT) != 0)
         return Refuse(IDS_QM_STILL_ACTIVE, "Queue Manager is active & cannot be stopped, cannot continue");
     return true;
@@ -149,6 +155,7 @@ bool Migration::FindPlaces()
 // A failure leaves the destination directories that were created.
 bool Migration::CreateDestinations()
 {
+    Begin(ZN_PHASE::CREATING);
     const bool fPossible =
         CanBeDestination(m_places.strDestDataDir) && CanBeDestination(m_places.strDestLogDir);
     if (!fPossible)
@@ -166,22 +173,38 @@ bool Migration::CopyTrees()
 {
     m_trees.emplace(m_places);
     CZNMovedTrees& trees = *m_trees;
-    const char* const pszNothing = "Nothing is copied";
-    if (Finds(pszNothing, [&](CZNFindings& findings) { trees.Claim(findings); }) ||
-        Finds(pszNothing, [&](CZNFindings& findings) { trees.Look(findings); }) ||
+    const char *const pszNothing = "Nothing is copied",
+                      *const pszFailed = "Cannot copy Queue Manager data/log files to destination";
+    if (Finds(pszNothing, [&](CZNFindings& findings) { trees.Claim(findings); }))
+        return Refuse(IDS_COPY_FAILED, pszFailed);
+    // The place that the other mark is made from changes with the configuration.
+    if (const auto destination = CZNIdentity::Of(trees.Data().Copy()))
+        m_strMark = ZNDestinationMark(*destination);
+    if (Finds(pszNothing, [&](CZNFindings& findings) { trees.Look(findings); }) ||
         Finds(pszNothing, [&](CZNFindings& findings) { trees.Probe(findings); }) ||
-        m_app.CopyZNFiles(m_places.strDestDataDir, m_places.strSrcDataDir,
-                          [&](CZNFindings& findings) { trees.ProveData(findings); }) != 1 ||
-        m_app.CopyZNFiles(m_places.strDestLogDir, m_places.strSrcLogDir,
-                          [&](CZNFindings& findings) { trees.ProveLog(findings); }) != 1)
-        return Refuse(IDS_COPY_FAILED, "Cannot copy Queue Manager data/log files to destination");
+        !CopyTree(ZN_PHASE::COPYING_DATA, ZN_PHASE::DATA_RIGHTS, m_places.strDestDataDir,
+                  m_places.strSrcDataDir, &CZNMovedTrees::ProveData) ||
+        !CopyTree(ZN_PHASE::COPYING_LOG, ZN_PHASE::LOG_RIGHTS, m_places.strDestLogDir, m_places.strSrcLogDir,
+                  &CZNMovedTrees::ProveLog))
+        return Refuse(IDS_COPY_FAILED, pszFailed);
     return true;
+}
+
+bool Migration::CopyTree(ZN_PHASE eCopying, ZN_PHASE eRights, const CString& strDest, const CString& strSrc,
+                         bool (CZNMovedTrees::*pfnProve)(CZNFindings& findings))
+{
+    Begin(eCopying);
+    return m_app.CopyZNFiles(strDest, strSrc, [&](CZNFindings& findings) {
+        if (((*m_trees).*pfnProve)(findings))
+            Begin(eRights);
+    }) == 1;
 }
 
 // A failure leaves both copies, and sources and configuration as they were. From here to the deletion only
 // two small files are replaced.
 bool Migration::CheckCopies()
 {
+    Begin(ZN_PHASE::CONFIGURING);
     if (Finds("Nothing is changed: the trees are not what was copied any more",
               [&](CZNFindings& findings) { m_trees->AreAsProved(false, findings); }))
         return Refuse(IDS_COPY_FAILED, "Cannot copy Queue Manager data/log files to destination");
@@ -242,6 +265,7 @@ bool Migration::NameNewPlaces()
 // written to one of them.
 bool Migration::DeleteOldTrees()
 {
+    Begin(ZN_PHASE::DELETING);
     const CZNMovedTrees& trees = *m_trees;
     if (Finds("Nothing is deleted: the trees are not what was copied any more",
               [&](CZNFindings& findings) { trees.AreAsProved(true, findings); }) ||

@@ -78,6 +78,7 @@ std::vector<ZNOtherPlaces> ReadOtherPlaces(const CString& strConfiguration, cons
         if (stanza.strName == strQueueManager || stanza.strPrefix.IsEmpty() || stanza.strDirectory.IsEmpty())
             continue;
         ZNOtherPlaces other;
+        other.strName = stanza.strName;
         other.strDataDir = NewDataDirectory(stanza.strPrefix, stanza.strDirectory);
         ZNReadFile(static_cast<const wchar_t*>(other.strDataDir + L"\\qm.ini"), strText);
         other.strLogDir = CString(std::string(ZNFindValue(strText, "Log", "LogPath")).c_str());

@@ -42,7 +42,7 @@ struct ZNPlaces
 // qm.ini can be read. The library cannot be asked for them: it lists none.
 struct ZNOtherPlaces
 {
-    CString strDataDir, strLogDir;
+    CString strName, strDataDir, strLogDir;
 };
 std::vector<ZNOtherPlaces> ReadOtherPlaces(const CString& strConfiguration, const CString& strQueueManager);
 
