@@ -1,8 +1,12 @@
--- For pandoc: a document becomes an HTML page whose links lead to the HTML pages of the other documents. Its title is
--- its first heading.
+-- For pandoc: a document becomes an HTML page of the package whose links lead to the pages of the other documents. Its
+-- title is its first heading.
 function Link(link)
-    if not link.target:find("^%a+:") then
-        link.target = link.target:gsub("%.md$", ".html"):gsub("%.md#", ".html#")
+    local target = link.target
+    if not target:find("^%a+:") then
+        if PANDOC_STATE.input_files[1]:find("^packaging/") then
+            target = target:gsub("^%.%./", "") -- the first page lies above the others
+        end
+        link.target = target:gsub("product/README%.md", "docs/stand-in.md"):gsub("%.md$", ".html"):gsub("%.md#", ".html#")
     end
     return link
 end
