@@ -115,6 +115,8 @@ TEST(Safety, TreeOrCopyThatChangesOnTheWayEndsTheMove)
               linkLogCopy = [&](Installation&zn) { swap(zn.newLog, zn.oldLog); },
               linkOld = [&](Installation&zn) { swap(zn.oldData / "s", zn.newData / "s"); },
               linkOldLog = [&](Installation&zn) { swap(zn.oldLog, zn.newLog); },
+              cutCopy = [](Installation&zn) { fs::resize_file(zn.newData / "a", 1); },
+              cutLogCopy = [](Installation&zn) { fs::resize_file(zn.newLog / "active\\x\\log2", 1); },
               removeCopy = [](Installation&zn) { fs::remove(zn.newData / "a"); },
               removeLogCopy = [](Installation&zn) { fs::remove(zn.newLog / "active\\x\\log2"); },
               removeDisk = [](Installation&zn) { fs::rename(zn.root / "newlog", zn.root / "newlog.gone"); },
