@@ -227,6 +227,9 @@ TEST(CheckAfter, SaysWhatItKnows)
         {LEFT, "newer ones", {"", "olddata\\qmgrs\\QM!1\\ZNpayments-2026-11.tmp"}, 2},
         {LEFT, "newer ones", {"", "olddata\\qmgrs\\QM!1\\s\\ZN0123456789ABCDEF.tmp"}, 2},
         {LEFT, "is left", {"", "olddata\\qmgrs\\QM!1\\ZN0123456789ABCDEF.tmp"}, 2, 2},
+        {LEFT, "newer ones", {"", "oldlog\\QM!1\\ZN0123456789ABCDEF.tmp"}, 2},
+        {LEFT, "directory or file of an old tree", {"newlog\\QM!1\\ctl", "", "link"}, 2, 1},
+        {LEFT, "ren ", {"", "", "hard link"}, 2, 1},
         {LEFT, "another content", {"", "newdata\\qmgrs\\QM!1\\a"}},
         {LEFT,
          "leads to a directory",
@@ -269,7 +272,12 @@ TEST(CheckAfter, SaysWhatItKnows)
             zn.MakeRecord();
         zn.Leave(c.eEnd);
         zn.Apply(c.change);
-        if (std::string(c.change.pszText) == "zeros") // as after a power failure
+        const std::string strText = c.change.pszText;
+        if (strText == "link")
+            MakeLink(zn.newLog / "ctl", zn.oldLog / "ctl");
+        if (strText == "hard link")
+            fs::create_hard_link(zn.oldLog / "ctl", zn.root / "bystander\\ctl");
+        if (strText == "zeros") // as after a power failure
             WriteAll(zn.root / c.change.pszWrite, std::string(fs::file_size(zn.oldLog / "ctl"), '\0'));
         const Snapshot before = TakeSnapshot(zn.root);
         const RunResult said = zn.Look(L"after " + zn.MoveWords() +

@@ -127,11 +127,6 @@ bool IsFile(const ZNEntry* pEntry)
     return pEntry != nullptr && !pEntry->fDirectory;
 }
 
-// A file that a move makes for a moment, or a configuration file that did not get its place.
-bool IsPassing(const std::wstring& strBelow)
-{
-    return strBelow.find(L'\\') == std::wstring::npos && ZNIsTemporaryName(strBelow);
-}
 } // namespace
 
 // --- Single files --------------------------------------------------------------------------------------
@@ -307,6 +302,13 @@ class Comparison
     void FindTie(const std::wstring& strBelow, const Side& old, const Side& now, bool fSame);
     void Close(const std::wstring& strBelow, ZN_SIDE eSide, Side& side, const ZNEntry* pRecorded);
     void FindMissing(ZN_SIDE eSide);
+    // A configuration file that did not get its place, or a file that a move makes in a destination for a
+    // moment.
+    bool IsPassing(ZN_SIDE eSide, const std::wstring& strBelow) const
+    {
+        return (m_eTree == ZN_DATA || eSide == ZN_NEW) && strBelow.find(L'\\') == std::wstring::npos &&
+               ZNIsTemporaryName(strBelow);
+    }
     ZN_RELATION Relation() const
     {
         return m_fOldInNew && m_fNewInOld ? ZN_RELATION::SAME
@@ -437,7 +439,7 @@ void Comparison::Close(const std::wstring& strBelow, ZN_SIDE eSide, Side& side, 
 void Comparison::FindMissing(ZN_SIDE eSide)
 {
     for (const auto& entry : m_pRecorded->entries)
-        if (!IsPassing(entry.first) && m_pair.aTrees[eSide].Find(entry.first) == nullptr)
+        if (!IsPassing(ZN_OLD, entry.first) && m_pair.aTrees[eSide].Find(entry.first) == nullptr)
         {
             m_pair.facts.aeRecorded[eSide] = ZN_RECORDED::OTHER;
             m_pair.aUnlike[eSide].Add(ZN_FINDING::MISSING, Path(eSide, entry.first));
@@ -447,12 +449,12 @@ void Comparison::FindMissing(ZN_SIDE eSide)
 void Comparison::Make()
 {
     ZNPairFacts& facts = m_pair.facts;
-    const CZNInventory &old = m_pair.aTrees[ZN_OLD], &now = m_pair.aTrees[ZN_NEW];
+    const CZNInventory& old = m_pair.aTrees[ZN_OLD];
     for (ZN_RECORDED& eRecorded : facts.aeRecorded)
         eRecorded = m_pRecorded != nullptr ? ZN_RECORDED::IS : ZN_RECORDED::NONE;
-    for (const CZNInventory* const pTree : {&old, &now})
-        for (const auto& entry : pTree->entries)
-            if (!IsPassing(entry.first) && (pTree == &old || old.Find(entry.first) == nullptr))
+    for (const ZN_SIDE eSide : {ZN_OLD, ZN_NEW})
+        for (const auto& entry : m_pair.aTrees[eSide].entries)
+            if (!IsPassing(eSide, entry.first) && (eSide == ZN_OLD || old.Find(entry.first) == nullptr))
                 CompareEntry(entry.first);
     for (const ZN_SIDE eSide : {ZN_OLD, ZN_NEW})
     {
