@@ -104,17 +104,6 @@ void ForAllFacts(Test test)
                         test(facts);
 }
 
-std::string Text(const ZNFacts& facts)
-{
-    std::string str = "conf " + std::to_string(static_cast<int>(facts.eConf));
-    for (const ZNPairFacts& pair : facts.aPairs)
-        for (const int n : {static_cast<int>(pair.aePresence[0]), static_cast<int>(pair.aePresence[1]),
-                            static_cast<int>(pair.aeRecorded[0]), static_cast<int>(pair.aeRecorded[1]),
-                            static_cast<int>(pair.eRelation), static_cast<int>(pair.eTie)})
-            str += " " + std::to_string(n);
-    return str;
-}
-
 // Whether a step may be advised, whatever the state is called.
 bool IsHarmless(const ZNStep& step, const std::vector<ZNStep>& steps, const ZNFacts& facts)
 {
@@ -247,7 +236,7 @@ TEST(Decide, KeepsItsRulesForEveryCombination)
             for (const ZNStep& step : *pSteps)
                 fRight = fRight && IsHarmless(step, *pSteps, facts);
         if (!fRight)
-            ADD_FAILURE() << Text(facts);
+            ADD_FAILURE() << testing::PrintToString(facts);
     });
     EXPECT_GT(nCombinations, 100'000);
 }
@@ -262,7 +251,7 @@ TEST(Decide, EveryWholeStateHasAWayOn)
         if (fWhole && std::ranges::all_of(facts.aPairs, free) && facts.fAccepts)
             for (const ZN_SIDE eQmIni : {ZN_OLD, ZN_NEW})
                 if (!Ends(facts, true, eQmIni) && !Ends(facts, false, eQmIni))
-                    ADD_FAILURE() << Text(facts) << " " << eQmIni;
+                    ADD_FAILURE() << testing::PrintToString(facts) << eQmIni;
     });
 }
 
@@ -283,6 +272,6 @@ TEST(Decide, StepsAreHeldBackWhereNothingMayBeDone)
         fRight = fRight && unusable.eStatus == ZN_STATUS_CANNOT_TELL && unusable.eStart == ZN_START::NO &&
                  unusable.finish.size() == 1 && unusable.takeBack.empty();
         if (!fRight)
-            ADD_FAILURE() << Text(facts);
+            ADD_FAILURE() << testing::PrintToString(facts);
     });
 }
