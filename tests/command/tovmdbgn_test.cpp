@@ -27,7 +27,14 @@ TEST(Debug, TextsUpToTheLimitAreWholeAndLongerOnesEmpty)
         EXPECT_THAT(capture.lines, ElementsAre(strLine, strLine)) << nLength;
     }
     Capture capture;
-    const auto fails = Fails(WideCharToMultiByte, 0, 122);
+    const auto fails = Hook(WideCharToMultiByte, [](UINT nCodePage, auto...) {
+        EXPECT_EQ(nCodePage, 3u); // the thread's
+        return SetLastError(122), 0;
+    });
+    const auto widen = Hook(MultiByteToWideChar, [](UINT nCodePage, auto... args) {
+        return nCodePage == 3 ? MultiByteToWideChar(nCodePage, args...) : 0;
+    });
+    EXPECT_STREQ(CString("text"), L"text");
     CZNMDebug::RecordFailure(1, 2, L"text");
     CZNMDebug::GetInstance()->DebugOutput(1, 2, 2, L"text");
     EXPECT_THAT(capture.lines, ElementsAre("! 1/2 (null)"));

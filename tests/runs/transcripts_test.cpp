@@ -15,9 +15,11 @@ namespace
 {
 constexpr wchar_t WORDS[] = L"/m QM1 /dd ?\\newdata /ld ?\\newlog\\";
 #define RUNS "xcsIsSubpoolActive:1:a:0:0;"
+constexpr char OWNER_FAULTS[] = "SetNamedSecurityInfoW:1:a:5:5;LookupPrivilegeValueW:1:o:0:8;"
+                                "OpenProcessToken:1:o:0:9;AdjustTokenPrivileges:1:o:0:a";
+constexpr char QM_INI[] = "olddata\\qmgrs\\QM!1\\qm.ini";
+constexpr char OLD_FILE[] = "olddata\\qmgrs\\QM!1\\s\\f";
 #define NO_SECURITY "xcsVolumeSupportsSecurity:1:a:40806178:0;"
-
-#define OWNER "Directory=QM!1\r\n   InstallationName="
 
 // With a root of one component, as each component has its lines when directories are created.
 struct SmallInstallation : Installation
@@ -67,14 +69,10 @@ TEST(Transcripts, AreAsKept)
         const char* pszName;
         std::string strFaults = "";
         std::wstring strWords = WORDS;
-        Change change = {};
+        std::string strOwner = "Inst1";                     // of the queue manager
+        const char *pszRemove = "none", *pszWrite = "none"; // a tree; a read-only file, as qm.ini
     } cases[] = {
-        {"moved",
-         "",
-         L"/m QM1 /dd ?\\newdata /ld ?\\newlog\\\\",
-         {.pszRemove = "newdata",
-          .pszWrite = "olddata\\qmgrs\\QM!1\\s\\f",
-          .nAttributes = FILE_ATTRIBUTE_READONLY}},
+        {"moved", "", L"/m QM1 /dd ?\\newdata /ld ?\\newlog\\\\", "Inst1", "newdata", OLD_FILE},
         {"stopped-and-moved", RUNS NO_SECURITY "xcsExecProgramHandle:1:o:0:0",
          L"-LD ?/newlog -M QM1 -DD ?\\newdata\\"},
         {"end-authority", "xcsCheckAuthorization:1:o:40806177:0"},
@@ -92,20 +90,13 @@ TEST(Transcripts, AreAsKept)
         {"end-32-record", "xcsGetQMDetails:1:a:0:0"},
         {"end-32-installation", "xcsGetInstallationDetails:1:a:10006164:0"},
         {"end-32-installation-record", "xcsGetInstallationDetails:1:a:0:0"},
-        {"end-32-primary",
-         "xcsGetInstallationDetails:1:a:10006164:0",
-         WORDS,
-         {.pszInZnsIni = OWNER "Inst1", .pszInstead = OWNER "Installation0"}},
+        {"end-32-primary", "xcsGetInstallationDetails:1:a:10006164:0", WORDS, "Installation0"},
         {"end-33", RUNS "xcsExecProgramHandle:1:o:1:0"},
-        {"end-37-file", "", WORDS, {.pszRemove = "newlog\\QM!1", .pszWrite = "newlog\\QM!1"}},
+        {"end-37-file", "", WORDS, "Inst1", "newlog\\QM!1", "newlog\\QM!1"},
         {"end-37-parent", "", L"/m QM1 /dd ?\\bystander\\file /ld ?\\log"},
         {"end-38-created", NO_SECURITY "xcsCreateDirectory:2:o:1:5", L"/m QM1 /dd ?\\data /ld ?\\log"},
         {"end-38-copy", "SetCurrentDirectoryW:1:a:0:3;SHFileOperationW:1:o:7c:0"},
-        {"end-38-owner",
-         "SetNamedSecurityInfoW:1:a:5:5;LookupPrivilegeValueW:1:o:0:8;OpenProcessToken:1:o:0:9;"
-         "AdjustTokenPrivileges:1:o:0:a",
-         WORDS,
-         {.pszWrite = "olddata\\qmgrs\\QM!1\\s\\f"}},
+        {"end-38-owner", OWNER_FAULTS, WORDS, "Inst1", "none", OLD_FILE},
         {"end-38-owner-gone", "SetNamedSecurityInfoW:1:a:2:2"},
         {"end-38-sid-znm", "LookupAccountNameW:1:o:0:534"},
         {"end-38-sid-system", "AllocateAndInitializeSid:1:o:0:539"},
@@ -115,19 +106,10 @@ TEST(Transcripts, AreAsKept)
         {"end-39-logpath", NO_SECURITY "xcsIniUtilWrite:2:o:1:0"},
         {"end-40-file", NO_SECURITY "DeleteFileW:1:o:0:20"},
         {"end-40-directory", NO_SECURITY "RemoveDirectoryW:1:o:0:91"},
-        {"end-42",
-         "",
-         L"/m QM1 /dd ?\\olddata /ld ?\\newlog",
-         {.pszInZnsIni = OWNER "Inst1", .pszInstead = OWNER}},
+        {"end-42", "", L"/m QM1 /dd ?\\olddata /ld ?\\newlog", ""},
         {"end-42-log", "", L"/m QM1 /dd ?\\newdata /ld ?\\oldlog"},
-        {"end-42-both",
-         "",
-         L"/m QM1 /dd ?\\newlog /ld ?\\newlog\\qmgrs",
-         {.pszInZnsIni = OWNER "Inst1", .pszInstead = OWNER "Installation0"}},
-        {"end-47",
-         RUNS,
-         WORDS,
-         {.pszInZnsIni = "Name=QM1", .pszInstead = "Name=QM1\r\n   MultiInstance=Yes"}},
+        {"end-42-both", "", L"/m QM1 /dd ?\\newlog /ld ?\\newlog\\qmgrs", "Installation0", "none", QM_INI},
+        {"end-47", RUNS, WORDS, "Inst1\r\n   MultiInstance=Yes"},
         {"end-znsini", "xcsGetIniFilename:1:o:1:0"},
         {"end-qmini", "xcsGetIniFilename:2:o:1:0"},
         {"end-qmini-new", NO_SECURITY "xcsGetIniFilename:3:o:1:0"},
@@ -141,7 +123,14 @@ TEST(Transcripts, AreAsKept)
         SetEnvironmentVariableA("TMP", "C:\\");
         SmallInstallation zn;
         SetEnvironmentVariableA("TMP", strTmp.c_str());
-        zn.Apply(c.change);
+        fs::remove_all(zn.root / c.pszRemove);
+        const std::string strInstead = "QM!1\r\n   InstallationName=" + c.strOwner;
+        const std::string strText = "Log:\n   LogPath=" + zn.root.string() + "\\oldlog\\QM!1\\\\";
+        zn.Apply({.pszWrite = c.pszWrite,
+                  .pszText = strText.c_str(),
+                  .nAttributes = FILE_ATTRIBUTE_READONLY,
+                  .pszInZnsIni = "QM!1\r\n   InstallationName=Inst1",
+                  .pszInstead = strInstead.c_str()});
         zn.Remember();
         zn.strZnsIni = ReadAll(zn.work / "zns.ini");
         const std::wstring strWords = std::regex_replace(c.strWords, std::wregex(L"\\?"), zn.root.wstring());

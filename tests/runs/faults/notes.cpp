@@ -40,11 +40,13 @@ XIH_PROCESS* s_pProcess = nullptr;
 
 void SwitchOn()
 {
+    const DWORD nError = GetLastError();
     s_pRealArea = TlsGetValue(s_nSlot);
     s_area.fTraceActive = s_area.fDetailed = 1;
     s_area.nOptions = XTR_OPTIONS_PARMS | XTR_OPTIONS_TEXT;
     TlsSetValue(s_nSlot, &s_area);
     *s_pProcess = {1, 1, 0};
+    SetLastError(nError);
 }
 void SwitchOff()
 {
@@ -68,10 +70,6 @@ std::string Word(const wchar_t* psz)
     WideCharToMultiByte(CP_ACP, 0, psz, -1, szText, sizeof szText, nullptr, nullptr);
     return Word(psz != nullptr ? szText : nullptr);
 }
-std::string Word(wchar_t* psz)
-{
-    return Word(static_cast<const wchar_t*>(psz));
-}
 std::string Word(const void* p)
 {
     return p != nullptr ? "p" : "null";
@@ -80,38 +78,36 @@ std::string Word(char* psz) // room for an answer
 {
     return Word(static_cast<const void*>(psz));
 }
-template <class Number>
-requires std::is_arithmetic_v<Number> || std::is_enum_v<Number> std::string Word(Number number)
+std::string Word(long long n)
 {
-    const auto n = static_cast<long long>(number);
     char szText[32] = {};
     std::snprintf(szText, sizeof szText, n > 0xFFFF ? "%llX" : "%lld", n);
     return szText;
 }
 template <class Number>
-requires std::is_arithmetic_v<Number> std::string Word(Number* p)
+requires std::is_arithmetic_v<Number> || std::is_enum_v<Number> std::string Word(Number number)
+{
+    return Word(static_cast<long long>(number));
+}
+template <class Number>
+requires(std::is_arithmetic_v<Number> && sizeof(Number) > sizeof(wchar_t)) std::string Word(Number* p)
 {
     return p != nullptr ? "*" + Word(*p) : "null";
 }
 std::string Word(const XCS_CONNECTION* p)
 {
-    static const XCS_CONNECTION s_none = {};
-    return std::memcmp(p, &s_none, sizeof *p) == 0          ? "empty"
-           : std::memcmp(p, &s_initialized, sizeof *p) == 0 ? "connection"
-                                                            : "damaged";
-}
-std::string Word(XCS_CONNECTION* p)
-{
-    return Word(static_cast<const XCS_CONNECTION*>(p));
+    static const XCS_CONNECTION s_empty = {};
+    const auto is = [&](const XCS_CONNECTION& other) { return std::memcmp(p, &other, sizeof other) == 0; };
+    return is(s_empty) ? "empty" : is(s_initialized) ? "connection" : "damaged";
 }
 std::string Word(const XCS_INSERTS* p)
 {
-    std::string strResult = "{" + std::string(p->achEyeCatcher, 4);
+    std::string strResult(p->achEyeCatcher, 4);
     for (const char ch : p->abReserved)
         strResult += ch == 0 ? "" : " damaged";
     for (const char* psz : p->apszText)
         strResult += " " + Word(psz);
-    return strResult + "}";
+    return "{" + strResult + "}";
 }
 std::string Word(SID_IDENTIFIER_AUTHORITY* p)
 {
@@ -119,26 +115,8 @@ std::string Word(SID_IDENTIFIER_AUTHORITY* p)
 }
 std::string Word(SHFILEOPSTRUCTW* p)
 {
-    const auto list = [](const wchar_t* psz) {
-        return Word(psz) + (psz[std::wcslen(psz) + 1] == L'\0' ? "" : " and more");
-    };
-    return Word(p->hwnd) + " " + Word(p->wFunc) + " " + list(p->pFrom) + " " + list(p->pTo) + " " +
-           Word(p->fFlags);
-}
-std::string Words(const char* pszList)
-{
-    std::string strResult = "{";
-    for (; *pszList != '\0'; pszList += std::strlen(pszList) + 1)
-        strResult += " " + Word(pszList);
-    return strResult + " }";
-}
-std::string Entries(unsigned nCount, const EXPLICIT_ACCESS_W* p)
-{
-    std::string strResult;
-    for (; nCount-- > 0; ++p)
-        strResult += " {" + Word(p->grfAccessPermissions) + " " + Word(p->grfAccessMode) + " " +
-                     Word(p->grfInheritance) + " " + Word(p->Trustee.TrusteeForm) + "}";
-    return strResult;
+    return "{" + Word(p->hwnd) + " " + Word(p->wFunc) + " " + Word(p->pFrom) + " " + Word(p->pTo) + " " +
+           Word(p->fFlags) + "}";
 }
 
 // A call is noted before it is made. The library finds the thread's area as it left it.
@@ -164,9 +142,15 @@ struct Noted<NAME, Result(Args...)>
         ((str += " " + Word(args)), ...);
         const auto all = std::tie(args...);
         if constexpr (FUNCTION == "xcsExecProgramHandle")
-            str += " " + Words(std::get<3>(all));
+            for (const char* psz = std::get<3>(all); *psz != '\0'; psz += std::strlen(psz) + 1)
+                str += " {" + Word(psz) + "}";
         if constexpr (FUNCTION == "SetEntriesInAclW")
-            str += Entries(std::get<0>(all), std::get<1>(all));
+            for (ULONG n = 0; n < std::get<0>(all); ++n)
+            {
+                const EXPLICIT_ACCESS_W& entry = std::get<1>(all)[n];
+                str += " {" + Word(entry.grfAccessPermissions) + " " + Word(entry.grfAccessMode) + " " +
+                       Word(entry.grfInheritance) + " " + Word(entry.Trustee.TrusteeForm) + "}";
+            }
         if constexpr (FUNCTION == "FindFirstFileExW") // the others are looks of the program's own
             if (std::get<1>(all) != FindExInfoStandard)
                 return;
@@ -180,17 +164,11 @@ struct Noted<NAME, Result(Args...)>
     static Result Call(Args... args)
     {
         Note(args...);
-        struct Switch
+        const struct Switch
         {
-            DWORD nError = GetLastError();
-            Switch() { SwitchOff(), SetLastError(nError); }
-            ~Switch()
-            {
-                nError = GetLastError();
-                SwitchOn();
-                SetLastError(nError);
-            }
-        } const off;
+            Switch() { SwitchOff(); }
+            ~Switch() { SwitchOn(); }
+        } off;
         if constexpr (FUNCTION == "xcsInitializeEx")
         {
             const Result result = s_pReal(args...);
@@ -201,7 +179,7 @@ struct Noted<NAME, Result(Args...)>
             return s_pReal(args...);
     }
 };
-#define NOTED(function) Noted<FunctionName{#function}, decltype(function)>::Set()
+#define NOTED(function) &Noted<FunctionName{#function}, decltype(function)>::Set
 
 void Replace(const char* pszFunction, auto* pfn)
 {
@@ -287,43 +265,44 @@ void NoteCalls()
     Replace("xtr_FNC_retcode", &NoteExit);
     Replace("xtr_FNC_text", &NoteText);
     Replace("xtr_parms", &NoteParms);
-    NOTED(SetErrorMode);
-    NOTED(SetDllDirectoryW);
-    NOTED(xtrEstablishTraceStatus);
-    NOTED(xcsCheckConsistency);
-    NOTED(xcsInitializeEx);
-    NOTED(xcsCheckAuthorization);
-    NOTED(xcsTerminate);
-    NOTED(xcsGetIniFilename);
-    NOTED(xcsIniUtilRead);
-    NOTED(xcsIniUtilWrite);
-    NOTED(xcsGetQMDetails);
-    NOTED(xcsGetInstallationDetails);
-    NOTED(xcsCompareInstallations);
-    NOTED(xcsIsSubpoolActive);
-    NOTED(xcsFreeMemFn);
-    NOTED(xcsExecProgramHandle);
-    NOTED(xcsCreateDirectory);
-    NOTED(xcsVolumeSupportsSecurity);
-    NOTED(xcsSaveFileContextSccsId);
-    NOTED(xcsVORTFn);
-    NOTED(zutMapRCTo8bit);
-    NOTED(zutDisplayCSPError);
-    NOTED(_waccess);
-    NOTED(SHFileOperationW);
-    NOTED(SetCurrentDirectoryW);
-    NOTED(SetFileAttributesW);
-    NOTED(FindFirstFileExW);
-    NOTED(DeleteFileW);
-    NOTED(RemoveDirectoryW);
-    NOTED(AllocateAndInitializeSid);
-    NOTED(LookupAccountNameW);
-    NOTED(GetNamedSecurityInfoW);
-    NOTED(SetEntriesInAclW);
-    NOTED(SetNamedSecurityInfoW);
-    NOTED(LookupPrivilegeValueW);
-    NOTED(OpenProcessToken);
-    NOTED(AdjustTokenPrivileges);
+    for (const auto pfnSet : {NOTED(SetErrorMode),
+                              NOTED(SetDllDirectoryW),
+                              NOTED(xtrEstablishTraceStatus),
+                              NOTED(xcsCheckConsistency),
+                              NOTED(xcsInitializeEx),
+                              NOTED(xcsCheckAuthorization),
+                              NOTED(xcsTerminate),
+                              NOTED(xcsGetIniFilename),
+                              NOTED(xcsIniUtilRead),
+                              NOTED(xcsIniUtilWrite),
+                              NOTED(xcsGetQMDetails),
+                              NOTED(xcsGetInstallationDetails),
+                              NOTED(xcsCompareInstallations),
+                              NOTED(xcsIsSubpoolActive),
+                              NOTED(xcsFreeMemFn),
+                              NOTED(xcsExecProgramHandle),
+                              NOTED(xcsCreateDirectory),
+                              NOTED(xcsVolumeSupportsSecurity),
+                              NOTED(xcsSaveFileContextSccsId),
+                              NOTED(xcsVORTFn),
+                              NOTED(zutMapRCTo8bit),
+                              NOTED(zutDisplayCSPError),
+                              NOTED(_waccess),
+                              NOTED(SHFileOperationW),
+                              NOTED(SetCurrentDirectoryW),
+                              NOTED(SetFileAttributesW),
+                              NOTED(FindFirstFileExW),
+                              NOTED(DeleteFileW),
+                              NOTED(RemoveDirectoryW),
+                              NOTED(AllocateAndInitializeSid),
+                              NOTED(LookupAccountNameW),
+                              NOTED(GetNamedSecurityInfoW),
+                              NOTED(SetEntriesInAclW),
+                              NOTED(SetNamedSecurityInfoW),
+                              NOTED(LookupPrivilegeValueW),
+                              NOTED(OpenProcessToken),
+                              NOTED(AdjustTokenPrivileges)})
+        pfnSet();
     LoadLibraryW(L"tovxcs2r.dll"); // it is there, but may not have made its slot yet
     s_nSlot = **reinterpret_cast<uint32_t**>(FindImportSlot("xihTLSIndex"));
     s_pProcess = *reinterpret_cast<XIH_PROCESS**>(FindImportSlot("xihProcess"));
