@@ -81,12 +81,12 @@ TEST_F(Directories, CopyHandsTheShellWholeListsOfAnyLength)
     }
 }
 
-TEST_F(Directories, CopyChangesTheCurrentDirectoryAndSecuresFilesAndDirectories)
+TEST_F(Directories, CopyIsProvedInWhateverOrderDirectoriesAreListed)
 {
     for (const char* psz : {"\\from\\a", "\\from\\b", "\\from\\c\\d", "\\from\\e\\f"})
         Make(psz);
     fs::create_directory(Narrow("\\to"));
-    // File systems that list in other orders, and "b" as a link to a file, whose entry has no size of it.
+    // "b" is a link to a file, whose entry has no size of it.
     std::vector<WIN32_FIND_DATAW> entries;
     bool fLists = false, fLinkCopied = false;
     const auto list = Hook(FindFirstFileExW, [&](LPCWSTR psz, auto eLevel, void* p, auto... args) {
@@ -113,32 +113,8 @@ TEST_F(Directories, CopyChangesTheCurrentDirectoryAndSecuresFilesAndDirectories)
         *pEntry = entries.back();
         return entries.pop_back(), TRUE;
     });
-    const std::tuple<DWORD, std::wstring, int, std::vector<std::string>> cases[] = {
-        // length of the current directory, what cannot be secured; result, changes of the current directory
-        {7, L"-", 1, {Narrow("\\from"), "C:\\here"}},
-        {300, L"-", 1, {Narrow("\\from")}}, // too long for the buffer: cannot be restored
-        {0, L"\\a", 0, {}},
-        {0, L"\\to", 0, {}},
-    };
-    for (const auto& [nLength, strUnsafe, nExpected, expected] : cases)
-    {
-        std::vector<std::string> changes;
-        const auto current = Hook(GetCurrentDirectoryW, [n = nLength](DWORD nSize, LPWSTR psz) {
-            EXPECT_EQ(nSize, 260u);
-            return n == 7 ? lstrcpyW(psz, L"C:\\here"), n : n;
-        });
-        const auto change = Hook(SetCurrentDirectoryW, [&](LPCWSTR psz) { // does not end the copy
-            return changes.push_back(fs::path(psz).string()), FALSE;
-        });
-        const auto set = Hook(SetNamedSecurityInfoW, [str = strUnsafe](LPWSTR psz, auto...) {
-            return std::wstring_view(psz).ends_with(str) ? 5 : 0;
-        });
-        capture.lines.clear();
-        EXPECT_EQ(Copy(L"\\from", L"\\to"), nExpected) << strUnsafe.size();
-        EXPECT_EQ(changes, expected);
-        EXPECT_EQ(capture.Count("- 31 Discarding previous security settings"),
-                  4); // files, then directories, of both
-    }
+    const auto unsafe = Fails(SetNamedSecurityInfoW, 0, 0);
+    EXPECT_EQ(Copy(L"\\from", L"\\to"), 1);
     fLinkCopied = true;
     EXPECT_EQ(Copy(L"\\from", L"\\to"), 0);
     EXPECT_THAT(capture.lines, Contains(HasSubstr("A link stands in the place of the file")));

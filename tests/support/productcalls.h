@@ -47,12 +47,7 @@ struct ProductCalls : TempDir
     }
 #define NOTED(function) Hook(function, [this](auto... args) { return Pass(#function, function, args...); })
     const Hooks m_hooks = {
-        NOTED(xcsGetQMDetails),
-        NOTED(xcsGetInstallationDetails),
-        NOTED(xcsIsSubpoolActive),
-        NOTED(xcsGetIniFilename),
-        NOTED(xcsIniUtilRead),
-        NOTED(xcsIniUtilWrite),
+        NOTED(xcsGetQMDetails), NOTED(xcsGetInstallationDetails), NOTED(xcsIsSubpoolActive),
         Hook(xcsFreeMemFn, [this](auto... args) { Note("xcsFreeMemFn", args...), xcsFreeMemFn(args...); }),
         Hook(xcsExecProgramHandle,
              [this](int n1, const char* pszProgram, int n2, const char* psz, auto p1, int n3, int n4, auto p2,
