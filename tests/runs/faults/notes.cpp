@@ -96,9 +96,10 @@ requires(std::is_arithmetic_v<Number> && sizeof(Number) > sizeof(wchar_t)) std::
 }
 std::string Word(const XCS_CONNECTION* p)
 {
-    static const XCS_CONNECTION s_empty = {};
-    const auto is = [&](const XCS_CONNECTION& other) { return std::memcmp(p, &other, sizeof other) == 0; };
-    return is(s_empty) ? "empty" : is(s_initialized) ? "connection" : "damaged";
+    const auto is = [&](const XCS_CONNECTION& other) {
+        return p->nHandle == other.nHandle && p->nProcess == other.nProcess;
+    };
+    return is({}) ? "empty" : is(s_initialized) ? "connection" : "damaged";
 }
 std::string Word(const XCS_INSERTS* p)
 {
@@ -131,8 +132,8 @@ struct Noted<NAME, Result(Args...)>
     static void Set()
     {
         void** const ppSlot = FindImportSlot(NAME.szText);
-        if (ppSlot == nullptr)
-            TerminateProcess(GetCurrentProcess(), 99); // a note of what is not imported would show nothing
+        if (ppSlot == nullptr) // a note of what is not imported would show nothing
+            return static_cast<void>(TerminateProcess(GetCurrentProcess(), 99));
         s_pReal = reinterpret_cast<Result (*)(Args...)>(*ppSlot);
         WriteImportSlot(ppSlot, reinterpret_cast<void*>(&Call));
     }
