@@ -5,6 +5,7 @@
 // stopped here is never started again.
 #include "znmapp.h"
 
+#include <functional>
 #include <optional>
 
 #include "messages.h"
@@ -195,7 +196,7 @@ bool Migration::CopyTree(ZN_PHASE eCopying, ZN_PHASE eRights, const CString& str
 {
     Begin(eCopying);
     return m_app.CopyZNFiles(strDest, strSrc, [&](CZNFindings& findings) {
-        if (((*m_trees).*pfnProve)(findings))
+        if (std::invoke(pfnProve, *m_trees, findings))
             Begin(eRights);
     }) == 1;
 }
