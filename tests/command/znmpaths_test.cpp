@@ -25,7 +25,7 @@ TEST(Paths, DestinationsAreFoundAgainByTheSameText)
 {
     const CString strLongest(std::wstring(L"E:\\" + std::wstring(244, L'd')).c_str());
     for (const CString& str :
-         {CString(L"E:\\data\\qmgrs\\QM1"), CString(L"\\\\srv\\share\\data"), CString(L"e:\\.data\\a b"),
+         {CString(L"E:\\data\\qmgrs\\QM1"), CString(L"\\\\s\\share\\data"), CString(L"e:\\.data\\a b"),
           CString(L"E:\\a\\\\b"), CString(L"\\\\srv\\share\\\\\\data"), CString(L"E:\\control\\com10"),
           strLongest})
         EXPECT_TRUE(CanBeDestination(str)) << CW2A(str);
