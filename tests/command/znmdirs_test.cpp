@@ -24,10 +24,10 @@ struct Directories : Test, TempDir
             pair.Prove(CZNPair(L"", L""), nullptr, findings);
         });
     }
-    std::vector<std::wstring> LeftOf(const char* pszTree) const
+    std::vector<std::wstring> LeftOf(wchar_t chTree) const
     {
         std::vector<std::wstring> names = Names();
-        std::erase_if(names, [&](const std::wstring& str) { return str[0] != *pszTree; });
+        std::erase_if(names, [&](const std::wstring& str) { return str[0] != chTree; });
         return names;
     }
     Capture capture;
@@ -149,10 +149,10 @@ TEST_F(Directories, DeletionNeverExaminesTheFirstEntry)
         return fFound;
     });
     EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x"), pair), 0);
-    EXPECT_THAT(LeftOf("x"), ElementsAre(L"x", L"x\\..a"));
+    EXPECT_THAT(LeftOf(L'x'), ElementsAre(L"x", L"x\\..a"));
     fDots = true;
     EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x"), pair), 1);
     EXPECT_EQ(theApp.DeleteZNFiles(At(L"\\x"), pair), 1); // nothing is there
-    EXPECT_THAT(LeftOf("x"), IsEmpty());
+    EXPECT_THAT(LeftOf(L'x'), IsEmpty());
     EXPECT_THAT(reset, ElementsAre(L"s", L"hidden", L"..a")); // not of the system file
 }

@@ -173,10 +173,11 @@ TEST(Safety, TwoMovesNeverShareATree)
                  "Log:\n   LogPath=" + zn.root.string() + "\\secondlog\\QM!1\n");
         WriteAll(zn.root / "secondlog\\QM!1\\ctl", "second");
         RunResult second;
-        const RunResult first = zn.Run(zn.MoveWords(), "SHFileOperationW:2:w:0:0", [&] {
-            const std::wstring strWords = zn.MoveWords(pszName, pszNewData, "thirdlog");
-            second = RunProgram(ProgramFolder() / "tarvel.exe", strWords, zn.root);
-        });
+        const RunResult first =
+            zn.Run(zn.MoveWords(), "SHFileOperationW:2:w:0:0", [&, p = pszName, pszTo = pszNewData] {
+                const std::wstring strWords = zn.MoveWords(p, pszTo, "thirdlog");
+                second = RunProgram(ProgramFolder() / "tarvel.exe", strWords, zn.root);
+            });
         EXPECT_EQ(first.nStatus, 0u);
         EXPECT_EQ(second.strErr, nMessage != 0 ? Message(nMessage) + USAGE : "");
         EXPECT_EQ(zn.State().substr(0, 14), "data -+ log -+");

@@ -92,21 +92,21 @@ Function* Real(const char* pszFunction)
 
 void AddName(Hooks& hooks, const std::string& strName)
 {
-    static char s_szReal[4 * XCS_PATH_SIZE];
+    static std::string s_strReal;
     hooks.push_back(Hook(xcsGetIniFilename, [strName](const char* pszName, char* pszFile, auto* pnType) {
         const int32_t nResult =
             Real<decltype(xcsGetIniFilename)>("xcsGetIniFilename")(pszName, pszFile, pnType);
         if (pszName == nullptr)
         {
-            std::strcpy(s_szReal, pszFile);
-            std::strcpy(pszFile, strName.c_str());
+            s_strReal = pszFile;
+            std::memcpy(pszFile, strName.c_str(), strName.size() + 1);
         }
         return nResult;
     }));
     hooks.push_back(Hook(xcsIniUtilWrite, [strName](auto* p1, auto* p2, auto* p3, auto* p4, auto* p5,
                                                     const char* pszFile, auto nType) {
         return Real<decltype(xcsIniUtilWrite)>("xcsIniUtilWrite")(
-            p1, p2, p3, p4, p5, strName == pszFile ? s_szReal : pszFile, nType);
+            p1, p2, p3, p4, p5, strName == pszFile ? s_strReal.c_str() : pszFile, nType);
     }));
 }
 } // namespace
