@@ -120,6 +120,9 @@ TEST(Safety, TreeOrCopyThatChangesOnTheWayEndsTheMove)
               removeCopy = [](Installation&zn) { fs::remove(zn.newData / "a"); },
               removeLogCopy = [](Installation&zn) { fs::remove(zn.newLog / "active\\x\\log2"); },
               removeDisk = [](Installation&zn) { fs::rename(zn.root / "newlog", zn.root / "newlog.gone"); },
+              addFirst = [](Installation&zn) { WriteAll(zn.oldData / "0", "new"); },
+              addLast = [](Installation&zn) { WriteAll(zn.oldLog / "z", "new"); },
+              hideOld = [](Installation&zn) { fs::rename(zn.oldLog, zn.root / "oldlog\\aside"); },
               replaceOld = [](Installation&zn) {
                   fs::rename(zn.oldData / "s", zn.root / "bystander\\s");
                   fs::copy(zn.root / "bystander\\s", zn.oldData / "s", fs::copy_options::recursive);
@@ -132,11 +135,12 @@ TEST(Safety, TreeOrCopyThatChangesOnTheWayEndsTheMove)
         {pszSecured, &linkCopy, 38},       {pszSecured, &linkOld, 38},
         {pszSecured, &linkOldLog, 38},     {pszSecured, &removeCopy, 38},
         {pszSecured, &removeLogCopy, 38},  {pszSecured, &replaceOld, 38},
-        {pszBetween, &linkCopy, 40},       {pszBetween, &linkLogCopy, 40},
-        {pszBetween, &linkOld, 40},        {pszBetween, &linkOldLog, 40},
-        {pszBetween, &rewriteCopy, 40},    {pszChanged, &removeCopy, 40},
-        {pszChanged, &removeLogCopy, 40},  {pszChanged, &removeDisk, 40},
-        {pszChanged, &replaceOld, 40},
+        {pszSecured, &addFirst, 38},       {pszSecured, &addLast, 38},
+        {pszSecured, &hideOld, 38},        {pszBetween, &linkCopy, 40},
+        {pszBetween, &linkLogCopy, 40},    {pszBetween, &linkOld, 40},
+        {pszBetween, &linkOldLog, 40},     {pszBetween, &rewriteCopy, 40},
+        {pszChanged, &removeCopy, 40},     {pszChanged, &removeLogCopy, 40},
+        {pszChanged, &removeDisk, 40},     {pszChanged, &replaceOld, 40},
     };
     for (const auto& [pszMoment, pAct, nMessage] : cases)
     {
