@@ -1,22 +1,6 @@
 // Whole runs of the shipped program: exit status, both streams, both configuration files and all trees.
 #include "refusal.h"
 
-TEST(Runs, WholeMoveIsSilentAndChangesTwoLines)
-{
-    Installation zn;
-    const RunResult result = zn.Run(zn.MoveWords());
-    EXPECT_EQ(result.nStatus, 0u);
-    EXPECT_EQ(result.strOut + result.strErr, "");
-    EXPECT_EQ(zn.State(), MOVED);
-    EXPECT_TRUE(zn.IsRestUntouched());
-    // And again, to a third place, from where it is now.
-    EXPECT_EQ(zn.Run(L"-LD " + Quoted(zn.root / "oldlog\\") + L" -dd " +
-                     Quoted((zn.root / "olddata").generic_wstring()) + L" -M QM1")
-                  .nStatus,
-              0u);
-    EXPECT_EQ(zn.State(), UNCHANGED);
-}
-
 TEST(Runs, RunningQueueManagerIsStoppedUnlessItRefuses)
 {
     Installation zn;
@@ -49,37 +33,6 @@ TEST(Runs, RunningQueueManagerIsStoppedUnlessItRefuses)
     EXPECT_FALSE(fs::exists(zn.root / "d\\qmgrs\\QM2"));
 }
 
-TEST(Runs, RefusalsChangeNothing)
-{
-    const struct
-    {
-        std::wstring strQueueManager, strData, strLog; // destinations below the root
-        unsigned nMessage;
-        std::string strInZnsIni = "", strInstead = ""; // what the configuration says otherwise
-    } cases[] = {
-        {L"qm1", L"newdata", L"newlog", 32},
-        {std::wstring(300, L'Q'), L"newdata", L"newlog", 32},
-        {L"\xD800%n", L"newdata", L"newlog", 32},
-        {L"QM1", L"newdata", L"newlog", 32, "Directory=QM!1", "Directory=.."},
-        {L"QM1", L"newdata", L"newlog", 32, "Name=Inst1", "Name=Inst2"},
-        {L"QM1", L"newdata\\", L"oldlog", 42},
-        {L"QM1", L"newdata", L"newlog:stream", 37},
-        {L"QM1", L"newdata::$INDEX_ALLOCATION", L"newlog", 37},
-        {L"QM1", L"newdata", L"x\\..\\oldlog", 37},
-        {L"\"\"", L"newdata", L"newlog\" \"", 0},
-    };
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE(&c - cases);
-        Installation zn;
-        zn.strZnsIni.replace(zn.strZnsIni.find(c.strInZnsIni), c.strInZnsIni.size(), c.strInstead);
-        WriteAll(zn.work / "zns.ini", zn.strZnsIni);
-        const RunResult result = zn.Run(zn.MoveWords(c.strQueueManager, c.strData, c.strLog));
-        ExpectRefusal(zn, result, c.nMessage, NOTHING_LOST);
-        EXPECT_TRUE(zn.IsRestUntouched());
-    }
-}
-
 // Whole drives are at stake where one of these is not refused.
 TEST(Runs, PlacesThatCannotBeNamedAreRefused)
 {
@@ -99,32 +52,5 @@ TEST(Runs, PlacesThatCannotBeNamedAreRefused)
         const Snapshot before = TakeSnapshot(zn.root);
         EXPECT_EQ(zn.Run(zn.MoveWords(), pszNoCopy).strErr, USAGE);
         EXPECT_EQ(TakeSnapshot(zn.root), before);
-    }
-}
-
-TEST(Runs, FailingStepLeavesTheStateOfItsRow)
-{
-    const struct
-    {
-        const char* pszFaults;
-        unsigned nMessage;
-        std::string strState;
-    } cases[] = {
-        {"xcsGetQMDetails:6:o:1:0", 32, UNCHANGED},
-        {"xcsGetQMDetails:7:o:1:0", 32, UNCHANGED},
-        {"xcsIsSubpoolActive:1:a:0:0", 33, UNCHANGED}, // there is no end command to run
-        {"CreateMutexW:1:o:0:5", 33, UNCHANGED},
-        {"SHFileOperationW:2:o:7c:0", 38, "data ++ log +~ zns old qm old"},
-        {"DeleteFileW:2:o:0:20", 40, "data ~+ log ++ zns new qm new"},
-        {"DeleteFileW:6:a:0:20", 40, "data -+ log ++ zns new qm new"},
-        {"DeleteFileW:7:a:0:20", 40, "data -+ log ~+ zns new qm new"},
-    };
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE(c.pszFaults);
-        Installation zn;
-        ExpectRefusal(zn, zn.Run(zn.MoveWords(), c.pszFaults), c.nMessage, c.strState);
-        EXPECT_TRUE(zn.IsRestUntouched());
-        EXPECT_EQ(zn.Calls("xcsTerminate"), 1);
     }
 }

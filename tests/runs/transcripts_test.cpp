@@ -17,8 +17,8 @@ constexpr wchar_t WORDS[] = L"/m QM1 /dd ?\\newdata /ld ?\\newlog\\";
 #define RUNS "xcsIsSubpoolActive:1:a:0:0;"
 constexpr char OWNER_FAULTS[] = "SetNamedSecurityInfoW:1:a:5:5;LookupPrivilegeValueW:1:o:0:8;"
                                 "OpenProcessToken:1:o:0:9;AdjustTokenPrivileges:1:o:0:a";
-constexpr char QM_INI[] = "olddata\\qmgrs\\QM!1\\qm.ini";
-constexpr char OLD_FILE[] = "olddata\\qmgrs\\QM!1\\s\\f";
+constexpr char OLD_FILE[] = "write OD\\s\\f x;protect OD\\s\\f";
+#define OWNER "edit InstallationName=Inst1 InstallationName="
 #define NO_SECURITY "xcsVolumeSupportsSecurity:1:a:40806178:0;"
 
 // With a root of one component, as each component has its lines when directories are created.
@@ -35,12 +35,13 @@ struct SmallInstallation : Installation
 
     std::string Transcript(const std::wstring& strWords, const std::string& strFaults)
     {
-        SetEnvironmentVariableW(L"ZN_FAULTS_NOTES", (root / "notes").c_str());
+        SetEnvironmentVariableW(L"ZN_FAULTS_NOTES", (work / "trace notes").c_str());
         const RunResult result = Run(strWords, strFaults.empty() ? "malloc:0:o:0:0" : strFaults);
         SetEnvironmentVariableW(L"ZN_FAULTS_NOTES", nullptr);
-        std::string str = ReadAll(root / "notes") + "status " +
-                          std::to_string(static_cast<int>(result.nStatus)) + ", " + State() + "\n" +
-                          result.strErr + result.strOut;
+        std::string str = ReadAll(work / "trace notes") + "status " +
+                          std::to_string(static_cast<int>(result.nStatus)) + ", " + State() +
+                          (IsRestUntouched() ? "\n" : ", something else has changed\n") + result.strErr +
+                          result.strOut;
         if (const size_t nUser = str.rfind("\nUser '"); nUser != std::string::npos)
             str.replace(nUser, std::string::npos, "\n(the library's text)\n");
         std::erase(str, '\r');
@@ -69,10 +70,10 @@ TEST(Transcripts, AreAsKept)
         const char* pszName;
         std::string strFaults = "";
         std::wstring strWords = WORDS;
-        std::string strOwner = "Inst1";                     // of the queue manager
-        const char *pszRemove = "none", *pszWrite = "none"; // a tree; a read-only file, as qm.ini
+        std::string strBefore = ""; // what is done before
     } cases[] = {
-        {"moved", "", L"/m QM1 /dd ?\\newdata /ld ?\\newlog\\\\", "Inst1", "newdata", OLD_FILE},
+        {"moved", "", L"/m QM1 /dd ?\\newdata /ld ?\\newlog\\\\",
+         std::string("remove R\\newdata;") + OLD_FILE},
         {"stopped-and-moved", RUNS NO_SECURITY "xcsExecProgramHandle:1:o:0:0",
          L"-LD ?/newlog -M QM1 -DD ?\\newdata\\"},
         {"end-authority", "xcsCheckAuthorization:1:o:40806177:0"},
@@ -90,13 +91,13 @@ TEST(Transcripts, AreAsKept)
         {"end-32-record", "xcsGetQMDetails:1:a:0:0"},
         {"end-32-installation", "xcsGetInstallationDetails:1:a:10006164:0"},
         {"end-32-installation-record", "xcsGetInstallationDetails:1:a:0:0"},
-        {"end-32-primary", "xcsGetInstallationDetails:1:a:10006164:0", WORDS, "Installation0"},
+        {"end-32-primary", "xcsGetInstallationDetails:1:a:10006164:0", WORDS, OWNER "Installation0"},
         {"end-33", RUNS "xcsExecProgramHandle:1:o:1:0"},
-        {"end-37-file", "", WORDS, "Inst1", "newlog\\QM!1", "newlog\\QM!1"},
+        {"end-37-file", "", WORDS, "remove NL;write NL x;protect NL"},
         {"end-37-parent", "", L"/m QM1 /dd ?\\bystander\\file /ld ?\\log"},
         {"end-38-created", NO_SECURITY "xcsCreateDirectory:2:o:1:5", L"/m QM1 /dd ?\\data /ld ?\\log"},
         {"end-38-copy", "SetCurrentDirectoryW:1:a:0:3;SHFileOperationW:1:o:7c:0"},
-        {"end-38-owner", OWNER_FAULTS, WORDS, "Inst1", "none", OLD_FILE},
+        {"end-38-owner", OWNER_FAULTS, WORDS, OLD_FILE},
         {"end-38-owner-gone", "SetNamedSecurityInfoW:2:a:2:2"},
         {"end-38-sid-znm", "LookupAccountNameW:1:o:0:534"},
         {"end-38-sid-system", "AllocateAndInitializeSid:1:o:0:539"},
@@ -106,10 +107,11 @@ TEST(Transcripts, AreAsKept)
         {"end-39-logpath", NO_SECURITY "xcsIniUtilWrite:2:o:1:0"},
         {"end-40-file", NO_SECURITY "DeleteFileW:1:o:0:20"},
         {"end-40-directory", NO_SECURITY "RemoveDirectoryW:1:o:0:91"},
-        {"end-42", "", L"/m QM1 /dd ?\\olddata /ld ?\\newlog", ""},
+        {"end-42", "", L"/m QM1 /dd ?\\olddata /ld ?\\newlog", OWNER},
         {"end-42-log", "", L"/m QM1 /dd ?\\newdata /ld ?\\oldlog"},
-        {"end-42-both", "", L"/m QM1 /dd ?\\newlog /ld ?\\newlog\\qmgrs", "Installation0", "none", QM_INI},
-        {"end-47", RUNS, WORDS, "Inst1\r\n   MultiInstance=Yes"},
+        {"end-42-both", "", L"/m QM1 /dd ?\\newlog /ld ?\\newlog\\qmgrs",
+         OWNER "Installation0;write OD\\qm.ini Log:\n LogPath=?\\oldlog\\QM!1\\\\;protect OD\\qm.ini"},
+        {"end-47", RUNS, WORDS, OWNER "Inst1\r\n   MultiInstance=Yes"},
         {"end-znsini", "xcsGetIniFilename:1:o:1:0"},
         {"end-qmini", "xcsGetIniFilename:2:o:1:0"},
         {"end-qmini-new", NO_SECURITY "xcsGetIniFilename:3:o:1:0"},
@@ -123,16 +125,8 @@ TEST(Transcripts, AreAsKept)
         SetEnvironmentVariableA("TMP", "C:\\");
         SmallInstallation zn;
         SetEnvironmentVariableA("TMP", strTmp.c_str());
-        fs::remove_all(zn.root / c.pszRemove);
-        const std::string strInstead = "QM!1\r\n   InstallationName=" + c.strOwner;
-        const std::string strText = "Log:\n   LogPath=" + zn.root.string() + "\\oldlog\\QM!1\\\\";
-        zn.Apply({.pszWrite = c.pszWrite,
-                  .pszText = strText.c_str(),
-                  .nAttributes = FILE_ATTRIBUTE_READONLY,
-                  .pszInZnsIni = "QM!1\r\n   InstallationName=Inst1",
-                  .pszInstead = strInstead.c_str()});
+        zn.Do(std::regex_replace(c.strBefore, std::regex("\\?"), zn.root.string()));
         zn.Remember();
-        zn.strZnsIni = ReadAll(zn.work / "zns.ini");
         const std::wstring strWords = std::regex_replace(c.strWords, std::wregex(L"\\?"), zn.root.wstring());
         const std::string strTranscript = zn.Transcript(strWords, c.strFaults),
                           strFile = std::string(c.pszName) + ".txt";

@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <functional>
+#include <map>
+#include <sstream>
+#include <thread>
 
 #include "owner.h"
 #include "tempdir.h"
@@ -170,6 +173,91 @@ class Installation : public TempDir
         if (*change.pszInZnsIni != '\0')
             WriteAll(work / "zns.ini",
                      Replaced(ReadAll(work / "zns.ini"), change.pszInZnsIni, change.pszInstead));
+    }
+
+    // Does what somebody does: "verb path [path or text]", several things with ';' between them. Paths begin
+    // with OD, OL, ND, NL (the old and new data and log directories), W (the work path) or R (the root). Does
+    // nothing where something is missing. Returns the file that is held.
+    FileHandle Do(const std::string& strScript)
+    {
+        const std::map<std::string, fs::path> places = {{"OD", oldData}, {"OL", oldLog}, {"ND", newData},
+                                                        {"NL", newLog},  {"W", work},    {"R", root}};
+        const auto at = [&](const std::string& str) {
+            const size_t nPlace = std::min(str.find('\\'), str.size());
+            const auto place = places.find(str.substr(0, nPlace));
+            return place != places.end() ? place->second.string() + str.substr(nPlace) : str;
+        };
+        FileHandle held;
+        std::error_code missing;
+        std::istringstream steps(strScript);
+        for (std::string strStep, strVerb, strPath, strOther; std::getline(steps, strStep, ';');
+             strOther.clear())
+        {
+            std::istringstream words(strStep);
+            std::getline(words >> strVerb >> strPath >> std::ws, strOther, '\0');
+            const fs::path path = at(strPath), other = at(strOther);
+            if (path.has_parent_path())
+                fs::create_directories(path.parent_path());
+            if (strVerb == "write")
+                WriteAll(path, strOther);
+            else if (strVerb == "append")
+                std::ofstream(path, std::ios::app) << strOther;
+            else if (strVerb == "flip" && fs::exists(path)) // another content of that length
+                WriteAll(path, ReadAll(path).replace(0, 1, "?"));
+            else if (strVerb == "touch")
+                WriteAll(path, ReadAll(path));
+            else if (strVerb == "cut")
+                fs::resize_file(path, 1, missing);
+            else if (strVerb == "remove")
+                fs::remove_all(path, missing);
+            else if (strVerb == "copy")
+                fs::copy(path, other, fs::copy_options::recursive, missing);
+            else if (strVerb == "move")
+                fs::rename(path, other, missing);
+            else if (strVerb == "hard")
+                fs::create_hard_link(other, path);
+            else if (strVerb == "hold")
+                held = Hold(path);
+            else if (strVerb == "busy") // for a moment
+            {
+                static std::jthread s_release;
+                s_release = std::jthread([busy = Hold(path, std::stoul("0" + strOther))] { Sleep(300); });
+            }
+            else if (strVerb == "protect")
+                SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY);
+            else if (strVerb == "round") // the times of its files to whole seconds
+                for (const char* psz : {"a", "s\\t\\c", "s\\t\\u\\d"})
+                    fs::last_write_time(path / psz, std::chrono::floor<std::chrono::seconds>(
+                                                        fs::last_write_time(path / psz)));
+            else if (strVerb == "edit") // the last place in zns.ini with these words
+                WriteAll(work / "zns.ini",
+                         strZnsIni.replace(strZnsIni.rfind(strPath), strPath.size(), strOther));
+            else if (strVerb == "manager") // another one of that directory name
+                WriteAll(work / "zns.ini",
+                         strZnsIni += "QueueManager:\n Name=QM2\n Prefix=" + other.string() +
+                                      "\n Directory=" + strPath + "\n InstallationName=Inst1\n");
+            else if (strVerb == "file" || strVerb == "directory") // with a path of that length
+            {
+                const size_t nLength = std::stoul(strOther) - path.string().size() - 1;
+                const std::wstring strLong = L"\\\\?\\" + (path / std::string(nLength, 'n')).wstring();
+                if (strVerb == "file")
+                    std::ofstream{fs::path(strLong)};
+                else
+                    CreateDirectoryW(strLong.c_str(), nullptr); // the runtime's own refuse the prefix
+            }
+            else if (strVerb == "link") // to what is made if it is missing
+            {
+                if (!fs::exists(other))
+                    fs::create_directories(other);
+                MakeLink(path, other);
+            }
+            else if (strVerb == "swap" && fs::exists(other)) // for a link
+            {
+                fs::rename(path, path.string() + ".aside", missing);
+                MakeLink(path, other);
+            }
+        }
+        return held;
     }
 
     // Takes what the old trees hold now for what must not get lost.
