@@ -29,8 +29,8 @@ void NoteCalls();
 namespace
 {
 FILE* s_pNotes = nullptr;
+Hooks* const s_pHooks = new Hooks; // the program calls until after this library's end
 int s_nDepth = 0;
-XCS_CONNECTION s_initialized = {};
 
 // The area that the program sees, and the one that the library has given the thread.
 XTR_THREAD_AREA s_area = {};
@@ -78,16 +78,13 @@ std::string Word(char* psz) // room for an answer
 {
     return Word(static_cast<const void*>(psz));
 }
-std::string Word(long long n)
-{
-    char szText[32] = {};
-    std::snprintf(szText, sizeof szText, n > 0xFFFF ? "%llX" : "%lld", n);
-    return szText;
-}
 template <class Number>
 requires std::is_arithmetic_v<Number> || std::is_enum_v<Number> std::string Word(Number number)
 {
-    return Word(static_cast<long long>(number));
+    char szText[32] = {};
+    const auto n = static_cast<long long>(number);
+    std::snprintf(szText, sizeof szText, n > 0xFFFF ? "%llX" : "%lld", n);
+    return szText;
 }
 template <class Number>
 requires(std::is_arithmetic_v<Number> && sizeof(Number) > sizeof(wchar_t)) std::string Word(Number* p)
@@ -96,10 +93,7 @@ requires(std::is_arithmetic_v<Number> && sizeof(Number) > sizeof(wchar_t)) std::
 }
 std::string Word(const XCS_CONNECTION* p)
 {
-    const auto is = [&](const XCS_CONNECTION& other) {
-        return p->nHandle == other.nHandle && p->nProcess == other.nProcess;
-    };
-    return is({}) ? "empty" : is(s_initialized) ? "connection" : "damaged";
+    return p->nProcess == 0 && p->nHandle == 0 ? "empty" : "connection";
 }
 std::string Word(const XCS_INSERTS* p)
 {
@@ -137,11 +131,12 @@ struct Noted<NAME, Result(Args...)>
         s_pReal = reinterpret_cast<Result (*)(Args...)>(*ppSlot);
         WriteImportSlot(ppSlot, reinterpret_cast<void*>(&Call));
     }
-    static void Note(Args... args)
+    static Result Call(Args... args)
     {
         std::string str = NAME.szText;
         ((str += " " + Word(args)), ...);
         const auto all = std::tie(args...);
+        bool fNoted = true;
         if constexpr (FUNCTION == "xcsExecProgramHandle")
             for (const char* psz = std::get<3>(all); *psz != '\0'; psz += std::strlen(psz) + 1)
                 str += " {" + Word(psz) + "}";
@@ -153,58 +148,30 @@ struct Noted<NAME, Result(Args...)>
                        Word(entry.grfInheritance) + " " + Word(entry.Trustee.TrusteeForm) + "}";
             }
         if constexpr (FUNCTION == "FindFirstFileExW") // the others are looks of the program's own
-            if (std::get<1>(all) != FindExInfoStandard)
-                return;
+            fNoted = std::get<1>(all) == FindExInfoStandard;
         if constexpr (FUNCTION == "DeleteFileW") // a file of the program's own
-            if (std::wcsstr(std::get<0>(all), L".tmp") != nullptr)
-                return;
+            fNoted = std::wcsstr(std::get<0>(all), L".tmp") == nullptr;
         if constexpr (FUNCTION == "SetErrorMode") // the others are the parent's
             str = "SetErrorMode " + Word(std::get<0>(all) & SEM_FAILCRITICALERRORS);
-        Line(str);
-    }
-    static Result Call(Args... args)
-    {
-        Note(args...);
+        if (fNoted)
+            Line(str);
         const struct Switch
         {
             Switch() { SwitchOff(); }
             ~Switch() { SwitchOn(); }
         } off;
-        if constexpr (FUNCTION == "xcsInitializeEx")
-        {
-            const Result result = s_pReal(args...);
-            s_initialized = *std::get<7>(std::tie(args...));
-            return result;
-        }
-        else
-            return s_pReal(args...);
+        return s_pReal(args...);
     }
 };
+void SetEach(auto... apfnSet)
+{
+    (apfnSet(), ...);
+}
 #define NOTED(function) &Noted<FunctionName{#function}, decltype(function)>::Set
 
-void Replace(const char* pszFunction, auto* pfn)
+void Note(char chKind, int nComponent, int nFunction, const std::string& strText)
 {
-    WriteImportSlot(FindImportSlot(pszFunction), reinterpret_cast<void*>(pfn));
-}
-
-// Component 42 goes without saying.
-std::string Function(int nComponent, int nFunction)
-{
-    return Word(nFunction) + (nComponent == 42 ? "" : " of component " + Word(nComponent));
-}
-void NoteEntry(XTR_THREAD_AREA*, int nComponent, int nFunction)
-{
-    Line("> " + Function(nComponent, nFunction));
-    ++s_nDepth;
-}
-void NoteExit(XTR_THREAD_AREA*, int nComponent, int nFunction, int nReturnCode)
-{
-    s_nDepth -= s_nDepth > 0 ? 1 : 0;
-    Line("< " + Function(nComponent, nFunction) + " " + Word(nReturnCode));
-}
-void NoteText(int nComponent, int nFunction, XTR_THREAD_AREA*, int nReserved, const char* pszText)
-{
-    Line("- " + Function(nComponent, nFunction) + " " + pszText + (nReserved == 0 ? "" : " and more"));
+    Line(chKind + (" " + Word(nFunction)) + (nComponent == 42 ? "" : " of another component") + strText);
 }
 [[gnu::format(printf, 1, 2)]] void NoteParms(const char* pszFormat, ...)
 {
@@ -214,34 +181,7 @@ void NoteText(int nComponent, int nFunction, XTR_THREAD_AREA*, int nReserved, co
     _vsnprintf(szText, sizeof szText - 1, pszFormat, args);
     va_end(args);
     const uint32_t n = s_area.nCurrentFunction;
-    Line("= " + Function(n & 0xFFFF, n >> 16) + " " + szText);
-}
-
-PSECURITY_DESCRIPTOR Descriptor()
-{
-    PSECURITY_DESCRIPTOR pDescriptor = nullptr;
-    ConvertStringSecurityDescriptorToSecurityDescriptorW(
-        L"O:SYG:SYD:(A;;FA;;;BA)(D;;FA;;;BG)(A;;FA;;;SY)(A;;FR;;;WD)", SDDL_REVISION_1, &pDescriptor,
-        nullptr);
-    return pDescriptor;
-}
-BOOL WINAPI LookUp(LPCWSTR, LPCWSTR, PSID pSid, LPDWORD pnSize, LPWSTR, LPDWORD, PSID_NAME_USE)
-{
-    static PSID s_pOwner = nullptr;
-    BOOL fDefault = FALSE;
-    GetSecurityDescriptorOwner(Descriptor(), &s_pOwner, &fDefault);
-    return CopySid(*pnSize, pSid, s_pOwner);
-}
-DWORD WINAPI GetSecurity(LPCWSTR, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID*, PSID*, PACL* ppDacl, PACL*,
-                         PSECURITY_DESCRIPTOR* ppDescriptor)
-{
-    BOOL fPresent = FALSE, fDefault = FALSE;
-    *ppDescriptor = Descriptor();
-    return GetSecurityDescriptorDacl(*ppDescriptor, &fPresent, ppDacl, &fDefault) ? 0 : GetLastError();
-}
-DWORD WINAPI SetSecurity(LPWSTR, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID, PSID, PACL, PACL)
-{
-    return ERROR_SUCCESS;
+    Note('=', n & 0xFFFF, static_cast<int>(n >> 16), std::string(" ") + szText);
 }
 } // namespace
 
@@ -252,9 +192,19 @@ void AnswerAlways()
     s_pNotes = pszFile != nullptr && *pszFile != '\0' ? std::fopen(pszFile, "wb") : nullptr;
     if (s_pNotes == nullptr)
         return;
-    Replace("LookupAccountNameW", &LookUp);
-    Replace("GetNamedSecurityInfoW", &GetSecurity);
-    Replace("SetNamedSecurityInfoW", &SetSecurity);
+    *s_pHooks = {Hook(LookupAccountNameW,
+                      [](auto, auto, PSID pSid, DWORD* pnSize, auto...) {
+                          return CreateWellKnownSid(WinLocalSystemSid, nullptr, pSid, pnSize);
+                      }),
+                 Hook(GetNamedSecurityInfoW,
+                      [](auto, auto, auto, auto, auto, PACL* ppDacl, auto, auto* ppDescriptor) -> DWORD {
+                          BOOL fPresent = FALSE, fDefault = FALSE;
+                          ConvertStringSecurityDescriptorToSecurityDescriptorW(
+                              L"D:(A;;FA;;;BA)(D;;FA;;;BG)(A;;FA;;;SY)(A;;FR;;;WD)", SDDL_REVISION_1,
+                              ppDescriptor, nullptr);
+                          return !GetSecurityDescriptorDacl(*ppDescriptor, &fPresent, ppDacl, &fDefault);
+                      }),
+                 Hook(SetNamedSecurityInfoW, [](auto...) -> DWORD { return ERROR_SUCCESS; })};
 }
 
 // After the faults are set: a call that fails is noted too.
@@ -262,48 +212,35 @@ void NoteCalls()
 {
     if (s_pNotes == nullptr)
         return;
-    Replace("xtr_FNC_entry", &NoteEntry);
-    Replace("xtr_FNC_retcode", &NoteExit);
-    Replace("xtr_FNC_text", &NoteText);
-    Replace("xtr_parms", &NoteParms);
-    for (const auto pfnSet : {NOTED(SetErrorMode),
-                              NOTED(SetDllDirectoryW),
-                              NOTED(xtrEstablishTraceStatus),
-                              NOTED(xcsCheckConsistency),
-                              NOTED(xcsInitializeEx),
-                              NOTED(xcsCheckAuthorization),
-                              NOTED(xcsTerminate),
-                              NOTED(xcsGetIniFilename),
-                              NOTED(xcsIniUtilRead),
-                              NOTED(xcsIniUtilWrite),
-                              NOTED(xcsGetQMDetails),
-                              NOTED(xcsGetInstallationDetails),
-                              NOTED(xcsCompareInstallations),
-                              NOTED(xcsIsSubpoolActive),
-                              NOTED(xcsFreeMemFn),
-                              NOTED(xcsExecProgramHandle),
-                              NOTED(xcsCreateDirectory),
-                              NOTED(xcsVolumeSupportsSecurity),
-                              NOTED(xcsSaveFileContextSccsId),
-                              NOTED(xcsVORTFn),
-                              NOTED(zutMapRCTo8bit),
-                              NOTED(zutDisplayCSPError),
-                              NOTED(_waccess),
-                              NOTED(SHFileOperationW),
-                              NOTED(SetCurrentDirectoryW),
-                              NOTED(SetFileAttributesW),
-                              NOTED(FindFirstFileExW),
-                              NOTED(DeleteFileW),
-                              NOTED(RemoveDirectoryW),
-                              NOTED(AllocateAndInitializeSid),
-                              NOTED(LookupAccountNameW),
-                              NOTED(GetNamedSecurityInfoW),
-                              NOTED(SetEntriesInAclW),
-                              NOTED(SetNamedSecurityInfoW),
-                              NOTED(LookupPrivilegeValueW),
-                              NOTED(OpenProcessToken),
-                              NOTED(AdjustTokenPrivileges)})
-        pfnSet();
+    const Hooks hooks = {
+        Hook(xtr_FNC_entry,
+             [](auto, int nComponent, int nFunction) {
+                 Note('>', nComponent, nFunction, "");
+                 ++s_nDepth;
+             }),
+        Hook(xtr_FNC_retcode,
+             [](auto, int nComponent, int nFunction, int nReturnCode) {
+                 s_nDepth -= s_nDepth > 0 ? 1 : 0;
+                 Note('<', nComponent, nFunction, " " + Word(nReturnCode));
+             }),
+        Hook(xtr_FNC_text, [](int nComponent, int nFunction, auto, int nReserved, const char* pszText) {
+            Note('-', nComponent, nFunction,
+                 std::string(" ") + pszText + (nReserved == 0 ? "" : " and more"));
+        })};
+    s_pHooks->insert(s_pHooks->end(), hooks.begin(), hooks.end());
+    WriteImportSlot(FindImportSlot("xtr_parms"), reinterpret_cast<void*>(&NoteParms));
+    SetEach(NOTED(SetErrorMode), NOTED(SetDllDirectoryW), NOTED(xtrEstablishTraceStatus),
+            NOTED(xcsCheckConsistency), NOTED(xcsInitializeEx), NOTED(xcsCheckAuthorization),
+            NOTED(xcsTerminate), NOTED(xcsGetIniFilename), NOTED(xcsIniUtilRead), NOTED(xcsIniUtilWrite),
+            NOTED(xcsGetQMDetails), NOTED(xcsGetInstallationDetails), NOTED(xcsCompareInstallations),
+            NOTED(xcsIsSubpoolActive), NOTED(xcsFreeMemFn), NOTED(xcsExecProgramHandle),
+            NOTED(xcsCreateDirectory), NOTED(xcsVolumeSupportsSecurity), NOTED(xcsSaveFileContextSccsId),
+            NOTED(xcsVORTFn), NOTED(zutMapRCTo8bit), NOTED(zutDisplayCSPError), NOTED(_waccess),
+            NOTED(SHFileOperationW), NOTED(SetCurrentDirectoryW), NOTED(SetFileAttributesW),
+            NOTED(FindFirstFileExW), NOTED(DeleteFileW), NOTED(RemoveDirectoryW),
+            NOTED(AllocateAndInitializeSid), NOTED(LookupAccountNameW), NOTED(GetNamedSecurityInfoW),
+            NOTED(SetEntriesInAclW), NOTED(SetNamedSecurityInfoW), NOTED(LookupPrivilegeValueW),
+            NOTED(OpenProcessToken), NOTED(AdjustTokenPrivileges));
     LoadLibraryW(L"tovxcs2r.dll"); // it is there, but may not have made its slot yet
     s_nSlot = **reinterpret_cast<uint32_t**>(FindImportSlot("xihTLSIndex"));
     s_pProcess = *reinterpret_cast<XIH_PROCESS**>(FindImportSlot("xihProcess"));
