@@ -15,6 +15,7 @@
 #include "tovmsrid.h"
 #include "tovxcs2.h"
 #include "znmprobe.h"
+#include "znmreadfile.h"
 #include "znmstanza.h"
 #include "znmwalk.h"
 
@@ -69,9 +70,7 @@ class Sha256
 
 FileHandle OpenFile(const std::wstring& strPath, DWORD nAccess, DWORD& nError)
 {
-    FileHandle file(CreateFileW(strPath.c_str(), nAccess,
-                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    FileHandle file = ZNOpenShared(strPath, nAccess, FILE_FLAG_SEQUENTIAL_SCAN);
     nError = file ? DWORD{ERROR_SUCCESS} : GetLastError();
     return file;
 }

@@ -7,8 +7,8 @@
 #include <functional>
 #include <iterator>
 
-#include "owner.h"
 #include "tovmsrid.h"
+#include "znmreadfile.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmidentity"));
 
@@ -22,13 +22,6 @@ bool IsMeaningless(const FILE_ID_128& id)
                            [b](BYTE n) { return n == b; });
     };
     return isAll(0x00) || isAll(0xFF);
-}
-
-FileHandle Open(const std::wstring& strPath)
-{
-    return FileHandle(CreateFileW(strPath.c_str(), FILE_READ_ATTRIBUTES,
-                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                  OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
 }
 
 // Empty if the system has no such path; nError is then its error code.
@@ -48,7 +41,7 @@ std::wstring FinalPath(HANDLE hFile, DWORD nForm, DWORD& nError)
 std::wstring FinalPath(const std::wstring& strPath, DWORD nForm)
 {
     DWORD nError = ERROR_SUCCESS;
-    const FileHandle file = Open(strPath);
+    const FileHandle file = ZNOpenShared(strPath, FILE_READ_ATTRIBUTES);
     return file ? FinalPath(file.Get(), nForm, nError) : std::wstring();
 }
 
@@ -81,7 +74,7 @@ std::optional<CZNIdentity> CZNIdentity::Of(const std::wstring& strPath, const CZ
 
 DWORD CZNIdentity::Read(const std::wstring& strPath)
 {
-    const FileHandle file = Open(strPath);
+    const FileHandle file = ZNOpenShared(strPath, FILE_READ_ATTRIBUTES);
     DWORD nError = GetLastError();
     if (!file)
         return nError;

@@ -9,7 +9,6 @@
 #include <optional>
 
 #include "messages.h"
-#include "owner.h"
 #include "tovmsmon.h"
 #include "tovmsrid.h"
 #include "tovmtrce.h"
@@ -18,6 +17,7 @@
 #include "znmcontrol.h"
 #include "znmmovedtrees.h"
 #include "znmpaths.h"
+#include "znmreadfile.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmmove"));
 
@@ -229,9 +229,8 @@ bool Migration::CanChangeQmIni() const
         m_trace.Parms("The new configuration file is read-only: attrib -r \"%S\"", strQmIni);
         return false;
     }
-    const FileHandle file(CreateFileW(strQmIni, GENERIC_READ | GENERIC_WRITE,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const FileHandle file = ZNOpenShared(static_cast<const wchar_t*>(strQmIni), GENERIC_READ | GENERIC_WRITE,
+                                         FILE_ATTRIBUTE_NORMAL);
     const DWORD nRefused = GetLastError();
     if (file || nRefused == ERROR_SHARING_VIOLATION || nRefused == ERROR_LOCK_VIOLATION)
         return true;

@@ -24,21 +24,6 @@ bool HasLength(const std::wstring& strOld, const std::wstring& strNew, size_t nL
         return findings.Add(ZN_FINDING::PATH_TOO_LONG, strOld);
     return strNew.size() <= nLongest || findings.Add(ZN_FINDING::NEW_PATH_TOO_LONG, strOld);
 }
-
-// How many names a file has. Nothing if it cannot be asked; nError is then the system's error code.
-std::optional<DWORD> CountNames(const std::wstring& strPath, DWORD& nError)
-{
-    const FileHandle file(CreateFileW(strPath.c_str(), FILE_READ_ATTRIBUTES,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-    nError = GetLastError();
-    if (!file)
-        return std::nullopt;
-    BY_HANDLE_FILE_INFORMATION information = {};
-    const BOOL fRead = GetFileInformationByHandle(file.Get(), &information);
-    nError = GetLastError();
-    return fRead ? std::optional(information.nNumberOfLinks) : std::nullopt;
-}
 } // namespace
 
 // Which directories and files the move reads, and which it would write.
@@ -135,14 +120,15 @@ class CZNMovedTrees::Overlaps
     // A file that an old one would overwrite.
     void VisitLeftover(const std::wstring& strPath, bool fLink)
     {
-        DWORD nError = ERROR_SUCCESS;
-        const auto nNames = CountNames(strPath, nError);
-        const auto identity = nNames ? CZNIdentity::Of(strPath, nullptr, &nError) : std::nullopt;
+        BY_HANDLE_FILE_INFORMATION information = {};
+        DWORD nError = ZNReadInformation(strPath, information);
+        const auto identity =
+            nError == ERROR_SUCCESS ? CZNIdentity::Of(strPath, nullptr, &nError) : std::nullopt;
         if (!identity)
             m_findings.Add(ZN_FINDING::NOT_IDENTIFIED, strPath, nError);
         else if (fLink)
             m_findings.Add(ZN_FINDING::LINK_OVERWRITTEN, strPath);
-        else if (*nNames > 1 || m_leftovers.Add(*identity, strPath) != strPath)
+        else if (information.nNumberOfLinks > 1 || m_leftovers.Add(*identity, strPath) != strPath)
             m_findings.Add(ZN_FINDING::MANY_NAMES, strPath);
     }
 

@@ -4,6 +4,7 @@
 #include <cwchar>
 
 #include "tovmsrid.h"
+#include "znmreadfile.h"
 #include "znmwalk.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmprobe"));
@@ -85,9 +86,7 @@ bool CZNTimeProbe::Makes(uint64_t nTime, uint64_t nKept)
         m_strFile = strFile;
     }
     else
-        file = FileHandle(CreateFileW(m_strFile.c_str(), FILE_WRITE_ATTRIBUTES,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                      OPEN_EXISTING, 0, nullptr));
+        file = ZNOpenShared(m_strFile, FILE_WRITE_ATTRIBUTES);
     const FILETIME time = {static_cast<DWORD>(nTime), static_cast<DWORD>(nTime >> 32)};
     if (!file || !SetFileTime(file.Get(), nullptr, nullptr, &time))
         return false;

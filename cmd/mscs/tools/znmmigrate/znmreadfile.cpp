@@ -1,16 +1,27 @@
 // Opens for reading only and lets every other program go on.
 #include "znmreadfile.h"
 
-#include "owner.h"
 #include "tovmsrid.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmreadfile"));
 
+FileHandle ZNOpenShared(const std::wstring& strPath, DWORD nAccess, DWORD nFlags)
+{
+    constexpr DWORD ALL = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    return FileHandle(CreateFileW(strPath.c_str(), nAccess, ALL, nullptr, OPEN_EXISTING, nFlags, nullptr));
+}
+
+DWORD ZNReadInformation(const std::wstring& strPath, BY_HANDLE_FILE_INFORMATION& information)
+{
+    const FileHandle file = ZNOpenShared(strPath, FILE_READ_ATTRIBUTES);
+    const bool fRead = file && GetFileInformationByHandle(file.Get(), &information) != 0;
+    const DWORD nError = GetLastError();
+    return fRead ? DWORD{ERROR_SUCCESS} : nError;
+}
+
 DWORD ZNReadPieces(const std::wstring& strPath, const std::function<void(std::string_view)>& take)
 {
-    const FileHandle file(CreateFileW(strPath.c_str(), GENERIC_READ,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                      OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    const FileHandle file = ZNOpenShared(strPath, GENERIC_READ, FILE_FLAG_SEQUENTIAL_SCAN);
     DWORD nError = GetLastError();
     if (!file)
         return nError;

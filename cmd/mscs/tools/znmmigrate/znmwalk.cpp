@@ -6,6 +6,7 @@
 
 #include "owner.h"
 #include "tovmsrid.h"
+#include "znmreadfile.h"
 
 ZNM_SOURCE_ID(ZNM_MIGRATE_TOOL("znmwalk"));
 
@@ -134,18 +135,11 @@ DWORD ZNAskFile(const std::wstring& strPath, bool fLink, ZNEntryState& state)
             state = StateOf(attributes);
         return fRead ? DWORD{ERROR_SUCCESS} : nError;
     }
-    const FileHandle file(CreateFileW(strPath.c_str(), FILE_READ_ATTRIBUTES,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-    DWORD nError = GetLastError();
-    if (!file)
-        return nError;
     BY_HANDLE_FILE_INFORMATION information = {};
-    const BOOL fRead = GetFileInformationByHandle(file.Get(), &information);
-    nError = GetLastError();
-    if (fRead)
+    const DWORD nError = ZNReadInformation(strPath, information);
+    if (nError == ERROR_SUCCESS)
         state = StateOf(information);
-    return fRead ? DWORD{ERROR_SUCCESS} : nError;
+    return nError;
 }
 
 bool CZNListing::Read(const std::wstring& strDir, CZNFindings& findings)
