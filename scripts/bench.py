@@ -5,7 +5,6 @@
 SERVER is the process number of Wine's server, whose processor time belongs to the programs that it serves.
 """
 import collections
-import math
 import os
 import pathlib
 import re
@@ -145,26 +144,6 @@ def report_moves():
            for who in ("flow", "detail")])
 
 
-def plot():
-    """Milliseconds a file, from 0 to the next whole number, against the number of files."""
-    wide = {n: who for (tree, n), who in moves.items() if tree == "wide"}
-    top = math.ceil(max(middle(who[name]) / n for n, who in wide.items() for name in ("floor", "tarvel", "xcopy")))
-    at_x, at_y = lambda n: 60 + 480 * math.log(n / 100, 200), lambda y: 320 - 280 * y / top
-    svg = ['<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 640 360" font-family="sans-serif" font-size="13">',
-           '<rect width="640" height="360" fill="white"/>',
-           '<text x="60" y="24">Milliseconds a file against number of files</text>']
-    svg += [f'<path d="M60 {at_y(y):.0f} H540" stroke="#ddd"/><text x="50" y="{at_y(y) + 4:.0f}" text-anchor="end">{y}</text>'
-            for y in range(top + 1)]
-    svg += [f'<text x="{at_x(n):.1f}" y="340" text-anchor="middle">{n}</text>' for n in wide]
-    for name, title, colour, shift in (("floor", "floor", "#777777", 4), ("tarvel", "tarvel", "#0055aa", -6),
-                                       ("xcopy", "xcopy, rd", "#cc5500", 14)):
-        points = [(at_x(n), at_y(middle(who[name]) / n)) for n, who in wide.items()]
-        svg += [f'<circle cx="{x:.1f}" cy="{y:.1f}" r="3" fill="{colour}"/>' for x, y in points]
-        svg.append(f'<path d="M{" L".join(f"{x:.1f} {y:.1f}" for x, y in points)}" fill="none" stroke="{colour}" '
-                   f'stroke-width="2"/><text x="550" y="{points[-1][1] + shift:.1f}" fill="{colour}">{title}</text>')
-    (BENCH / "performance.svg").write_text("\n".join(svg + ["</svg>", ""]))
-
-
 def report_programs():
     print("Starting programs", flush=True)
     rounds = [[timed([PROGRAMS / f"{name}.exe"])[2] for name in ("bench_empty", "bench_imports", "tarvel")] for _ in range(21)]
@@ -210,7 +189,6 @@ def main():
     for tree, files, rounds in ("wide", 100, 9), ("wide", 1000, 11), ("deep", 600, 3), ("large", 4, 5), ("wide", 20_000, 2):
         measure(tree, files, rounds, "floor", "tarvel", "xcopy", "looks", *(["flow", "detail"] if files == 1000 else []))
     report_moves()
-    plot()
     report_programs()
     (BENCH / "report.md").write_text("\n".join([*report, ""]))
     print(*report, sep="\n")
