@@ -35,7 +35,7 @@ bool ZNTakeControlEvents()
     return SetConsoleCtrlHandler(&OnControlEvent, TRUE) != FALSE;
 }
 
-void ZNFinishWhatever()
+void ZNIgnoreControlEvents()
 {
     AcquireSRWLockExclusive(&s_lock);
     s_fFinish = true;

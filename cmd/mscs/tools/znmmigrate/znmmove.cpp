@@ -240,7 +240,7 @@ bool Migration::CanChangeQmIni() const
 
 bool Migration::NameNewPlaces()
 {
-    ZNFinishWhatever();
+    ZNIgnoreControlEvents();
 
     // A failure leaves both copies and the configuration as it was.
     const CW2A narrowPrefix(WithoutTrailingBackslash(m_app.m_strDataDest));

@@ -20,9 +20,9 @@ CZNMDebug* s_pInstance = nullptr;
 
 constexpr size_t MAX_TEXT = 1024;
 
-// Returns the format with every directive that has no argument turned into plain text. Required: texts that
-// were formatted once are used as formats again. They can contain what a user typed, and a directive in that
-// must not read or write memory.
+// Returns the format with every directive that has no argument turned into plain text. Texts that were
+// formatted once are used as formats again. They can contain what a user typed, and a directive in that must
+// not read or write memory.
 template <class Char>
 std::basic_string<Char> Neutralized(const Char* pszFormat, size_t nArguments)
 {
@@ -74,7 +74,8 @@ void CZNMDebug::Output(int nFunction, int nProbe, uint32_t nSeverity, const wcha
         XCS_INSERTS inserts = {};
         std::memcpy(inserts.achEyeCatcher, "XMSA", sizeof inserts.achEyeCatcher);
         inserts.apszText[0] = narrowText;
-        // Required: every failure record names this line, wherever the call stands.
+        // By design every failure record names this line, wherever the call stands: function and probe tell
+        // records apart.
         constexpr int RECORD_LINE = 140;
         xcsSaveFileContextSccsId(ZNM_CLUSTER_LIBRARY("tovmdbgn"), RECORD_LINE);
         xcsVORTFn(ZNM_COMPONENT, static_cast<uint16_t>(nFunction), nProbe, XCS_RC_PROGRAM_FAILURE, &inserts,
@@ -82,7 +83,7 @@ void CZNMDebug::Output(int nFunction, int nProbe, uint32_t nSeverity, const wcha
     }
     else if (CZNMTrace::WantsParms())
     {
-        // Required: the text is used as a format, so that "%%" in it becomes "%".
+        // By design the text is used as a format: "%%" in it is "%" in the trace.
         const CW2A narrowText(strText);
         if (const char* const pszText = narrowText)
             CZNMTrace::Record(nFunction, Neutralized(pszText, 0).c_str());

@@ -17,8 +17,8 @@ ZNM_SOURCE_ID(ZNM_CLUSTER_LIBRARY("tovmflse"));
 
 namespace
 {
-// The last answer of the volume test. Required: one answer for all objects, although each object remembers
-// by itself which volume it tested last.
+// The last answer of the volume test. By design all objects share it, although each remembers for itself
+// which volume it tested last: how often the product is asked depends on that.
 BOOL s_fDiskSupportsSecurity = TRUE;
 
 // SIDs found in an access list.
@@ -134,7 +134,7 @@ const CZNMFileSecurity::Variant CZNMFileSecurity::Variant::Directory = {
     .nFunction = FN_CHANGE_DIR_SECURITY,
     .nInheritance = INHERIT_ALL,
     .noSid = {.nProbe = 11, .pszFormat = L"Create SID error, directory: %s"},
-    .unreadable = {}, // required: only traced
+    .unreadable = {}, // by design only traced: the probes of records depend on it
     .noAce = {.nProbe = 12, .pszFormat = L"Unable to retrieve ACE in ACL!"},
     .wrongAceType = {.nProbe = 13, .pszFormat = L"Incorrect ACE type specified!"},
     .invalidSid = {.nProbe = 14, .pszFormat = L"Invalid SID specified in ACE!"},
@@ -356,7 +356,7 @@ LocalAcl CZNMFileSecurity::BuildAccessList(const CZNMTrace& trace, const Variant
     if (world.nAccessMode != 0 && (old.fSids & SID_WORLD) != 0)
         add(L"World", m_pWorldSid.Get(), world.nPermissions, static_cast<ACCESS_MODE>(world.nAccessMode),
             world.nInheritance, "Added World to access list structure");
-    if (m_pUserSid) // required: inherited also on a file, unlike the fixed entries
+    if (m_pUserSid) // by design with inheritance on a file too, where it has no effect
         add(m_strUser, m_pUserSid.Get(), GENERIC_ALL, SET_ACCESS, INHERIT_ALL,
             "Added specified user to access list structure");
     trace.Text("Created access control lists!");
@@ -398,7 +398,8 @@ BOOL CZNMFileSecurity::WriteAccessList(const CZNMTrace& trace, const Variant& va
 
 // --- Volumes -------------------------------------------------------------------------------------
 
-// True if a path counts as being on the volume tested last. Required: only the first character is compared.
+// True if a path counts as being on the volume tested last. By design only the first character is compared,
+// so that all shares have the answer of the first one.
 bool CZNMFileSecurity::IsVolumeTested(const wchar_t* pszPath) const
 {
     return std::towlower(m_szRootPath[0]) == std::towlower(pszPath[0]);

