@@ -206,6 +206,8 @@ class Installation : public TempDir
                 WriteAll(path, ReadAll(path).replace(0, 1, "?"));
             else if (strVerb == "touch")
                 WriteAll(path, ReadAll(path));
+            else if (strVerb == "zero") // as a machine that failed leaves it
+                WriteAll(path, ReadAll(path).substr(0, 9) + std::string(20, '\0'));
             else if (strVerb == "cut")
                 fs::resize_file(path, 1, missing);
             else if (strVerb == "remove")
@@ -280,10 +282,13 @@ class Installation : public TempDir
         fs::remove(root / "report");
         return result;
     }
-    // Likewise, with the trace of the run in strTrace.
+    // Likewise, with the trace of the run in strTrace, and with what is done at the pause as a script.
     RunResult Traced(const std::wstring& strWords, const std::string& strFaults = "",
-                     const std::function<void()>& atPause = nullptr)
+                     const std::string& strAtPause = "")
     {
+        std::function<void()> atPause = [&] { Do(strAtPause); };
+        if (strAtPause.empty())
+            atPause = nullptr;
         SetEnvironmentVariableW(L"ZN_TRACE", L"detail");
         const RunResult result = Run(strWords, strFaults, atPause);
         SetEnvironmentVariableW(L"ZN_TRACE", nullptr);
