@@ -72,6 +72,7 @@ TEST(Safety, MoveEndsBeforeAnythingIsLost)
         {"link NL\\ctl OD\\a", OLD},
         {"link ND\\a OD\\a", OLD},
         {"link ND\\s OL\\active", OLD},
+        {"link ND\\s OL\\active", OLD, "GetFileInformationByHandleEx:1:a:0:57"}, // without identifiers
         {"write ND\\qm.ini Channels:", OTHERS},
         {"write ND;remove ND;write ND\\b;copy OD\\qm.ini ND\\qm.ini;append ND\\qm.ini Channels:", OTHERS},
         {"write ND\\b;copy OD\\qm.ini ND\\qm.ini;manager qm!1 R\\NewData",
@@ -235,6 +236,7 @@ TEST(Safety, MovesThatLoseNothingAreNotRefused)
         {.pszVolume = "C:/zns.ini"},
         {.pszVolume = "behind"},
         {.pszVolume = "changing"},
+        {.pszVolume = "blank"},
         {.pszVolume = "template"},
     };
     for (const auto& c : cases)

@@ -3,6 +3,7 @@
 //     seconds      times of files are kept in whole seconds
 //     behind       listings know neither size nor time of any file yet
 //     changing     a directory has another identity each time it is opened
+//     blank        no directory has one
 //     template     the new volume was made from the same template as the old one: what has the same path
 //                  there has the same identity
 //     <path>       the library names zns.ini by this path
@@ -48,14 +49,15 @@ void AddBehind(Hooks& hooks)
     }));
 }
 
-void AddChanging(Hooks& hooks)
+void AddIdentifiers(Hooks& hooks, bool fBlank)
 {
-    hooks.push_back(
-        Hook(GetFileInformationByHandleEx, [n = 0](HANDLE h, auto eClass, void* p, auto nSize) mutable {
-            const BOOL fRead = GetFileInformationByHandleEx(h, eClass, p, nSize);
-            std::memcpy(&static_cast<FILE_ID_INFO*>(p)->FileId, &++n, sizeof n);
-            return fRead;
-        }));
+    hooks.push_back(Hook(GetFileInformationByHandleEx,
+                         [fBlank, n = 0](HANDLE h, auto eClass, void* p, auto nSize) mutable {
+                             const BOOL fRead = GetFileInformationByHandleEx(h, eClass, p, nSize);
+                             FILE_ID_128& id = static_cast<FILE_ID_INFO*>(p)->FileId;
+                             fBlank ? std::memset(&id, 0xFF, sizeof id) : std::memcpy(&id, &++n, sizeof n);
+                             return fRead;
+                         }));
 }
 
 void AddTemplate(Hooks& hooks)
@@ -120,8 +122,8 @@ void ReplaceVolumes()
         AddSeconds(s_hooks);
     else if (strVolume == "behind")
         AddBehind(s_hooks);
-    else if (strVolume == "changing")
-        AddChanging(s_hooks);
+    else if (strVolume == "changing" || strVolume == "blank")
+        AddIdentifiers(s_hooks, strVolume == "blank");
     else if (strVolume == "template")
         AddTemplate(s_hooks);
     else if (!strVolume.empty())
