@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <set>
-#include <tuple>
 
 #include "znmdecide.h"
 
@@ -14,12 +13,6 @@ using enum ZN_RELATION;
 using enum ZN_RECORDED;
 using enum ZN_CONF;
 
-bool IsIn(const ZNPairFacts& pair, ZN_SIDE eStays)
-{
-    const ZN_RELATION e = pair.eRelation;
-    return e == SAME || (eStays == ZN_NEW ? e == OLD_IN_NEW : e == NEW_IN_OLD || e == CUT);
-}
-
 ZN_SIDE Other(ZN_SIDE eSide)
 {
     return eSide == ZN_OLD ? ZN_NEW : ZN_OLD;
@@ -29,8 +22,10 @@ ZN_SIDE Other(ZN_SIDE eSide)
 bool IsWhole(const ZNPairFacts& pair, ZN_SIDE eSide)
 {
     const ZN_PRESENCE eOther = pair.aePresence[Other(eSide)];
+    const ZN_RELATION e = pair.eRelation;
+    const bool fContains = e == SAME || (eSide == ZN_NEW ? e == OLD_IN_NEW : e == NEW_IN_OLD || e == CUT);
     return pair.aePresence[eSide] == THERE && pair.aeRecorded[eSide] != OTHER &&
-           (eOther == GONE || (eOther == THERE && IsIn(pair, eSide)));
+           (eOther == GONE || (eOther == THERE && fContains));
 }
 bool IsWhole(const ZNFacts& facts, ZN_CONF eConf)
 {
@@ -56,10 +51,7 @@ std::vector<ZNPairFacts> AllPairs()
 // Whether a step may be advised, whatever the state is called.
 bool IsHarmless(const ZNStep& step, const std::vector<ZNStep>& steps, const ZNFacts& facts)
 {
-    const auto has = [&](ZN_STEP e) {
-        return std::ranges::any_of(steps, [&](const ZNStep& other) { return other.eStep == e; });
-    };
-    const ZNPairFacts& pair = facts.aPairs[step.eTree];
+    const ZNPairFacts &pair = facts.aPairs[step.eTree], &log = facts.aPairs[ZN_LOG];
     const ZN_SIDE eStays = Other(step.eSide);
     const bool fNamed = ZNCountingSide(facts.eConf, step.eTree) == step.eSide;
     const bool fProved = pair.aePresence[step.eSide] == THERE && IsWhole(pair, eStays);
@@ -68,7 +60,9 @@ bool IsHarmless(const ZNStep& step, const std::vector<ZNStep>& steps, const ZNFa
     case ZN_STEP::REMOVE:
         return fProved && !fNamed && pair.eTie == ZN_TIE::FREE && !step.fOnlyIf &&
                (step.eTree == ZN_DATA || &step == &steps.front()) && // the log may lie in the data
-               !has(ZN_STEP::EDIT_PREFIX) && !has(ZN_STEP::EDIT_LOG_PATH);
+               std::ranges::none_of(steps, [](const ZNStep& other) {
+                   return other.eStep == ZN_STEP::EDIT_PREFIX || other.eStep == ZN_STEP::EDIT_LOG_PATH;
+               });
     case ZN_STEP::ASIDE:
         return (fProved || step.fOnlyIf) && !fNamed && pair.eTie != ZN_TIE::HELD &&
                pair.aePresence[step.eSide] == THERE && pair.aePresence[eStays] == THERE;
@@ -76,12 +70,9 @@ bool IsHarmless(const ZNStep& step, const std::vector<ZNStep>& steps, const ZNFa
         return pair.aePresence[step.eSide] == THERE &&
                (step.fOnlyIf || (step.eSide == ZN_OLD ? IsWhole(facts, OLD) : IsWhole(pair, ZN_NEW)));
     case ZN_STEP::EDIT_LOG_PATH:
-        return IsWhole(facts.aPairs[ZN_LOG], ZN_NEW);
+        return IsWhole(log, ZN_NEW);
     case ZN_STEP::COPY_LOG: // over what the old tree has
-    {
-        const ZNPairFacts& log = facts.aPairs[ZN_LOG];
         return IsWhole(log, ZN_OLD) && (log.aePresence[ZN_NEW] == GONE || log.eTie == ZN_TIE::FREE);
-    }
     case ZN_STEP::MOVE:
         return facts.fAccepts && facts.eConf == OLD && IsWhole(facts, OLD);
     case ZN_STEP::MOVE_BACK:
@@ -94,18 +85,17 @@ bool IsHarmless(const ZNStep& step, const std::vector<ZNStep>& steps, const ZNFa
 // What holds of a verdict while the look is good and the queue manager does not run.
 bool IsRight(const ZNVerdict& verdict, const ZNFacts& facts)
 {
-    const bool fOldGone = std::ranges::all_of(
-        facts.aPairs, [](const ZNPairFacts& pair) { return pair.aePresence[ZN_OLD] == GONE; });
-    const bool fWayOn =
-        std::ranges::all_of(facts.aPairs,
-                            [](const ZNPairFacts& pair) { return pair.eTie == ZN_TIE::FREE; }) &&
-        (IsWhole(facts, OLD) || IsWhole(facts, BETWEEN) || IsWhole(facts, NEW));
-    bool fRight =
-        (verdict.eStatus == ZN_STATUS_OK) ==
-            (facts.eConf == NEW && IsWhole(facts, facts.eConf) && fOldGone) &&
-        (verdict.eStatus != ZN_STATUS_NOT_MOVED || facts.eConf == OLD) &&
-        (verdict.eStatus != ZN_STATUS_TO_DO || verdict.finish.size() + verdict.takeBack.size() > 0) &&
-        (verdict.eStatus != ZN_STATUS_CANNOT_TELL || !fWayOn);
+    const auto isGone = [](const ZNPairFacts& pair) { return pair.aePresence[ZN_OLD] == GONE; };
+    const auto isFree = [](const ZNPairFacts& pair) { return pair.eTie == ZN_TIE::FREE; };
+    const ZN_STATUS e = verdict.eStatus;
+    bool fRight = (e == ZN_STATUS_OK) == (facts.eConf == NEW && IsWhole(facts, facts.eConf) &&
+                                          std::ranges::all_of(facts.aPairs, isGone)) &&
+                  (e != ZN_STATUS_NOT_MOVED || facts.eConf == OLD) &&
+                  (e != ZN_STATUS_TO_DO || verdict.finish.size() + verdict.takeBack.size() > 0) &&
+                  (e != ZN_STATUS_CANNOT_TELL || !std::ranges::all_of(facts.aPairs, isFree) ||
+                   (!IsWhole(facts, OLD) && !IsWhole(facts, BETWEEN) && !IsWhole(facts, NEW))) &&
+                  (verdict.eStart == ZN_START::YES) ==
+                      (e <= ZN_STATUS_NOT_MOVED || verdict.eState == ZN_STATE::MOVED_LEFT);
     for (const ZN_TREE eTree : {ZN_DATA, ZN_LOG})
     {
         const ZNPairFacts& pair = facts.aPairs[eTree];
@@ -125,10 +115,10 @@ bool IsRight(const ZNVerdict& verdict, const ZNFacts& facts)
 TEST(Decide, KeepsItsRulesForEveryCombination)
 {
     const std::vector<ZNPairFacts> pairs = AllPairs();
-    std::set<std::tuple<ZN_STATE, ZN_STATUS, ZN_START>> reached;
+    std::set<ZN_STATE> reached;
     const auto test = [&](ZNFacts facts) {
         const ZNVerdict verdict = ZNDecide(facts);
-        reached.insert({verdict.eState, verdict.eStatus, verdict.eStart});
+        reached.insert(verdict.eState);
         facts.fRuns = true; // it is ended first
         const ZNVerdict running = ZNDecide(facts);
         facts.eLook = ZN_LOOK::UNDER_WAY;
@@ -148,14 +138,5 @@ TEST(Decide, KeepsItsRulesForEveryCombination)
             for (const ZNPairFacts& log : pairs)
                 for (const bool fAccepts : {false, true})
                     test({ZN_LOOK::OK, eConf, false, fAccepts, !fAccepts, {data, log}});
-    using enum ZN_STATE;
-    const auto NO = ZN_START::NO, YES = ZN_START::YES;
-    EXPECT_EQ(reached, (decltype(reached){{CANNOT_TELL, ZN_STATUS_CANNOT_TELL, NO},
-                                          {NOT_MOVED, ZN_STATUS_NOT_MOVED, YES},
-                                          {IN_BETWEEN, ZN_STATUS_TO_DO, NO},
-                                          {MOVED, ZN_STATUS_OK, YES},
-                                          {MOVED_LEFT, ZN_STATUS_TO_DO, YES},
-                                          {NEW_AHEAD, ZN_STATUS_TO_DO, NO},
-                                          {OLD_AHEAD, ZN_STATUS_TO_DO, NO},
-                                          {LOG_BEHIND, ZN_STATUS_TO_DO, NO}}));
+    EXPECT_EQ(reached.size(), 8U); // all but UNDER_WAY
 }
