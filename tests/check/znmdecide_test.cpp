@@ -13,15 +13,10 @@ using enum ZN_RELATION;
 using enum ZN_RECORDED;
 using enum ZN_CONF;
 
-ZN_SIDE Other(ZN_SIDE eSide)
-{
-    return eSide == ZN_OLD ? ZN_NEW : ZN_OLD;
-}
-
 // The tree has everything that is known of.
 bool IsWhole(const ZNPairFacts& pair, ZN_SIDE eSide)
 {
-    const ZN_PRESENCE eOther = pair.aePresence[Other(eSide)];
+    const ZN_PRESENCE eOther = pair.aePresence[eSide == ZN_OLD ? ZN_NEW : ZN_OLD];
     const ZN_RELATION e = pair.eRelation;
     const bool fContains = e == SAME || (eSide == ZN_NEW ? e == OLD_IN_NEW : e == NEW_IN_OLD || e == CUT);
     return pair.aePresence[eSide] == THERE && pair.aeRecorded[eSide] != OTHER &&
@@ -33,26 +28,11 @@ bool IsWhole(const ZNFacts& facts, ZN_CONF eConf)
            IsWhole(facts.aPairs[ZN_LOG], ZNCountingSide(eConf, ZN_LOG));
 }
 
-std::vector<ZNPairFacts> AllPairs()
-{
-    std::vector<ZNPairFacts> pairs;
-    for (const ZN_PRESENCE eOld : {THERE, GONE, UNSEEN})
-        for (const ZN_PRESENCE eNew : {THERE, GONE, UNSEEN})
-            for (const ZN_RELATION eRelation : {SAME, OLD_IN_NEW, NEW_IN_OLD, CUT, APART})
-                for (const ZN_RECORDED eOldRecorded : {NONE, IS, GREW, OTHER})
-                    for (const ZN_RECORDED eNewRecorded : {NONE, IS, GREW, OTHER})
-                        for (const ZN_TIE eTie : {ZN_TIE::FREE, ZN_TIE::LINKED, ZN_TIE::HELD})
-                            if (eRelation == APART || (eOld == THERE && eNew == THERE))
-                                pairs.push_back(
-                                    {{eOld, eNew}, {eOldRecorded, eNewRecorded}, eRelation, eTie});
-    return pairs;
-}
-
 // Whether a step may be advised, whatever the state is called.
 bool IsHarmless(const ZNStep& step, const std::vector<ZNStep>& steps, const ZNFacts& facts)
 {
     const ZNPairFacts &pair = facts.aPairs[step.eTree], &log = facts.aPairs[ZN_LOG];
-    const ZN_SIDE eStays = Other(step.eSide);
+    const ZN_SIDE eStays = step.eSide == ZN_OLD ? ZN_NEW : ZN_OLD;
     const bool fNamed = ZNCountingSide(facts.eConf, step.eTree) == step.eSide;
     const bool fProved = pair.aePresence[step.eSide] == THERE && IsWhole(pair, eStays);
     switch (step.eStep)
@@ -114,7 +94,16 @@ bool IsRight(const ZNVerdict& verdict, const ZNFacts& facts)
 
 TEST(Decide, KeepsItsRulesForEveryCombination)
 {
-    const std::vector<ZNPairFacts> pairs = AllPairs();
+    std::vector<ZNPairFacts> pairs;
+    for (const ZN_PRESENCE eOld : {THERE, GONE, UNSEEN})
+        for (const ZN_PRESENCE eNew : {THERE, GONE, UNSEEN})
+            for (const ZN_RELATION eRelation : {SAME, OLD_IN_NEW, NEW_IN_OLD, CUT, APART})
+                for (const ZN_RECORDED eOldRecorded : {NONE, IS, GREW, OTHER})
+                    for (const ZN_RECORDED eNewRecorded : {NONE, IS, GREW, OTHER})
+                        for (const ZN_TIE eTie : {ZN_TIE::FREE, ZN_TIE::LINKED, ZN_TIE::HELD})
+                            if (eRelation == APART || (eOld == THERE && eNew == THERE))
+                                pairs.push_back(
+                                    {{eOld, eNew}, {eOldRecorded, eNewRecorded}, eRelation, eTie});
     std::set<ZN_STATE> reached;
     const auto test = [&](ZNFacts facts) {
         const ZNVerdict verdict = ZNDecide(facts);
