@@ -3,18 +3,22 @@
 
 #include <gmock/gmock.h>
 
+#include <map>
 #include <regex>
 #include <set>
 #include <sstream>
 
 #include "messagetexts.h"
 
-enum Goal
+inline constexpr char FINISH[] = "To finish the move:", TAKE_BACK[] = "To take the move back:";
+
+// See faults/faults.cpp.
+inline std::string Fault(const std::string& strFunction, size_t nCall, const std::string& strRest)
 {
-    FINISH,
-    TAKE_BACK
-};
-constexpr const char* HEADINGS[] = {"To finish the move:", "To take the move back:"};
+    std::ostringstream fault;
+    fault << strFunction << ":" << std::hex << nCall << ":" << strRest;
+    return fault.str();
+}
 
 class Checked : public Installation
 {
@@ -24,52 +28,38 @@ class Checked : public Installation
     {
         return Run(strWords, strFaults, atPause, "tarvelcheck.exe");
     }
-    RunResult After(const std::string& strFaults = "", const std::function<void()>& atPause = nullptr)
-    {
-        return Look(AfterWords(), strFaults, atPause);
-    }
+    RunResult After(const auto&... args) { return Look(AfterWords(), args...); }
     std::wstring AfterWords() const { return L"after " + strMove + (fRecord ? Record() : strOldPlaces); }
     std::wstring Record() const { return L" /record " + Quoted(root / "QM1 before.txt"); }
-    void MakeRecord()
-    {
-        fRecord = true;
-        fs::remove(root / "QM1 before.txt");
-        const RunResult result = Look(L"before " + strMove + Record());
-        EXPECT_EQ(result.nStatus, 0u) << result.strOut;
-        rest[L"QM1 before.txt"] = ReadAll(root / "QM1 before.txt");
-    }
 
-    // Makes what a move leaves that ended after the copy, between the changes of the two files, before the
-    // deletion, or whole.
-    enum End
+    // Verbs without a path: a record, or what is left of a move that ended after the copy, or later.
+    Checked()
     {
-        COPIED,
-        BETWEEN,
-        LEFT,
-        MOVED
-    };
-    void Leave(End eEnd)
-    {
-        fs::create_directories(newData.parent_path());
-        fs::create_directories(newLog.parent_path());
-        for (const auto& [from, to] : {std::pair(oldData, newData), std::pair(oldLog, newLog)})
-            if (eEnd == MOVED)
-                fs::rename(from, to);
-            else
-                fs::copy(from, to, fs::copy_options::recursive);
-        if (eEnd >= BETWEEN)
-            Apply({.pszInZnsIni = "\\olddata", .pszInstead = "\\newdata"});
-        if (eEnd >= LEFT)
-            WriteAll(newData / "qm.ini", "Log:\n   LogPath=" + newLog.string() + "\\\n# kept");
+        const std::map<std::string, Verb> more = {
+            {"record",
+             [this](auto...) {
+                 fs::remove(root / "QM1 before.txt");
+                 fRecord = Look(L"before " + strMove + Record()).nStatus == 0;
+             }},
+            {"copied", [this](auto...) { Do("copy ND OD;copy NL OL"); }},
+            {"between", [this](auto...) { Do("copied;prefix"); }},
+            {"left", [this](auto...) { Do("copied;named"); }},
+            {"moved", [this](auto...) { Do("move ND OD;move NL OL;named"); }},
+            {"prefix", [this](auto...) { Do("zns \\\\olddata \\newdata"); }},
+            {"named",
+             [this](auto...) { Do("prefix;write ND\\qm.ini Log:\n   LogPath=" + At("NL\\\n# kept")); }},
+            {"zns", [this](auto path, auto str) { Replace(work / "zns.ini", path.string(), str); }}};
+        verbs.insert(more.begin(), more.end());
     }
 
     // Executes the first nMost lines below a heading: commands by cmd.exe, edits by hand; a look only tells
     // with which words to look next. What is to be done only if the queue manager ran, or did not run, from a
     // place is done as ran and fRan say. False if there is nothing to do.
-    bool Follow(const std::string& strAdvice, Goal eGoal, int nMost = 99)
+    bool Follow(const std::string& strAdvice, const char* pszGoal, int nMost = 99)
     {
-        std::istringstream lines(
-            strAdvice.substr(std::min(strAdvice.find(HEADINGS[eGoal]), strAdvice.size())));
+        std::istringstream lines(strAdvice.substr(std::min(strAdvice.find(pszGoal), strAdvice.size())));
+        const std::regex edit("edit \"(.*)\": in the stanza .* the line must read (.*)=(.*)");
+        std::smatch match;
         bool fAny = false;
         std::string strLine;
         std::getline(lines, strLine);
@@ -86,9 +76,12 @@ class Checked : public Installation
                 break;
             if (const size_t nWords = strLine.find("tarvelcheck.exe\" after "); nWords != std::string::npos)
                 strNextLook = strWide.substr(nWords + 17);
-            else if (strLine.starts_with("edit "))
-                Edit(strLine);
-            else if (strLine.find("tarvelcheck.exe") == std::string::npos)
+            else if (std::regex_match(strLine, match, edit))
+                Replace(match[1].str(),
+                        (match[2] == "Prefix" ? "(Name=QM1[^]*?\n[ \t]*Prefix" : "(\n[ \t]*LogPath") +
+                            std::string("[ \t]*=)[^\r\n]*"),
+                        "$1" + match[3].str());
+            else
                 RunProgram(L"C:\\windows\\system32\\cmd.exe", L"/c \"" + strWide + L"\"", root);
             if (strLine.find("tarvel.exe") != std::string::npos)
                 ran.clear();
@@ -97,22 +90,20 @@ class Checked : public Installation
         return fAny;
     }
 
-    // Asks and follows until nothing is left to do; what was said otherwise.
-    std::string Recover(Goal eGoal)
+    // Asks and follows until nothing is left to do.
+    bool Recover(const char* pszGoal)
     {
         strNextLook = AfterWords();
-        std::string strSaid;
         for (int nRound = 0; nRound < 8; ++nRound)
         {
             const RunResult said = Look(strNextLook);
-            strSaid += State() + "\n" + std::to_string(said.nStatus) + "\n" + said.strOut;
-            if (said.nStatus == (eGoal == FINISH ? 0 : 1) &&
-                (eGoal == FINISH || said.strOut.find(HEADINGS[TAKE_BACK]) == std::string::npos))
-                return "";
-            if (!Follow(said.strOut, eGoal) && !Follow(said.strOut, FINISH))
-                break;
+            if (said.nStatus == (pszGoal == FINISH ? 0 : 1) &&
+                (pszGoal == FINISH || said.strOut.find(TAKE_BACK) == std::string::npos))
+                return true;
+            if (!Follow(said.strOut, pszGoal) && !Follow(said.strOut, FINISH))
+                return false;
         }
-        return strSaid + State();
+        return false;
     }
 
     std::wstring strMove = MoveWords(), strNextLook;
@@ -121,19 +112,11 @@ class Checked : public Installation
     std::set<std::string> ran;          // the directories from which it ran since the last copy
 
   private:
-    static void Edit(const std::string& strLine)
+    // The first of what a pattern stands for.
+    static void Replace(const fs::path& file, const std::string& strPattern, const std::string& strNew)
     {
-        std::smatch match;
-        ASSERT_TRUE(std::regex_match(
-            strLine, match, std::regex("edit \"(.*)\": in the stanza .* the line must read (.*)=(.*)")));
-        const std::string strText = ReadAll(match[1].str());
-        const size_t nStanza = match[2] == "Prefix" ? strText.find("Name=QM1") : 0;
-        std::smatch line;
-        const auto begin = strText.begin() + static_cast<ptrdiff_t>(nStanza);
-        ASSERT_TRUE(std::regex_search(begin, strText.end(), line,
-                                      std::regex("\n[ \t]*" + match[2].str() + "[ \t]*=([^\r\n]*)")));
-        std::ofstream(fs::path(match[1].str()), std::ios::binary)
-            << std::string(strText.begin(), line[1].first) << match[3].str()
-            << std::string(line[1].second, strText.end());
+        const std::string strText = std::regex_replace(ReadAll(file), std::regex(strPattern), strNew,
+                                                       std::regex_constants::format_first_only);
+        std::ofstream(file, std::ios::binary) << strText;
     }
 };

@@ -40,8 +40,8 @@ TEST(Safety, MoveEndsBeforeAnythingIsLost)
         {.nMessage = 32, .strName = std::wstring(300, L'Q'), .pszState = UNCHANGED},
         {.nMessage = 32, .strName = L"\xD800%n", .pszState = UNCHANGED},
         {.nMessage = 0, .strNewLog = L"newlog\" \"", .strName = L"\"\"", .pszState = UNCHANGED},
-        {.pszBefore = "edit Directory=QM!1 Directory=..", .nMessage = 32, .pszState = UNCHANGED},
-        {.pszBefore = "edit Name=Inst1 Name=Inst2", .nMessage = 32, .pszState = UNCHANGED},
+        {.pszBefore = "configured Directory=QM!1 Directory=..", .nMessage = 32, .pszState = UNCHANGED},
+        {.pszBefore = "configured Name=Inst1 Name=Inst2", .nMessage = 32, .pszState = UNCHANGED},
         {.nMessage = 42, .strNewData = L"newdata\\", .strNewLog = L"oldlog", .pszState = UNCHANGED},
         {.nMessage = 37, .strNewLog = L"newlog:stream", .pszState = NOTHING_LOST},
         {.nMessage = 37, .strNewData = L"newdata::$INDEX_ALLOCATION", .pszState = NOTHING_LOST},
@@ -74,10 +74,10 @@ TEST(Safety, MoveEndsBeforeAnythingIsLost)
         {"link ND\\s OL\\active", OLD},
         {"link ND\\s OL\\active", OLD, "GetFileInformationByHandleEx:1:a:0:57"}, // without identifiers
         {"write ND\\qm.ini Channels:", OTHERS},
-        {"write ND;remove ND;write ND\\b;copy OD\\qm.ini ND\\qm.ini;append ND\\qm.ini Channels:", OTHERS},
-        {"write ND\\b;copy OD\\qm.ini ND\\qm.ini;manager qm!1 R\\NewData",
+        {"write ND;remove ND;write ND\\b;copy ND\\qm.ini OD\\qm.ini;append ND\\qm.ini Channels:", OTHERS},
+        {"write ND\\b;copy ND\\qm.ini OD\\qm.ini;manager qm!1 R\\NewData",
          OTHERS}, // which could be this one's
-        {"move W R\\QM!1;link W R\\QM!1;write OL\\zns.ini log", ZNS_INI, "", "", 38, L"newdata", L""},
+        {"move R\\QM!1 W;link W R\\QM!1;write OL\\zns.ini log", ZNS_INI, "", "", 38, L"newdata", L""},
         {"link ND\\s W;write OD\\s\\zns.ini data", ZNS_INI},
         {"link OD\\link W", ZNS_INI},
         {"", NEW, "", "", 38, L"OLDDATA"},
@@ -89,8 +89,8 @@ TEST(Safety, MoveEndsBeforeAnythingIsLost)
         {"link R\\newlog R\\newdata\\qmgrs", SHARED},
         {"write NL\\active\\y;link ND\\s NL\\active", SHARED},
         {"link OD\\s\\up OD", "A link leads back"},
-        {"move OL R\\gone", UNLISTED},
-        {"move OL R\\gone;write OL", UNLISTED},
+        {"move R\\gone OL", UNLISTED},
+        {"move R\\gone OL;write OL", UNLISTED},
         {"", UNLISTED, "FindFirstFileExW:2:o:ffffffffffffffff:5"},     // a directory that may not be read
         {"", UNLISTED, "FindNextFileW:3:o:0:5"},                       // and one that cannot be to its end
         {"file OL 259", TOO_LONG, "", "", 38, L"newdata", L"newlogs"}, // files may have 259 characters,
@@ -116,10 +116,10 @@ TEST(Safety, MoveEndsBeforeAnythingIsLost)
         {"", LINK, SECURED, "swap OL NL"},
         {"", MISSING, SECURED, "remove ND\\a"},
         {"", MISSING, SECURED, "remove NL\\active\\x\\log2"},
-        {"", LINK, SECURED, "move OD\\s R\\s;copy R\\s OD\\s"},
+        {"", LINK, SECURED, "move R\\s OD\\s;copy OD\\s R\\s"},
         {"", APPEARED, SECURED, "write OD\\0 new"},
         {"", APPEARED, SECURED, "write OL\\z new"},
-        {"", MISSING, SECURED, "move OL R\\aside"},
+        {"", MISSING, SECURED, "move R\\aside OL"},
         {"", LINK, BETWEEN, "swap ND\\s OD\\s", 40},
         {"", LINK, BETWEEN, "swap NL OL", 40},
         {"", LINK, BETWEEN, "swap OD\\s ND\\s", 40},
@@ -127,19 +127,19 @@ TEST(Safety, MoveEndsBeforeAnythingIsLost)
         {"", TIME, BETWEEN, "flip ND\\a", 40},
         {"", MISSING, CHANGED, "remove ND\\a", 40},
         {"", MISSING, CHANGED, "remove NL\\active\\x\\log2", 40},
-        {"", MISSING, CHANGED, "move R\\newlog R\\gone", 40},
-        {"", LINK, CHANGED, "move OD\\s R\\s;copy R\\s OD\\s", 40},
+        {"", MISSING, CHANGED, "move R\\gone R\\newlog", 40},
+        {"", LINK, CHANGED, "move R\\s OD\\s;copy OD\\s R\\s", 40},
     };
     for (const auto& c : cases)
     {
         SCOPED_TRACE(testing::Message() << "case " << &c - cases << " " << c.pszBefore << c.pszThen);
         Installation zn;
-        FileHandle held = zn.Do(c.pszBefore);
-        if (!held)
+        zn.Do(c.pszBefore);
+        if (!zn.held)
             zn.Remember();
         const RunResult result =
             zn.Traced(zn.MoveWords(c.strName, c.strNewData, c.strNewLog), c.pszFault, c.pszThen);
-        held.Close();
+        zn.held.Close();
         EXPECT_EQ(result.nStatus, FAILED);
         EXPECT_EQ(result.strOut, "");
         EXPECT_EQ(result.strErr, c.nMessage == SILENT ? "" : Message(c.nMessage) + USAGE);
@@ -204,7 +204,7 @@ TEST(Safety, MovesThatLoseNothingAreNotRefused)
         {"xcsCreateDirectory:2:o:1:0"},
         {"SHFileOperationW:1:o:7c:0"},
         {"SHFileOperationW:2:k:0:0"},
-        {"SHFileOperationW:2:k:0:0", "zero ND\\qm.ini"}, // a copy that was cut off
+        {"SHFileOperationW:2:k:0:0", "zeros ND\\qm.ini"}, // a copy that was cut off
         {"SetNamedSecurityInfoW:9:a:5:5"},
         {"xcsIniUtilWrite:1:o:1:0"},
         {"xcsIniUtilWrite:1:k:0:0"},
@@ -217,8 +217,8 @@ TEST(Safety, MovesThatLoseNothingAreNotRefused)
         {.pszPrefix = "bystander/../olddata"},
         {.pszLogPath = "oldlog\\\\QM!1"},
         {.pszLogPath = ".\\oldlog/QM!1/"},
-        {.pszBefore = "move OL OD\\QM!1", .pszLogPath = "olddata\\qmgrs\\QM!1\\QM!1\\"},
-        {.pszBefore = "move OL OD\\QM!1",
+        {.pszBefore = "move OD\\QM!1 OL", .pszLogPath = "olddata\\qmgrs\\QM!1\\QM!1\\"},
+        {.pszBefore = "move OD\\QM!1 OL",
          .pszLogPath = "olddata\\qmgrs\\QM!1\\QM!1\\",
          .pszNewLog = "newdata\\qmgrs\\QM!1"},
         {.pszBefore = "remove OL", .pszLogPath = "olddata\\qmgrs\\QM!1\\"}, // one directory for both
@@ -247,7 +247,7 @@ TEST(Safety, MovesThatLoseNothingAreNotRefused)
         if (*c.pszEarlier != '\0')
             zn.Run(zn.MoveWords(), c.pszEarlier);
         zn.Do(c.pszBefore);
-        zn.Do("edit " + strRoot + "olddata " + strRoot + c.pszPrefix);
+        zn.Do("configured " + strRoot + "olddata " + strRoot + c.pszPrefix);
         WriteAll(zn.oldData / "qm.ini", "Log:\n   LogPath=" + strRoot + c.pszLogPath + "\n# kept");
         zn.Remember();
         zn.log = TakeSnapshot(zn.root / c.pszLogPath);

@@ -18,7 +18,7 @@ constexpr wchar_t WORDS[] = L"/m QM1 /dd ?\\newdata /ld ?\\newlog\\";
 constexpr char OWNER_FAULTS[] = "SetNamedSecurityInfoW:1:a:5:5;LookupPrivilegeValueW:1:o:0:8;"
                                 "OpenProcessToken:1:o:0:9;AdjustTokenPrivileges:1:o:0:a";
 constexpr char OLD_FILE[] = "write OD\\s\\f x;protect OD\\s\\f";
-#define OWNER "edit InstallationName=Inst1 InstallationName="
+#define OWNER "configured InstallationName=Inst1 InstallationName="
 #define NO_SECURITY "xcsVolumeSupportsSecurity:1:a:40806178:0;"
 
 // With a root of one component, as each component has its lines when directories are created.

@@ -93,46 +93,11 @@ inline RunResult RunProgram(const fs::path& program, const std::wstring& strWord
     return result;
 }
 
-// A queue manager that runs and refuses to end. It is killed with the object: it would outlive the test, and
-// hold what ctest waits for.
-class RefusingQueueManager
-{
-  public:
-    explicit RefusingQueueManager(const std::wstring& strName)
-    {
-        const std::wstring strReady = L"Local\\ZN.Test." + std::to_wstring(GetCurrentProcessId());
-        const KernelHandle ready(CreateEventW(nullptr, TRUE, FALSE, strReady.c_str()));
-        m_process = StartProgram(ProgramFolder() / "sampleqm.exe",
-                                 L"run " + strName + L" /refuse /ready " + strReady, ProgramFolder());
-        const HANDLE ah[] = {ready.Get(), m_process.Get()};
-        fRuns = WaitForMultipleObjects(2, ah, FALSE, INFINITE) == WAIT_OBJECT_0;
-    }
-    ~RefusingQueueManager()
-    {
-        TerminateProcess(m_process.Get(), 9);
-        WaitForSingleObject(m_process.Get(), INFINITE);
-    }
-    bool fRuns = false;
-
-  private:
-    KernelHandle m_process;
-};
-
 // A file that somebody has open, and shares with others as nShare says.
 inline FileHandle Hold(const fs::path& path, DWORD nShare = 0)
 {
     return FileHandle(CreateFileW(path.c_str(), GENERIC_READ, nShare, nullptr, OPEN_EXISTING, 0, nullptr));
 }
-
-// What somebody does to an installation, in this order; nothing where there is no path. Paths below the root.
-struct Change
-{
-    const char* pszRemove = ""; // a file or a tree
-    const char *pszWrite = "", *pszText = "x";
-    DWORD nAttributes = FILE_ATTRIBUTE_NORMAL;
-    const char *pszLink = "", *pszTarget = "";      // a directory, made if it is missing
-    const char *pszInZnsIni = "", *pszInstead = ""; // its text
-};
 
 class Installation : public TempDir
 {
@@ -159,107 +124,29 @@ class Installation : public TempDir
         SetEnvironmentVariableW(L"ZN_WORK_PATH", work.c_str());
     }
 
-    void Apply(const Change& change) const
+    // Does what a script says: "verb path [path or text]", several things with ';' between them. Paths begin
+    // with OD, OL, ND, NL (the old and new data and log directories), W (the work path) or R (the root).
+    void Do(const std::string& strScript)
     {
-        if (*change.pszRemove != '\0')
-            fs::remove_all(root / change.pszRemove);
-        if (*change.pszWrite != '\0')
-            WriteAll(root / change.pszWrite, change.pszText, change.nAttributes);
-        if (*change.pszLink != '\0')
+        std::istringstream steps(strScript);
+        for (std::string strStep, strVerb, strPath, strOther; std::getline(steps, strStep, ';');
+             strPath.clear(), strOther.clear())
         {
-            fs::create_directories(root / change.pszTarget);
-            MakeLink(root / change.pszLink, root / change.pszTarget);
+            std::istringstream step(strStep);
+            std::getline(step >> strVerb >> strPath >> std::ws, strOther, '\0');
+            const fs::path path = At(strPath);
+            if (path.is_absolute())
+                fs::create_directories(path.parent_path());
+            verbs.at(strVerb)(path, At(strOther));
         }
-        if (*change.pszInZnsIni != '\0')
-            WriteAll(work / "zns.ini",
-                     Replaced(ReadAll(work / "zns.ini"), change.pszInZnsIni, change.pszInstead));
     }
-
-    // Does what somebody does: "verb path [path or text]", several things with ';' between them. Paths begin
-    // with OD, OL, ND, NL (the old and new data and log directories), W (the work path) or R (the root). Does
-    // nothing where something is missing. Returns the file that is held.
-    FileHandle Do(const std::string& strScript)
+    std::string At(const std::string& str) const
     {
         const std::map<std::string, fs::path> places = {{"OD", oldData}, {"OL", oldLog}, {"ND", newData},
                                                         {"NL", newLog},  {"W", work},    {"R", root}};
-        const auto at = [&](const std::string& str) {
-            const size_t nPlace = std::min(str.find('\\'), str.size());
-            const auto place = places.find(str.substr(0, nPlace));
-            return place != places.end() ? place->second.string() + str.substr(nPlace) : str;
-        };
-        FileHandle held;
-        std::error_code missing;
-        std::istringstream steps(strScript);
-        for (std::string strStep, strVerb, strPath, strOther; std::getline(steps, strStep, ';');
-             strOther.clear())
-        {
-            std::istringstream words(strStep);
-            std::getline(words >> strVerb >> strPath >> std::ws, strOther, '\0');
-            const fs::path path = at(strPath), other = at(strOther);
-            if (path.has_parent_path())
-                fs::create_directories(path.parent_path());
-            if (strVerb == "write")
-                WriteAll(path, strOther);
-            else if (strVerb == "append")
-                std::ofstream(path, std::ios::app) << strOther;
-            else if (strVerb == "flip" && fs::exists(path)) // another content of that length
-                WriteAll(path, ReadAll(path).replace(0, 1, "?"));
-            else if (strVerb == "touch")
-                WriteAll(path, ReadAll(path));
-            else if (strVerb == "zero") // as a machine that failed leaves it
-                WriteAll(path, ReadAll(path).substr(0, 9) + std::string(20, '\0'));
-            else if (strVerb == "cut")
-                fs::resize_file(path, 1, missing);
-            else if (strVerb == "remove")
-                fs::remove_all(path, missing);
-            else if (strVerb == "copy")
-                fs::copy(path, other, fs::copy_options::recursive, missing);
-            else if (strVerb == "move")
-                fs::rename(path, other, missing);
-            else if (strVerb == "hard")
-                fs::create_hard_link(other, path);
-            else if (strVerb == "hold")
-                held = Hold(path);
-            else if (strVerb == "busy") // for a moment
-            {
-                static std::jthread s_release;
-                s_release = std::jthread([busy = Hold(path, std::stoul("0" + strOther))] { Sleep(300); });
-            }
-            else if (strVerb == "protect")
-                SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY);
-            else if (strVerb == "round") // the times of its files to whole seconds
-                for (const char* psz : {"a", "s\\t\\c", "s\\t\\u\\d"})
-                    fs::last_write_time(path / psz, std::chrono::floor<std::chrono::seconds>(
-                                                        fs::last_write_time(path / psz)));
-            else if (strVerb == "edit") // the last place in zns.ini with these words
-                WriteAll(work / "zns.ini",
-                         strZnsIni.replace(strZnsIni.rfind(strPath), strPath.size(), strOther));
-            else if (strVerb == "manager") // another one of that directory name
-                WriteAll(work / "zns.ini",
-                         strZnsIni += "QueueManager:\n Name=QM2\n Prefix=" + other.string() +
-                                      "\n Directory=" + strPath + "\n InstallationName=Inst1\n");
-            else if (strVerb == "file" || strVerb == "directory") // with a path of that length
-            {
-                const size_t nLength = std::stoul(strOther) - path.string().size() - 1;
-                const std::wstring strLong = L"\\\\?\\" + (path / std::string(nLength, 'n')).wstring();
-                if (strVerb == "file")
-                    std::ofstream{fs::path(strLong)};
-                else
-                    CreateDirectoryW(strLong.c_str(), nullptr); // the runtime's own refuse the prefix
-            }
-            else if (strVerb == "link") // to what is made if it is missing
-            {
-                if (!fs::exists(other))
-                    fs::create_directories(other);
-                MakeLink(path, other);
-            }
-            else if (strVerb == "swap" && fs::exists(other)) // for a link
-            {
-                fs::rename(path, path.string() + ".aside", missing);
-                MakeLink(path, other);
-            }
-        }
-        return held;
+        const size_t nPlace = std::min(str.find('\\'), str.size());
+        const auto place = places.find(str.substr(0, nPlace));
+        return place != places.end() ? place->second.string() + str.substr(nPlace) : str;
     }
 
     // Takes what the old trees hold now for what must not get lost.
@@ -341,8 +228,70 @@ class Installation : public TempDir
                    newLog = root / "newlog\\QM!1";
     Snapshot data, log, rest;
     std::string strZnsIni, strReport, strTrace;
+    FileHandle held;
+    std::error_code missing; // what is done to what is not there is not done
+    using Verb = std::function<void(const fs::path&, const std::string&)>;
+    std::map<std::string, Verb> verbs = {
+        {"write", [](auto path, auto str) { WriteAll(path, str); }},
+        {"append", [](auto path, auto str) { std::ofstream(path, std::ios::app) << str; }},
+        {"flip", // another content of that length
+         [](auto path, auto) {
+             fs::exists(path) ? WriteAll(path, ReadAll(path).replace(0, 1, "?")) : void();
+         }},
+        {"zeros", [](auto path, auto) { WriteAll(path, std::string(fs::file_size(path), '\0')); }},
+        {"touch", [](auto path, auto) { WriteAll(path, ReadAll(path)); }},
+        {"cut", [this](auto path, auto) { fs::resize_file(path, 1, missing); }},
+        {"remove", [this](auto path, auto) { fs::remove_all(path, missing); }},
+        {"move", [this](auto path, auto from) { fs::rename(from, path, missing); }},
+        {"copy", [](auto path, auto from) { fs::copy(from, path, fs::copy_options::recursive); }},
+        {"hard", [](auto path, auto target) { fs::create_hard_link(target, path); }},
+        {"link", // to what is made if it is missing
+         [](auto path, auto target) {
+             fs::exists(target) || fs::create_directories(target);
+             MakeLink(path, target);
+         }},
+        {"swap", // for a link
+         [this](auto path, auto target) {
+             if (!fs::exists(target))
+                 return;
+             fs::rename(path, path.string() + ".aside", missing);
+             MakeLink(path, target);
+         }},
+        {"hold", [this](auto path, auto) { held = Hold(path); }},
+        {"busy", // held for a moment
+         [](auto path, auto strShare) {
+             static std::jthread s_release;
+             s_release = std::jthread([busy = Hold(path, std::stoul("0" + strShare))] { Sleep(300); });
+         }},
+        {"protect", [](auto path, auto) { SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY); }},
+        {"round", // the times of files to whole seconds
+         [](auto path, auto) {
+             for (const char* psz : {"a", "s\\t\\c", "s\\t\\u\\d"})
+                 fs::last_write_time(
+                     path / psz, std::chrono::floor<std::chrono::seconds>(fs::last_write_time(path / psz)));
+         }},
+        {"configured", // with other words in the last place of zns.ini that has these
+         [this](auto words, auto str) {
+             strZnsIni.replace(strZnsIni.rfind(words.string()), words.string().size(), str);
+             WriteAll(work / "zns.ini", strZnsIni);
+         }},
+        {"manager", // another queue manager with that directory name and prefix
+         [this](auto name, auto strPrefix) {
+             strZnsIni += "QueueManager:\n Name=QM2\n Prefix=" + strPrefix + "\n Directory=" + name.string() +
+                          "\n InstallationName=Inst1\n";
+             WriteAll(work / "zns.ini", strZnsIni);
+         }},
+        {"file", [](auto path, auto strLength) { std::ofstream{Long(path, strLength)}; }},
+        {"directory", // the runtime's own refuse such a path
+         [](auto path, auto strLength) { CreateDirectoryW(Long(path, strLength).c_str(), nullptr); }}};
 
   private:
+    // A path of that length.
+    static fs::path Long(const fs::path& dir, const std::string& strLength)
+    {
+        const size_t nName = std::stoul(strLength) - dir.string().size() - 1;
+        return L"\\\\?\\" + (dir / std::string(nName, 'n')).wstring();
+    }
     static std::string Replaced(std::string str, const std::string& strOld, const std::string& strNew)
     {
         return str.replace(str.find(strOld), strOld.size(), strNew);
