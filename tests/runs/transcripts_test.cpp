@@ -17,6 +17,13 @@ constexpr wchar_t WORDS[] = L"/m QM1 /dd ?\\newdata /ld ?\\newlog\\";
 #define RUNS "xcsIsSubpoolActive:1:a:0:0;"
 constexpr char OWNER_FAULTS[] = "SetNamedSecurityInfoW:1:a:5:5;LookupPrivilegeValueW:1:o:0:8;"
                                 "OpenProcessToken:1:o:0:9;AdjustTokenPrivileges:1:o:0:a";
+// Other steps fail for each of the directories that are created.
+constexpr char UNREADABLE[] = "xcsVolumeSupportsSecurity:1:o:1:0;GetNamedSecurityInfoW:1:o:5:5;"
+                              "GetAce:3:o:0:1;SetEntriesInAclW:2:o:8:8;SHFileOperationW:1:o:7c:0";
+constexpr char ABSENT[] = "GetNamedSecurityInfoW:1:o:2:2;IsValidSid:3:o:0:539;"
+                          "SetNamedSecurityInfoW:3:o:57:57;SHFileOperationW:1:o:7c:0";
+constexpr char AGAIN[] =
+    "GetNamedSecurityInfoW:1:o:3:3;LookupAccountNameW:1:o:0:7a;SHFileOperationW:1:o:7c:0";
 constexpr char QM_INI[] = "olddata\\qmgrs\\QM!1\\qm.ini";
 constexpr char OLD_FILE[] = "olddata\\qmgrs\\QM!1\\s\\f";
 #define NO_SECURITY "xcsVolumeSupportsSecurity:1:a:40806178:0;"
@@ -92,13 +99,20 @@ TEST(Transcripts, AreAsKept)
         {"end-32-installation-record", "xcsGetInstallationDetails:1:a:0:0"},
         {"end-32-primary", "xcsGetInstallationDetails:1:a:10006164:0", WORDS, "Installation0"},
         {"end-33", RUNS "xcsExecProgramHandle:1:o:1:0"},
+        {"end-37-access", "_waccess:2:o:ffffffff:5"},
+        {"end-37-attributes", "GetFileAttributesW:2:o:ffffffff:45d", L"/m QM1 /dd ?\\data /ld ?\\log"},
         {"end-37-file", "", WORDS, "Inst1", "newlog\\QM!1", "newlog\\QM!1"},
         {"end-37-parent", "", L"/m QM1 /dd ?\\bystander\\file /ld ?\\log"},
         {"end-38-created", NO_SECURITY "xcsCreateDirectory:2:o:1:5", L"/m QM1 /dd ?\\data /ld ?\\log"},
         {"end-38-copy", "SetCurrentDirectoryW:1:a:0:3;SHFileOperationW:1:o:7c:0"},
         {"end-38-owner", OWNER_FAULTS, WORDS, "Inst1", "none", OLD_FILE},
         {"end-38-owner-gone", "SetNamedSecurityInfoW:2:a:2:2"},
+        {"end-38-rights", UNREADABLE, L"/m QM1 /dd ?\\data\\x /ld ?\\newlog"},
+        {"end-38-rights-absent", ABSENT, WORDS, "Inst1", "newdata"},
+        {"end-38-rights-again", AGAIN, WORDS, "Inst1", "newlog\\QM!1"},
+        {"end-38-merge", "SetEntriesInAclW:1:a:8:8"},
         {"end-38-sid-znm", "LookupAccountNameW:1:o:0:534"},
+        {"end-38-sid-znm-again", "LookupAccountNameW:1:a:0:7a"},
         {"end-38-sid-system", "AllocateAndInitializeSid:1:o:0:539"},
         {"end-38-sid-world", "AllocateAndInitializeSid:2:o:0:539"},
         {"end-38-sid-admin", "AllocateAndInitializeSid:3:o:0:539"},
