@@ -1,5 +1,5 @@
-#include "tracecapture.h"
 #include "tovmsebs.h"
+#include "tracecapture.h"
 
 namespace
 {
@@ -7,65 +7,60 @@ constexpr DWORD NEEDED = 1 << 20; // size of a SID that does not fit the first b
 
 struct SecurityID : CZNMSecurityID
 {
-    using CZNMSecurityID::m_pAdminSid, CZNMSecurityID::m_pSystemSid, CZNMSecurityID::m_pUserSid,
-        CZNMSecurityID::m_pWorldSid, CZNMSecurityID::m_pZnmSid;
+    using CZNMSecurityID::m_pUserSid, CZNMSecurityID::m_pZnmSid;
 };
 } // namespace
 
 TEST(SecurityID, AccountLookupTriesTwiceAndRecordsEachFailure)
 {
-    const struct
+    using Records = std::vector<std::string>;
+    const std::tuple<DWORD, DWORD, size_t, const char*, Records> cases[] = {
+        // results of both look-ups; size of the allocation that fails; account and sizes of each look-up
+        {122, 0, 0, "s64,1024 s1048576,1024 ", {}},
+        {0, 0, 64, "", {"! 46/1 Error allocating ZNM SID buffer (1)"}},
+        {0, 0, 64, "", {"! 51/12 Error allocating User SID buffer (1)"}},
+        {1332, 0, 0, "s64,1024 ", {"! 51/16 Error 1332 looking up User account (1)"}},
+        {122,
+         122,
+         NEEDED,
+         "z64,1024 z0,1024 no buffer ",
+         {"! 46/3 Error allocating ZNM SID buffer (2)", "! 46/4 Error 122 looking up ZNM account name (2)"}},
+        {122,
+         122,
+         NEEDED,
+         "s64,1024 s0,1024 no buffer ",
+         {"! 51/14 Error allocating User SID buffer (2)",
+          "! 51/15 Error 122 looking up User account name (2)"}}};
+    for (const auto& [nFirst, nSecond, nRefused, pszLookups, records] : cases)
     {
-        DWORD nFirst, nSecond; // results of both look-ups
-        size_t nRefused;       // size of the allocation that fails
-        std::string strZnm, strUser;
-    } cases[] = {
-        {0, 0, 0, "", ""},
-        {122, 0, 0, "", ""},
-        {0, 0, 64, "! 46/1 Error allocating ZNM SID buffer (1)",
-         "! 51/12 Error allocating User SID buffer (1)"},
-        {1332, 0, 0, "! 46/5 Error 1332 looking up ZNM account (1)",
-         "! 51/16 Error 1332 looking up User account (1)"},
-        {122, 1332, 0, "! 46/4 Error 1332 looking up ZNM account name (2)",
-         "! 51/15 Error 1332 looking up User account name (2)"},
-        {122, 122, NEEDED,
-         "! 46/3 Error allocating ZNM SID buffer (2)! 46/4 Error 122 looking up ZNM account name (2)",
-         "! 51/14 Error allocating User SID buffer (2)! 51/15 Error 122 looking up User account name (2)"}};
-    for (const auto& c : cases)
-        for (const bool fUser : {false, true})
+        Capture capture;
+        std::vector<DWORD> results = {nSecond, nFirst};
+        std::ostringstream lookups;
+        const auto lookup =
+            Hook(LookupAccountNameW,
+                 [&](auto, LPCWSTR pszName, PSID pSid, DWORD* pnSid, auto, DWORD* pnDomain, auto...) -> BOOL {
+                     lookups << static_cast<char>(*pszName) << *pnSid << "," << *pnDomain
+                             << (pSid != nullptr ? " " : " no buffer ");
+                     SetLastError(results.back());
+                     results.pop_back();
+                     *pnSid = NEEDED;
+                     *pnDomain = 5000; // more than there is: must not come back
+                     return GetLastError() == 0 && CreateWellKnownSid(WinLocalSid, nullptr, pSid, pnSid);
+                 });
+        SecurityID id;
+        const bool fUser = records.empty() || records[0].starts_with("! 51");
         {
-            Capture capture;
-            int nCalls = 0;
-            const auto lookup =
-                Hook(LookupAccountNameW,
-                     [&](LPCWSTR pszSystem, LPCWSTR pszName, PSID pSid, DWORD* pnSid, auto, DWORD* pnDomain,
-                         auto* peUse) -> BOOL {
-                         const bool fFirst = ++nCalls == 1;
-                         EXPECT_STREQ(pszName, fUser ? L"someone" : L"znm");
-                         EXPECT_TRUE(pszSystem == nullptr && *peUse == 8 && *pnDomain == 1024);
-                         EXPECT_EQ(*pnSid, fFirst ? 64 : c.nRefused == NEEDED ? 0 : NEEDED);
-                         EXPECT_EQ(pSid == nullptr, !fFirst && c.nRefused == NEEDED);
-                         if ((fFirst ? c.nFirst : c.nSecond) == 0)
-                             return CreateWellKnownSid(WinLocalSid, nullptr, pSid, pnSid);
-                         *pnSid = NEEDED;
-                         *pnDomain = 5000; // more than there is: must not come back
-                         return SetLastError(fFirst ? c.nFirst : c.nSecond), FALSE;
-                     });
-            SecurityID id;
-            {
-                bool fLeft = true; // only the first: others may need a block of that size
-                xihProcess = {};
-                const auto memory = Hook(malloc, [&](size_t n) {
-                    return n == c.nRefused && std::exchange(fLeft, false) ? nullptr : malloc(n);
-                });
-                fUser ? id.CreateUserSid(nullptr, L"someone") : id.CreateZnmSid(nullptr);
-            }
-            std::string strRecords;
-            for (const std::string& str : capture.Only("!"))
-                strRecords += str;
-            EXPECT_EQ(strRecords, fUser ? c.strUser : c.strZnm);
-            EXPECT_EQ(!(fUser ? id.m_pUserSid : id.m_pZnmSid), !strRecords.empty()) << c.nFirst;
+            bool fLeft = true; // only the first: others may need a block of that size
+            xihProcess = {};
+            const auto memory = Hook(malloc, [&, nSize = nRefused](size_t n) {
+                return n == nSize && std::exchange(fLeft, false) ? nullptr : malloc(n);
+            });
+            fUser ? id.CreateUserSid(nullptr, L"someone") : id.CreateZnmSid(nullptr);
         }
+        EXPECT_EQ(lookups.str(), pszLookups);
+        EXPECT_EQ(capture.Only("!"), records);
+        EXPECT_EQ(!(fUser ? id.m_pUserSid : id.m_pZnmSid), !records.empty());
+    }
 }
 
 TEST(SecurityID, RegistryKeysAreOwnedBelowTheMachine)
@@ -76,8 +71,8 @@ TEST(SecurityID, RegistryKeysAreOwnedBelowTheMachine)
         EXPECT_TRUE(IsWellKnownSid(pOwner, WinBuiltinAdministratorsSid));
         return owned.push_back(psz), 0;
     });
-    const auto adjust = Hook(AdjustTokenPrivileges, [&](auto, BOOL fAll, TOKEN_PRIVILEGES* p, auto...) {
-        EXPECT_TRUE(!fAll && p->PrivilegeCount == 1 && p->Privileges[0].Attributes == SE_PRIVILEGE_ENABLED);
+    const auto adjust = Hook(AdjustTokenPrivileges, [&](auto, auto, TOKEN_PRIVILEGES* p, auto...) {
+        EXPECT_TRUE(p->PrivilegeCount == 1 && p->Privileges[0].Attributes == SE_PRIVILEGE_ENABLED);
         return SetLastError(ERROR_NOT_ALL_ASSIGNED), TRUE; // counts as enabled
     });
     {

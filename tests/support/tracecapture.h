@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -38,18 +37,14 @@ class Capture
         WriteImportSlot(m_ppParms, m_pRealParms);
     }
 
-    // The lines of these kinds, of all functions or of one.
-    std::vector<std::string> Only(const std::string& strKinds, int nFunction = 0) const
+    // The lines that begin so.
+    std::vector<std::string> Only(const std::string& strBegin) const
     {
         std::vector<std::string> result = lines;
-        std::erase_if(result, [&](const std::string& str) {
-            return strKinds.find(str[0]) == str.npos ||
-                   (nFunction != 0 && std::atoi(str.c_str() + 2) != nFunction);
-        });
+        std::erase_if(result, [&](const std::string& str) { return !str.starts_with(strBegin); });
         return result;
     }
-    bool Has(const std::string& strLine) const { return Count(strLine) > 0; }
-    ptrdiff_t Count(const std::string& strLine) const { return std::ranges::count(lines, strLine); }
+    bool Has(const std::string& strLine) const { return std::ranges::count(lines, strLine) > 0; }
 
     std::vector<std::string> lines;
     XTR_THREAD_AREA area = {};
