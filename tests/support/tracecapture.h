@@ -7,9 +7,7 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <cstdarg>
-#include <cstdio>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -25,8 +23,7 @@ class Capture
         s_pThis = this;
         WriteImportSlot(m_ppParms, reinterpret_cast<void*>(&Parms));
         xihProcess = {1, 1, 0};
-        area.fTraceActive = 1;
-        area.fDetailed = 1;
+        area.fTraceActive = area.fDetailed = 1;
         area.nOptions = XTR_OPTIONS_PARMS | XTR_OPTIONS_TEXT;
         TlsSetValue(xihTLSIndex, &area);
     }
@@ -44,7 +41,6 @@ class Capture
         std::erase_if(result, [&](const std::string& str) { return !str.starts_with(strBegin); });
         return result;
     }
-    bool Has(const std::string& strLine) const { return std::ranges::count(lines, strLine) > 0; }
 
     std::vector<std::string> lines;
     XTR_THREAD_AREA area = {};
