@@ -124,36 +124,31 @@ TEST(FileSecurity, EntryThatCannotBeJudgedEndsTheScan)
 TEST(FileSecurity, VolumeIsTestedOnceForEachFirstCharacter)
 {
     CZNMFileSecurity first(nullptr), second(nullptr);
-    std::string strTested;
-    int nAnswer = 0; // of the library, with the length of the volume's root
-    uint32_t nRootLength = 3;
-    const auto volume = Hook(xcsVolumeSupportsSecurity, [&](const char* psz, uint32_t* pn) {
-        return strTested = psz, *pn = nRootLength, nAnswer;
-    });
-    const std::tuple<CZNMFileSecurity&, const wchar_t*, int, bool, const char*> steps[] = {
-        // object, path, answer; result, tested path
-        {first, L"E:\\a\\b*c\\*", 0, true, "E:\\a"},
-        {first, L"e:\\other", 1, true, "none"},
-        {first, L"F:\\x", XCS_RC_NO_VOLUME_SECURITY, false, "F:\\x"},
+    constexpr uint32_t NONSENSE = 0xFFFFFFFF;
+    const std::wstring strLong = L"H:\\" + std::wstring(3000, L'x');
+    const std::tuple<CZNMFileSecurity&, std::wstring, uint32_t, bool, std::string> steps[] = {
+        // object, path, length of the volume's root; result, tested path
+        {first, L"E:\\a\\b*c\\*", 3, true, "E:\\a"},
+        {first, L"e:\\other", 3, true, ""},
+        {first, L"F:\\x", 3, false, "F:\\x"},
         // The answer is shared, the root is each object's.
-        {second, L"\\\\srv\\s", 0, true, "\\\\srv\\s"},
-        {first, L"F:\\y", 1, true, "none"},
+        {second, L"\\\\srv\\s", 3, true, "\\\\srv\\s"},
+        {first, L"F:\\y", 3, true, ""},
         // Without a root nothing is remembered.
-        {first, L"G:\\", 7, false, "G:\\"},
-        {first, L"G:\\", 7, false, "G:\\"},
+        {first, L"G:\\", 0, false, "G:\\"},
+        {first, L"G:\\", 0, false, "G:\\"},
+        {first, strLong, NONSENSE, true, "H:\\" + std::string(257, 'x')},
+        {first, L"H:\\y", 0, true, ""},
     };
-    for (const auto& [object, pszPath, nResult, fSupported, pszTested] : steps)
+    for (const auto& [object, strPath, nRootLength, fSupported, strExpected] : steps)
     {
-        strTested = "none";
-        nAnswer = nResult;
-        nRootLength = nResult == 7 ? 0 : 3;
-        EXPECT_EQ(object.DiskSupportsSecurity(pszPath), fSupported) << pszPath;
-        EXPECT_EQ(strTested, pszTested);
+        std::string strTested;
+        const auto volume = Hook(xcsVolumeSupportsSecurity, [&, n = nRootLength](auto psz, auto pn) {
+            return strTested = psz, *pn = n, psz[0] == 'F' || psz[0] == 'G';
+        });
+        EXPECT_EQ(object.DiskSupportsSecurity(strPath.c_str()), fSupported);
+        EXPECT_EQ(strTested, strExpected);
     }
-    nRootLength = 0xFFFFFFFF; // a library that reports nonsense, and a path that does not fit
-    first.DiskSupportsSecurity((L"H:\\" + std::wstring(3000, L'x')).c_str());
-    first.DiskSupportsSecurity(L"H:\\x");
-    EXPECT_EQ(strTested, "H:\\" + std::string(257, 'x'));
 }
 
 TEST(FileSecurity, WalkTakesPatternsAndGoesOnAfterFailingSearches)
