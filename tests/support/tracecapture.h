@@ -72,8 +72,7 @@ class Capture
         Hook(xtr_FNC_text, [this](int, int f, auto*, int, const char* psz) { Add("- ", f, " ", psz); }),
         Hook(xcsVORTFn,
              [this](int, int f, int nProbe, int, const XCS_INSERTS* p, auto...) {
-                 const char* const psz = p->apszText[0];
-                 Add("! ", f, "/", nProbe, " ", psz != nullptr ? psz : "(null)");
+                 Add("! ", f, "/", nProbe, " ", p->apszText[0] != nullptr ? p->apszText[0] : "(null)");
              }),
         // The library keeps more about a thread than the area, which here is the test's.
         Hook(xcsSaveFileContextSccsId, [](auto...) {})};
