@@ -125,32 +125,40 @@ TEST(FileSecurity, EntryThatCannotBeJudgedEndsTheScan)
 
 TEST(FileSecurity, VolumeIsTestedOnceForEachFirstCharacter)
 {
+    AccessLists lists;
     CZNMFileSecurity first(nullptr), second(nullptr);
-    constexpr uint32_t NONSENSE = 0xFFFFFFFF;
-    const std::wstring strLong = L"H:\\" + std::wstring(3000, L'x');
-    const std::tuple<CZNMFileSecurity&, std::wstring, uint32_t, bool, std::string> steps[] = {
-        // object, path, length of the volume's root; result, tested path
-        {first, L"E:\\a\\b*c\\*", 3, true, "E:\\a"},
-        {first, L"e:\\other", 3, true, ""},
-        {first, L"F:\\x", 3, false, "F:\\x"},
-        // The answer is shared, the root is each object's.
-        {second, L"\\\\srv\\s", 3, true, "\\\\srv\\s"},
-        {first, L"F:\\y", 3, true, ""},
-        // Without a root nothing is remembered.
-        {first, L"G:\\", 0, false, "G:\\"},
-        {first, L"G:\\", 0, false, "G:\\"},
-        {first, strLong, NONSENSE, true, "H:\\" + std::string(257, 'x')},
-        {first, L"H:\\y", 0, true, ""},
+    uint32_t nRootLength = 3;
+    std::string strTested;
+    const auto volume = Hook(xcsVolumeSupportsSecurity, [&](auto psz, auto pn) {
+        return strTested = psz, *pn = nRootLength, psz[0] == 'F' || psz[0] == 'G';
+    });
+    // What is tested, behind whether security is supported.
+    const auto test = [&](CZNMFileSecurity& object, const std::wstring& strPath) {
+        strTested = "";
+        return std::to_string(object.DiskSupportsSecurity(strPath.c_str())) + strTested;
     };
-    for (const auto& [object, strPath, nRootLength, fSupported, strExpected] : steps)
+    EXPECT_EQ(test(first, L"E:\\a\\b*c\\*"), "1E:\\a");
+    EXPECT_EQ(test(first, L"e:\\other"), "1");
+    EXPECT_EQ(test(first, L"F:\\x"), "0F:\\x");
+    EXPECT_EQ(test(second, L"\\\\srv\\s"), "1\\\\srv\\s");
+    EXPECT_EQ(test(first, L"F:\\y"), "1"); // the answer is shared, the root is each object's
+    nRootLength = 0;
+    for (const int nTime : {1, 2}) // without a root nothing is remembered
+        EXPECT_EQ(test(first, L"G:\\"), "0G:\\") << nTime;
+    nRootLength = 0xFFFFFFFF; // nonsense
+    EXPECT_EQ(test(first, L"H:\\" + std::wstring(3000, L'x')), "1H:\\" + std::string(257, 'x'));
+    EXPECT_EQ(test(first, L"H:\\y"), "1");
+    // The limit is that of the volume test and, on a tested volume, that of the walk.
+    for (const auto& [pszRoot, nLength, fTaken] : {std::tuple{L"K:\\", 261, FALSE},
+                                                   {L"H:\\", 1023, TRUE},
+                                                   {L"H:\\", 1024, FALSE},
+                                                   {L"I:\\", 260, TRUE}})
     {
-        std::string strTested;
-        const auto volume = Hook(xcsVolumeSupportsSecurity, [&, n = nRootLength](auto psz, auto pn) {
-            return strTested = psz, *pn = n, psz[0] == 'F' || psz[0] == 'G';
-        });
-        EXPECT_EQ(object.DiskSupportsSecurity(strPath.c_str()), fSupported);
-        EXPECT_EQ(strTested, strExpected);
+        const std::wstring strPath = pszRoot + std::wstring(nLength - 3, L'x');
+        EXPECT_EQ(first.SetSecurityOnFiles(strPath.c_str(), 0, 0, 1, 1, 0, 0), fTaken) << nLength;
     }
+    EXPECT_EQ(first.SetSecurityOnFiles(L"I:pattern", 1, 0, 1, 1, 0, 0), FALSE); // no backslash
+    EXPECT_EQ(std::ranges::count(lists.strWritten, L' '), 2);
 }
 
 TEST(FileSecurity, WalkTakesPatternsAndGoesOnAfterFailingSearches)
@@ -182,22 +190,4 @@ TEST(FileSecurity, WalkTakesPatternsAndGoesOnAfterFailingSearches)
     const std::string strError5 = " error 5, path '" + temp.root.string() + "\\tree\\s\\*'";
     EXPECT_THAT(capture.Only("! 31/"), ElementsAre("! 31/1 FindFirstFileEx(1)" + strError5,
                                                    "! 31/2 FindFirstFileEx(2)" + strError5));
-}
-
-// The limit is that of the volume test and, on a tested volume, that of the walk.
-TEST(FileSecurity, PathsThatCannotBeTakenAreFailures)
-{
-    AccessLists lists;
-    CZNMFileSecurity tested(nullptr);
-    tested.DiskSupportsSecurity(L"C:\\");
-    for (const auto& [nLength, fUntested, fTested] :
-         {std::tuple{260, TRUE, TRUE}, {261, FALSE, TRUE}, {1023, FALSE, TRUE}, {1024, FALSE, FALSE}})
-    {
-        const std::wstring strPath = L"C:\\" + std::wstring(nLength - 3, L'x');
-        CZNMFileSecurity untested(nullptr);
-        EXPECT_EQ(untested.SetSecurityOnFiles(strPath.c_str(), 0, 0, 1, 1, 0, 0), fUntested) << nLength;
-        EXPECT_EQ(tested.SetSecurityOnFiles(strPath.c_str(), 0, 0, 1, 1, 0, 0), fTested) << nLength;
-    }
-    EXPECT_EQ(tested.SetSecurityOnFiles(L"C:pattern", 1, 0, 1, 1, 0, 0), FALSE); // no backslash
-    EXPECT_EQ(std::ranges::count(lists.strWritten, L' '), 4);
 }

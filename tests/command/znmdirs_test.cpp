@@ -80,10 +80,10 @@ TEST_F(Directories, CopyOfALinkMustNotBeALink)
 
 TEST_F(Directories, DeletionNeverExaminesTheFirstEntry)
 {
-    const std::pair<const char*, DWORD> files[] = {
-        {"..a", FILE_ATTRIBUTE_READONLY}, {"s\\hidden", FILE_ATTRIBUTE_HIDDEN}, {"z", FILE_ATTRIBUTE_SYSTEM}};
     fs::create_directories(root / "y\\s");
-    for (const auto& [pszName, nAttributes] : files)
+    for (const auto& [pszName, nAttributes] : {std::pair("..a", FILE_ATTRIBUTE_READONLY),
+                                               {"s\\hidden", FILE_ATTRIBUTE_HIDDEN},
+                                               {"z", FILE_ATTRIBUTE_SYSTEM}})
     {
         WriteAll(root / "x" / pszName, "content", nAttributes);
         CopyFileW((root / "x" / pszName).c_str(), (root / "y" / pszName).c_str(), TRUE);
