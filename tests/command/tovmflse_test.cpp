@@ -80,7 +80,6 @@ TEST(FileSecurity, AccessListsAreMergedOrReplaced)
         {false, false, nullptr, 2, WORLD, "+ " + F + "0:80000000/2/0 "},
         {true, false, L"u", 1, WORLD, "+ " + R + "0:80000000/1/3 " + USER},
         {true, false, nullptr, 0, WORLD, "+ " + R},
-        {true, false, nullptr, 2, "D:(A;;GR;;;BU)", "+ " + R},
         {false, true, L"u", 2, WORLD, F + USER},
         {true, true, nullptr, 2, ALL, R},
         {true, false, nullptr, 2, "", R},

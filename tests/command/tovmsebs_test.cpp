@@ -1,21 +1,14 @@
+#include <numeric>
+
 #include "tovmsebs.h"
 #include "tracecapture.h"
 
-namespace
-{
 constexpr DWORD NEEDED = 1 << 20; // size of a SID that does not fit the first buffer
-
-struct SecurityID : CZNMSecurityID
-{
-    using CZNMSecurityID::m_pUserSid, CZNMSecurityID::m_pZnmSid;
-};
-} // namespace
 
 TEST(SecurityID, AccountLookupTriesTwiceAndRecordsEachFailure)
 {
     const std::tuple<DWORD, size_t, const char*, std::string> cases[] = {
-        // error of the look-ups; size of the allocation that fails; account and sizes of each look-up;
-        // records
+        // error of the look-ups; size of the allocation that fails; each look-up's account and sizes
         {0, 64, "", "! 46/1 Error allocating ZNM SID buffer (1)"},
         {0, 64, "", "! 51/12 Error allocating User SID buffer (1)"},
         {1332, 0, "s64,1024 ", "! 51/16 Error 1332 looking up User account (1)"},
@@ -37,28 +30,23 @@ TEST(SecurityID, AccountLookupTriesTwiceAndRecordsEachFailure)
                      *pnDomain = 5000; // more than there is: must not come back
                      return SetLastError(n), FALSE;
                  });
-        SecurityID id;
-        const bool fUser = strExpected.starts_with("! 51");
-        {
-            bool fLeft = true; // only the first: others may need a block of that size
-            xihProcess = {};
-            const auto memory = Hook(malloc, [&, nSize = nRefused](size_t n) {
-                return n == nSize && std::exchange(fLeft, false) ? nullptr : malloc(n);
-            });
-            fUser ? id.CreateUserSid(nullptr, L"someone") : id.CreateZnmSid(nullptr);
-        }
+        CZNMSecurityID id;
+        bool fLeft = true; // only the first: others may need a block of that size
+        xihProcess = {};
+        auto memory = Hook(malloc, [&, nSize = nRefused](size_t n) {
+            return n == nSize && std::exchange(fLeft, false) ? nullptr : malloc(n);
+        });
+        strExpected.starts_with("! 51") ? id.CreateUserSid(nullptr, L"someone") : id.CreateZnmSid(nullptr);
+        memory.reset();
         EXPECT_EQ(lookups.str(), pszLookups);
-        std::string strRecords;
-        for (const std::string& str : capture.Only("!"))
-            strRecords += str;
-        EXPECT_EQ(strRecords, strExpected);
-        EXPECT_FALSE(fUser ? id.m_pUserSid : id.m_pZnmSid);
+        const std::vector<std::string> records = capture.Only("!");
+        EXPECT_EQ(std::accumulate(records.begin(), records.end(), std::string()), strExpected);
     }
 }
 
 TEST(SecurityID, RegistryKeysAreOwnedBelowTheMachine)
 {
-    SecurityID id;
+    CZNMSecurityID id;
     std::vector<std::wstring> owned;
     const auto set = Hook(SetNamedSecurityInfoW, [&](LPWSTR psz, auto, auto, PSID pOwner, auto...) -> DWORD {
         EXPECT_TRUE(IsWellKnownSid(pOwner, WinBuiltinAdministratorsSid));

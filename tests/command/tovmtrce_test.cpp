@@ -11,9 +11,8 @@ TEST(Trace, EntryAndExitFillTheAreaEvenWhileInactiveAndStayWithinIt)
     CZNMTrace::RecordExit(FN_TMAIN, 71); // the exit without an entry
     {
         const CZNMTrace outer(FN_MESSAGE_CONSOLE_BY_ID);
-        CZNMTrace inner(FN_QUEUE_MGR_GET_STATE);
-        inner.Return(-1);
-        EXPECT_EQ(area.nDepth, 2u);
+        CZNMTrace(FN_QUEUE_MGR_GET_STATE).Return(-1);
+        EXPECT_EQ(area.nDepth, 1u);
     }
     EXPECT_EQ(area.nDepth, 0u);
     EXPECT_THAT(std::vector(area.aCallStack, area.aCallStack + 3), ElementsAre(0xF000A850, 0xF000A83A, 0));

@@ -32,7 +32,14 @@ struct Sandbox : TempDir
     {
         return xcsIniUtilWrite("QueueManager", "Name", "QM1", "Prefix", pszValue, znsIni.string().c_str(), 1);
     }
+    int32_t StartTrace(const wchar_t* pszTrace)
+    {
+        SetEnvironmentVariableW(L"ZN_TRACE", pszTrace);
+        xcsInitializeEx(48, 7, nullptr, nullptr, nullptr, nullptr, nullptr, &connection);
+        return xtrEstablishTraceStatus();
+    }
     const fs::path znsIni = root / "zns.ini";
+    XCS_CONNECTION connection = {};
 };
 
 // Another program has a file open for a moment, or does not let it go.
@@ -134,23 +141,10 @@ TEST(Authority, MembersOfEitherGroupOnVolumesWithAccessLists)
     }
 }
 
-struct Services
-{
-    explicit Services(const wchar_t* pszTrace)
-    {
-        SetEnvironmentVariableW(L"ZN_TRACE", pszTrace);
-        xcsInitializeEx(48, 7, nullptr, nullptr, nullptr, nullptr, nullptr, &connection);
-        nEstablished = xtrEstablishTraceStatus();
-    }
-    ~Services() { xcsTerminate(&connection, 4); }
-    int32_t nEstablished;
-    XCS_CONNECTION connection;
-};
-
 TEST(Trace, TellsACallTreeAndFailures)
 {
-    const Sandbox sandbox;
-    const Services services(L"detail");
+    Sandbox sandbox;
+    EXPECT_EQ(sandbox.StartTrace(L"detail"), XCS_RC_OK);
     // The records without the two lines above them and without times.
     const auto records = [&] {
         std::istringstream trace(TakeSnapshot(sandbox.root / "trace").begin()->second);
@@ -191,21 +185,23 @@ TEST(Trace, TellsACallTreeAndFailures)
                 Contains(Pair(_, AllOf(HasSubstr("Error 5\r\n"), HasSubstr("@(#) source, line 140\r\n"),
                                        HasSubstr("CZNMFileSecurity::ChangeFileSecurity (33)\r\n"),
                                        EndsWith("  < CZNMSCSApp::MigrateQueueManager = -1\r\n")))));
+    xcsTerminate(&sandbox.connection, 4);
 }
 
 TEST(Trace, IsOffOrImpossibleWithoutFailingAnybody)
 {
-    const Sandbox sandbox;
+    Sandbox sandbox;
     EXPECT_EQ(xtrEstablishTraceStatus(), XCS_RC_NOT_INITIALIZED);
-    EXPECT_EQ(Services(L"flowx").nEstablished, XCS_RC_OK);
+    EXPECT_EQ(sandbox.StartTrace(L"flowx"), XCS_RC_OK);
+    xcsTerminate(&sandbox.connection, 4);
     EXPECT_THAT(sandbox.Names(), ElementsAre(L"zns.ini"));
     WriteAll(sandbox.root / "trace", "a file in the way");
-    const Services services(L"flow");
-    EXPECT_NE(services.nEstablished, XCS_RC_OK);
+    EXPECT_NE(sandbox.StartTrace(L"flow"), XCS_RC_OK);
     SetLastError(1234); // the program may hand records over all the same, and has yet to read its error
     xtr_FNC_entry(nullptr, 42, 179);
     xtr_parms("%d", 1);
     xcsVORTFn(42, 179, 1, XCS_RC_PROGRAM_FAILURE, nullptr, nullptr, nullptr, nullptr);
     EXPECT_EQ(GetLastError(), 1234u);
+    xcsTerminate(&sandbox.connection, 4);
 }
 } // namespace
