@@ -4,14 +4,14 @@
 
 TEST(Debug, TextsUpToTheLimitAreWholeAndLongerOnesEmpty)
 {
-    for (const auto& [nLength, nExpected] : {std::pair{1024, 1024}, {1025, 0}, {30000, 0}})
+    for (const auto& [nLength, nExpected] : {std::pair(1024u, 1024u), {1025u, 0u}, {30000u, 0u}})
     {
         Capture capture;
-        const std::wstring strText(static_cast<size_t>(nLength), L'x');
+        const std::string strExpected(nExpected, 'x');
+        const std::wstring strText(nLength, L'x');
         CZNMDebug::RecordFailure(1, 2, L"%s", strText.c_str());
         CZNMDebug::GetInstance()->DebugOutput(1, 2, 0, strText.c_str());
-        const std::string strLine = std::string(static_cast<size_t>(nExpected), 'x');
-        EXPECT_THAT(capture.lines, testing::ElementsAre("! 1/2 " + strLine, "# 1 " + strLine)) << nLength;
+        EXPECT_THAT(capture.lines, testing::ElementsAre("! 1/2 " + strExpected, "# 1 " + strExpected));
     }
     Capture capture;
     const auto fails = Hook(WideCharToMultiByte, [](UINT nCodePage, auto...) {

@@ -1,5 +1,4 @@
-// The library on configuration files, queue managers and authority; the trace as a reader finds it in the
-// file, and failure records.
+// The library on configuration files, queue managers and authority; the trace's file and failure records.
 #include <windows.h>
 #include <aclapi.h>
 
@@ -28,6 +27,7 @@ struct Sandbox : TempDir
         WriteAll(znsIni, BEGIN + "C:" + END + "QM1");
         SetEnvironmentVariableW(L"ZN_WORK_PATH", root.c_str());
     }
+    ~Sandbox() { xcsTerminate(&connection, 4); }
     int32_t WritePrefix(const char* pszValue = "E:") const
     {
         return xcsIniUtilWrite("QueueManager", "Name", "QM1", "Prefix", pszValue, znsIni.string().c_str(), 1);
@@ -68,7 +68,6 @@ TEST(Config, TriesBusyFilesAgainForAWhile)
 TEST(Config, SurvivesEveryFailureOfTheReplacement)
 {
     const std::function<std::shared_ptr<void>()> faults[] = {
-        [] { return Fails(CreateMutexW, nullptr, 0); },
         [] { return Fails(ReadFile, TRUE, 0); }, // nothing read: the file shrank
         [] { return Fails(GetNamedSecurityInfoW, ERROR_ACCESS_DENIED, 0); },
         [] { return Fails(SetKernelObjectSecurity, FALSE, 0); },
@@ -185,7 +184,6 @@ TEST(Trace, TellsACallTreeAndFailures)
                 Contains(Pair(_, AllOf(HasSubstr("Error 5\r\n"), HasSubstr("@(#) source, line 140\r\n"),
                                        HasSubstr("CZNMFileSecurity::ChangeFileSecurity (33)\r\n"),
                                        EndsWith("  < CZNMSCSApp::MigrateQueueManager = -1\r\n")))));
-    xcsTerminate(&sandbox.connection, 4);
 }
 
 TEST(Trace, IsOffOrImpossibleWithoutFailingAnybody)
@@ -202,6 +200,5 @@ TEST(Trace, IsOffOrImpossibleWithoutFailingAnybody)
     xtr_parms("%d", 1);
     xcsVORTFn(42, 179, 1, XCS_RC_PROGRAM_FAILURE, nullptr, nullptr, nullptr, nullptr);
     EXPECT_EQ(GetLastError(), 1234u);
-    xcsTerminate(&sandbox.connection, 4);
 }
 } // namespace

@@ -23,7 +23,7 @@ constexpr char UNREADABLE[] = "xcsVolumeSupportsSecurity:1:o:1:0;GetNamedSecurit
 constexpr char ABSENT[] = "GetNamedSecurityInfoW:1:o:2:2;IsValidSid:3:o:0:539;"
                           "SetNamedSecurityInfoW:3:o:57:57;SHFileOperationW:1:o:7c:0";
 constexpr char AGAIN[] =
-    "GetNamedSecurityInfoW:1:o:3:3;LookupAccountNameW:1:o:0:7a;SHFileOperationW:1:o:7c:0";
+    "GetNamedSecurityInfoW:1:o:3:3;LookupAccountNameW:1:o:0:7a;SHFileOperationW:1:o:7c:4c8";
 constexpr char QM_INI[] = "olddata\\qmgrs\\QM!1\\qm.ini";
 constexpr char OLD_FILE[] = "olddata\\qmgrs\\QM!1\\s\\f";
 #define NO_SECURITY "xcsVolumeSupportsSecurity:1:a:40806178:0;"

@@ -15,9 +15,8 @@
 #include "hook.h"
 #include "tovxcs2.h"
 
-class Capture
+struct Capture
 {
-  public:
     Capture()
     {
         s_pThis = this;
