@@ -94,6 +94,7 @@ TEST(Transcripts, AreAsKept)
         {"end-words-pair", "", L"/m /dd ?\\newdata /ld ?\\newlog /m"},
         {"end-words-value", "", L"QM1 /m /dd ?\\newdata /ld ?\\newlog"},
         {"end-32", "", L"/m QM2 /dd ?\\newdata /ld ?\\newlog"},
+        {"end-32-deleted", "xcsGetQMDetails:2:a:1:0"},
         {"end-32-record", "xcsGetQMDetails:1:a:0:0"},
         {"end-32-installation", "xcsGetInstallationDetails:1:a:10006164:0"},
         {"end-32-installation-record", "xcsGetInstallationDetails:1:a:0:0"},
