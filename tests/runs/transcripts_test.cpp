@@ -17,6 +17,13 @@ constexpr wchar_t WORDS[] = L"/m QM1 /dd ?\\newdata /ld ?\\newlog\\";
 #define RUNS "xcsIsSubpoolActive:1:a:0:0;"
 constexpr char OWNER_FAULTS[] = "SetNamedSecurityInfoW:1:a:5:5;LookupPrivilegeValueW:1:o:0:8;"
                                 "OpenProcessToken:1:o:0:9;AdjustTokenPrivileges:1:o:0:a";
+// Other steps fail for each of the directories that are created.
+constexpr char UNREADABLE[] = "xcsVolumeSupportsSecurity:1:o:1:0;GetNamedSecurityInfoW:1:o:5:5;"
+                              "GetAce:3:o:0:1;SetEntriesInAclW:2:o:8:8;SHFileOperationW:1:o:7c:0";
+constexpr char ABSENT[] = "GetNamedSecurityInfoW:1:o:2:2;IsValidSid:3:o:0:539;"
+                          "SetNamedSecurityInfoW:3:o:57:57;SHFileOperationW:1:o:7c:0";
+constexpr char AGAIN[] =
+    "GetNamedSecurityInfoW:1:o:3:3;LookupAccountNameW:1:o:0:7a;SHFileOperationW:1:o:7c:4c8";
 constexpr char OLD_FILE[] = "write OD\\s\\f x;protect OD\\s\\f";
 #define OWNER "configured InstallationName=Inst1 InstallationName="
 #define NO_SECURITY "xcsVolumeSupportsSecurity:1:a:40806178:0;"
@@ -88,18 +95,26 @@ TEST(Transcripts, AreAsKept)
         {"end-words-pair", "", L"/m /dd ?\\newdata /ld ?\\newlog /m"},
         {"end-words-value", "", L"QM1 /m /dd ?\\newdata /ld ?\\newlog"},
         {"end-32", "", L"/m QM2 /dd ?\\newdata /ld ?\\newlog"},
+        {"end-32-deleted", "xcsGetQMDetails:2:a:1:0"},
         {"end-32-record", "xcsGetQMDetails:1:a:0:0"},
         {"end-32-installation", "xcsGetInstallationDetails:1:a:10006164:0"},
         {"end-32-installation-record", "xcsGetInstallationDetails:1:a:0:0"},
         {"end-32-primary", "xcsGetInstallationDetails:1:a:10006164:0", WORDS, OWNER "Installation0"},
         {"end-33", RUNS "xcsExecProgramHandle:1:o:1:0"},
+        {"end-37-access", "_waccess:2:o:ffffffff:5"},
+        {"end-37-attributes", "GetFileAttributesW:2:o:ffffffff:45d", L"/m QM1 /dd ?\\data /ld ?\\log"},
         {"end-37-file", "", WORDS, "remove NL;write NL x;protect NL"},
         {"end-37-parent", "", L"/m QM1 /dd ?\\bystander\\file /ld ?\\log"},
         {"end-38-created", NO_SECURITY "xcsCreateDirectory:2:o:1:5", L"/m QM1 /dd ?\\data /ld ?\\log"},
         {"end-38-copy", "SetCurrentDirectoryW:1:a:0:3;SHFileOperationW:1:o:7c:0"},
         {"end-38-owner", OWNER_FAULTS, WORDS, OLD_FILE},
         {"end-38-owner-gone", "SetNamedSecurityInfoW:2:a:2:2"},
+        {"end-38-rights", UNREADABLE, L"/m QM1 /dd ?\\data\\x /ld ?\\newlog"},
+        {"end-38-rights-absent", ABSENT, WORDS, "remove R\\newdata"},
+        {"end-38-rights-again", AGAIN, WORDS, "remove NL"},
+        {"end-38-merge", "SetEntriesInAclW:1:a:8:8"},
         {"end-38-sid-znm", "LookupAccountNameW:1:o:0:534"},
+        {"end-38-sid-znm-again", "LookupAccountNameW:1:a:0:7a"},
         {"end-38-sid-system", "AllocateAndInitializeSid:1:o:0:539"},
         {"end-38-sid-world", "AllocateAndInitializeSid:2:o:0:539"},
         {"end-38-sid-admin", "AllocateAndInitializeSid:3:o:0:539"},

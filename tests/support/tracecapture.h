@@ -7,10 +7,7 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -18,16 +15,14 @@
 #include "hook.h"
 #include "tovxcs2.h"
 
-class Capture
+struct Capture
 {
-  public:
     Capture()
     {
         s_pThis = this;
         WriteImportSlot(m_ppParms, reinterpret_cast<void*>(&Parms));
         xihProcess = {1, 1, 0};
-        area.fTraceActive = 1;
-        area.fDetailed = 1;
+        area.fTraceActive = area.fDetailed = 1;
         area.nOptions = XTR_OPTIONS_PARMS | XTR_OPTIONS_TEXT;
         TlsSetValue(xihTLSIndex, &area);
     }
@@ -38,18 +33,13 @@ class Capture
         WriteImportSlot(m_ppParms, m_pRealParms);
     }
 
-    // The lines of these kinds, of all functions or of one.
-    std::vector<std::string> Only(const std::string& strKinds, int nFunction = 0) const
+    // The lines that begin so.
+    std::vector<std::string> Only(const std::string& strBegin) const
     {
         std::vector<std::string> result = lines;
-        std::erase_if(result, [&](const std::string& str) {
-            return strKinds.find(str[0]) == str.npos ||
-                   (nFunction != 0 && std::atoi(str.c_str() + 2) != nFunction);
-        });
+        std::erase_if(result, [&](const std::string& str) { return !str.starts_with(strBegin); });
         return result;
     }
-    bool Has(const std::string& strLine) const { return Count(strLine) > 0; }
-    ptrdiff_t Count(const std::string& strLine) const { return std::ranges::count(lines, strLine); }
 
     std::vector<std::string> lines;
     XTR_THREAD_AREA area = {};
@@ -81,8 +71,7 @@ class Capture
         Hook(xtr_FNC_text, [this](int, int f, auto*, int, const char* psz) { Add("- ", f, " ", psz); }),
         Hook(xcsVORTFn,
              [this](int, int f, int nProbe, int, const XCS_INSERTS* p, auto...) {
-                 const char* const psz = p->apszText[0];
-                 Add("! ", f, "/", nProbe, " ", psz != nullptr ? psz : "(null)");
+                 Add("! ", f, "/", nProbe, " ", p->apszText[0] != nullptr ? p->apszText[0] : "(null)");
              }),
         // The library keeps more about a thread than the area, which here is the test's.
         Hook(xcsSaveFileContextSccsId, [](auto...) {})};
