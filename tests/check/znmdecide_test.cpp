@@ -35,6 +35,7 @@ bool IsHarmless(const ZNStep& step, const std::vector<ZNStep>& steps, const ZNFa
     const ZN_SIDE eStays = step.eSide == ZN_OLD ? ZN_NEW : ZN_OLD;
     const bool fNamed = ZNCountingSide(facts.eConf, step.eTree) == step.eSide;
     const bool fProved = pair.aePresence[step.eSide] == THERE && IsWhole(pair, eStays);
+    const auto isKept = [](ZN_RECORDED e) { return e == IS || e == GREW; };
     switch (step.eStep)
     {
     case ZN_STEP::REMOVE:
@@ -48,7 +49,9 @@ bool IsHarmless(const ZNStep& step, const std::vector<ZNStep>& steps, const ZNFa
                pair.aePresence[step.eSide] == THERE && pair.aePresence[eStays] == THERE;
     case ZN_STEP::EDIT_PREFIX: // the log is that of the qm.ini in that place
         return pair.aePresence[step.eSide] == THERE &&
-               (step.fOnlyIf || (step.eSide == ZN_OLD ? IsWhole(facts, OLD) : IsWhole(pair, ZN_NEW)));
+               (step.fOnlyIf           ? isKept(pair.aeRecorded[ZN_OLD]) && isKept(log.aeRecorded[ZN_OLD])
+                : step.eSide == ZN_OLD ? IsWhole(facts, OLD)
+                                       : IsWhole(pair, ZN_NEW));
     case ZN_STEP::EDIT_LOG_PATH:
         return IsWhole(log, ZN_NEW);
     case ZN_STEP::COPY_LOG: // over what the old tree has

@@ -36,7 +36,6 @@ class Chain : public Checked
 
   private:
     static constexpr const wchar_t* PLACES[] = {L"old", L"new", L"third"};
-    // See faults/faults.cpp.
     static constexpr const char* FAULTS[] = {"SHFileOperationW:2:o:7c:0", "SetNamedSecurityInfoW:3:a:5:5",
                                              "xcsIniUtilWrite:1:o:1:0",   "xcsIniUtilWrite:2:o:1:0",
                                              "DeleteFileW:7:o:0:20",      "RemoveDirectoryW:4:o:0:91"};
