@@ -33,7 +33,7 @@ void Look(bool fAfter, const std::vector<Case>& cases)
         EXPECT_THAT(said.strOut, HasSubstr(c.strSays)) << c.strDone;
         EXPECT_EQ(said.nStatus, c.nStatus) << c.strDone << "\n" << said.strOut;
         EXPECT_EQ(nRemovals, c.nRemovals) << said.strOut;
-        fs::remove(zn.root / "r");
+        EXPECT_EQ(fs::remove(zn.root / "r"), c.pszMore == std::wstring(L" /record r") && c.nStatus == 0);
         EXPECT_EQ(TakeSnapshot(zn.root), before);
         if (!fAfter || c.nStatus != 2 || nRemovals == 1) // one tree stays, tied to something
             continue;
@@ -68,6 +68,7 @@ TEST(CheckBefore, FindsWhatStopsAMove)
          {.strSays = "the volume of Y:\\x", .pszData = L"Y:\\x"},
          {"write R\\newdata x", "is a file or cannot"},
          {"write NL\\ctl x", "that the old tree does not have. The"},
+         {"write NL\\ctl x", "record: not written", 1, 0, "", L" /record r"},
          {"write NL\\ctl lll", "it will be overwritten", 0},
          {"protect OD\\qm.ini", "is read-only"},
          {"write OD\\qm.ini x", "LogPath is missing"},

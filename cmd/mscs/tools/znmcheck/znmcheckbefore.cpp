@@ -417,9 +417,14 @@ void Look::WriteRecord()
         nFiles += record.aTrees[eTree].nFiles;
         nBytes += record.aTrees[eTree].nBytes;
     }
-    const FileHandle file(
+    FileHandle file(
         CreateFileW(strPath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
     DWORD nError = GetLastError();
+    const auto giveUp = [&](const std::wstring& strFound, const wchar_t* pszWhatToDo) {
+        file.Close();
+        DeleteFileW(strPath.c_str()); // or the next look could not make it
+        m_report.Stop(SUBJECT, strPath + strFound, pszWhatToDo);
+    };
     if (!file)
         return m_report.Stop(SUBJECT, strPath + L" cannot be made anew: " + ZNFormatError(nError),
                              L"name a file that does not exist yet, in a directory that does");
@@ -429,9 +434,8 @@ void Look::WriteRecord()
     {
         record.aTrees[eTree].Read(eTree, reading);
         if (const CZNFindings& findings = record.aTrees[eTree].findings; !findings.IsEmpty())
-            return m_report.Stop(SUBJECT,
-                                 strPath + L" was not written. " + ZNFormatFinding(findings.First().front()),
-                                 L"delete it; give access, or end the program that holds the file");
+            return giveUp(L" was not written. " + ZNFormatFinding(findings.First().front()),
+                          L"give access, or end the program that holds the file");
     }
     const std::string strText =
         record.ToText(ZNOutputHead() + (m_survey.fRunning ? L"\r\nThe queue manager ran." : L""));
@@ -441,8 +445,7 @@ void Look::WriteRecord()
         FlushFileBuffers(file.Get());
     nError = GetLastError();
     if (!fWritten || nWritten != strText.size())
-        return m_report.Stop(SUBJECT, strPath + L" could not be written whole: " + ZNFormatError(nError),
-                             L"delete it and make room");
+        return giveUp(L" could not be written whole: " + ZNFormatError(nError), L"make room");
     // As docs/performance.md has it: each byte is read once, at the rate that was measured, and each file
     // costs its calls.
     constexpr double SECONDS_A_FILE = 0.001;
@@ -476,8 +479,12 @@ void Look::Take()
         m_report.Note(L"held files", L"not looked for while the queue manager runs and holds its own");
     CheckAsTheCommandDoes();
     CheckSpace();
-    if (m_words.strVerb == L"before" && !m_words.strRecord.empty())
+    if (m_words.strVerb != L"before" || m_words.strRecord.empty())
+        return;
+    if (m_report.Stops() == 0)
         WriteRecord();
+    else
+        m_report.Note(L"record", L"not written: a look makes it that finds nothing to stop the move");
 }
 } // namespace
 
