@@ -6,26 +6,33 @@
 
 using testing::HasSubstr;
 
+namespace
+{
+// Moments of a move.
+constexpr char COPIED[] = "SHFileOperationW:1:w:0:0";      // data copied, not yet compared
+constexpr char BOTH_COPIED[] = "SHFileOperationW:2:w:0:0"; // and the log
+constexpr char SECURED[] = "SetCurrentDirectoryW:4:w:0:0"; // both compared, rights set
+constexpr char BETWEEN[] = "xcsIniUtilWrite:1:w:0:0";      // between the two changes
+constexpr char CHANGED[] = "xcsIniUtilWrite:2:w:0:0";      // before the deletion
+// What the trace tells.
+constexpr char NAMES[] = "has other names", OTHERS[] = "belongs to another queue manager";
+constexpr char OLD[] = "leads to a directory or file of an old|through a link";
+constexpr char NEW[] = "is a new directory", SHARED[] = "Two directories would be copied";
+constexpr char ZNS_INI[] = "is the directory of zns.ini", UNLISTED[] = "cannot be listed";
+constexpr char TOO_LONG[] = "too long in the new place: ", LENGTH[] = "another size";
+constexpr char MISSING[] = "missing|cannot be listed", TIME[] = "another time";
+constexpr char LINK[] = "leads to a directory or file|Another directory|A link stands";
+constexpr char APPEARED[] = "was not there before";
+
+constexpr unsigned SILENT = 1; // instead of a message: nothing is printed
+constexpr char COPIED_TWICE[] = "data ++ log ++ zns old qm old";
+} // namespace
+
 // Names of the command line and of the configuration, what lies in a destination, what a destination is, what
 // fails, and what somebody does on the way: the move ends before anything is lost, and nothing is deleted
 // that is not in the other tree.
 TEST(Safety, MoveEndsBeforeAnythingIsLost)
 {
-    const char *const COPIED = "SHFileOperationW:1:w:0:0",      // data copied, not yet compared
-        *const BOTH_COPIED = "SHFileOperationW:2:w:0:0",        // and the log
-            *const SECURED = "SetCurrentDirectoryW:4:w:0:0",    // both compared, rights set
-                *const BETWEEN = "xcsIniUtilWrite:1:w:0:0",     // between the two changes
-                    *const CHANGED = "xcsIniUtilWrite:2:w:0:0"; // before the deletion
-    constexpr unsigned SILENT = 1;
-    constexpr char COPIED_TWICE[] = "data ++ log ++ zns old qm old";
-    const char *const NAMES = "has other names", *const OTHERS = "belongs to another queue manager",
-                      *const OLD = "leads to a directory or file of an old|through a link",
-                      *const NEW = "is a new directory", *const SHARED = "Two directories would be copied",
-                      *const ZNS_INI = "is the directory of zns.ini", *const UNLISTED = "cannot be listed",
-                      *const TOO_LONG = "too long in the new place: ", *const LENGTH = "another size",
-                      *const MISSING = "missing|cannot be listed",
-                      *const LINK = "leads to a directory or file|Another directory|A link stands",
-                      *const TIME = "another time", *const APPEARED = "was not there before";
     const struct
     {
         const char *pszBefore = "", *pszFinding = ""; // what is done before the move; what the trace tells
