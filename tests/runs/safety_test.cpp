@@ -24,6 +24,8 @@ constexpr char MISSING[] = "missing|cannot be listed", TIME[] = "another time";
 constexpr char LINK[] = "leads to a directory or file|Another directory|A link stands";
 constexpr char APPEARED[] = "was not there before";
 
+#define LOG_PATH "write OD\\qm.ini Log:\n   LogPath="
+constexpr char NO_COPY[] = "SHFileOperationW:1:a:7c:0";
 constexpr unsigned SILENT = 1; // instead of a message: nothing is printed
 constexpr char COPIED_TWICE[] = "data ++ log ++ zns old qm old";
 } // namespace
@@ -33,10 +35,12 @@ constexpr char COPIED_TWICE[] = "data ++ log ++ zns old qm old";
 // that is not in the other tree.
 TEST(Safety, MoveEndsBeforeAnythingIsLost)
 {
+    const std::string strLongest = LOG_PATH "D:\\" + std::string(128, 'l') + "\\" + std::string(129, 'm');
     const struct
     {
-        const char *pszBefore = "", *pszFinding = ""; // what is done before the move; what the trace tells
-        const char *pszFault = "", *pszThen = "";     // what fails, or is done at what moment
+        std::string strBefore = "";               // what is done before the move
+        const char* pszFinding = "";              // what the trace tells
+        const char *pszFault = "", *pszThen = ""; // what fails, or is done at what moment
         unsigned nMessage = 38;
         std::wstring strNewData = L"newdata", strNewLog = L"newlog"; // below the root
         std::wstring strName = L"QM1";
@@ -47,12 +51,23 @@ TEST(Safety, MoveEndsBeforeAnythingIsLost)
         {.nMessage = 32, .strName = std::wstring(300, L'Q'), .pszState = UNCHANGED},
         {.nMessage = 32, .strName = L"\xD800%n", .pszState = UNCHANGED},
         {.nMessage = 0, .strNewLog = L"newlog\" \"", .strName = L"\"\"", .pszState = UNCHANGED},
-        {.pszBefore = "configured Directory=QM!1 Directory=..", .nMessage = 32, .pszState = UNCHANGED},
-        {.pszBefore = "configured Name=Inst1 Name=Inst2", .nMessage = 32, .pszState = UNCHANGED},
+        {.strBefore = "configured Directory=QM!1 Directory=..", .nMessage = 32, .pszState = UNCHANGED},
+        {.strBefore = "configured Name=Inst1 Name=Inst2", .nMessage = 32, .pszState = UNCHANGED},
         {.nMessage = 42, .strNewData = L"newdata\\", .strNewLog = L"oldlog", .pszState = UNCHANGED},
         {.nMessage = 37, .strNewLog = L"newlog:stream", .pszState = NOTHING_LOST},
         {.nMessage = 37, .strNewData = L"newdata::$INDEX_ALLOCATION", .pszState = NOTHING_LOST},
         {.nMessage = 37, .strNewLog = L"x\\..\\oldlog", .pszState = NOTHING_LOST},
+        {.nMessage = 37, .strNewLog = L"\\\\?\\C:\\b", .pszState = UNCHANGED},
+        // Whole drives are at stake where one of these is not refused.
+        {LOG_PATH "C:", "", NO_COPY, "", 0},
+        {LOG_PATH "C:\\", "", NO_COPY, "", 0},
+        {LOG_PATH "C:\\.", "", NO_COPY, "", 0},
+        {LOG_PATH "C:\\znm\\..", "", NO_COPY, "", 0},
+        {LOG_PATH "\\\\?\\C:\\.", "", NO_COPY, "", 0},
+        {LOG_PATH "..", "", NO_COPY, "", 0},
+        {LOG_PATH, "", NO_COPY, "", 0},
+        {strLongest, UNLISTED, NO_COPY},
+        {strLongest + "x", "", NO_COPY, "", 0},
         // Steps that fail.
         {.pszFault = "xcsGetQMDetails:6:o:1:0", .nMessage = 32, .pszState = UNCHANGED},
         {.pszFault = "xcsGetQMDetails:7:o:1:0", .nMessage = 32, .pszState = UNCHANGED},
@@ -139,9 +154,9 @@ TEST(Safety, MoveEndsBeforeAnythingIsLost)
     };
     for (const auto& c : cases)
     {
-        SCOPED_TRACE(testing::Message() << "case " << &c - cases << " " << c.pszBefore << c.pszThen);
+        SCOPED_TRACE(testing::Message() << "case " << &c - cases << " " << c.strBefore << c.pszThen);
         Installation zn;
-        zn.Do(c.pszBefore);
+        zn.Do(c.strBefore);
         if (!zn.held)
             zn.Remember();
         const RunResult result =
@@ -286,4 +301,25 @@ TEST(Safety, RememberedDirectoryOfADriveDoesNotMatter)
     EXPECT_EQ(RunProgram(ProgramFolder() / "tarvel.exe", zn.MoveWords(), strOther).nStatus, 0u);
     SetEnvironmentVariableW((L"=" + strDrive).c_str(), nullptr);
     EXPECT_EQ(zn.State(), MOVED);
+}
+
+TEST(Safety, RunningQueueManagerIsStopped)
+{
+    Installation zn;
+    fs::create_directories(zn.root / "inst\\bin64");
+    for (const char* psz : {"endznm.exe", "tovxcs2.dll", "tovxzu.dll"})
+        fs::copy_file(ProgramFolder() / psz, zn.root / "inst\\bin64" / psz);
+    const auto sample = [&](const std::wstring& strWords) {
+        return RunProgram(ProgramFolder() / "sampleqm.exe", strWords, zn.root).nStatus;
+    };
+    const auto end = [&] { return RunProgram(ProgramFolder() / "endznm.exe", L"-w QM2", zn.root).nStatus; };
+    ASSERT_EQ(sample(L"create QM2 /files 20 /dd " + Quoted(zn.root / "d") + L" /ld " + Quoted(zn.root / "l")),
+              0u);
+    ASSERT_EQ(sample(L"start QM2"), 0u);
+    const RunResult result = zn.Run(zn.MoveWords(L"QM2"));
+    EXPECT_EQ(result.nStatus, 0u);
+    EXPECT_EQ(result.strOut + result.strErr, "");
+    EXPECT_FALSE(fs::exists(zn.root / "d\\qmgrs\\QM2"));
+    EXPECT_EQ(sample(L"verify QM2"), 0u);
+    EXPECT_EQ(end(), 3u); // not started again
 }

@@ -294,7 +294,7 @@ class Installation : public TempDir
     }
     static std::string Replaced(std::string str, const std::string& strOld, const std::string& strNew)
     {
-        return str.replace(str.find(strOld), strOld.size(), strNew);
+        return str.replace(std::min(str.find(strOld), str.size()), strOld.size(), strNew);
     }
     bool IsQmNew() const
     {
