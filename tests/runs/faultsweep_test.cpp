@@ -2,11 +2,13 @@
 // them, or with ZN_SWEEP_ALL each one. Ends the program at calls spread over the run; changes an old tree at
 // them. Whatever happens, every byte of the queue manager must be in a whole tree that the configuration
 // names, and what was borrowed must have been given back.
+#include <gtest/gtest.h>
+
 #include <set>
 #include <sstream>
 
 #include "hook.h"
-#include "refusal.h"
+#include "states.h"
 
 namespace
 {

@@ -1,8 +1,10 @@
 // Whole runs of the shipped program where the platform's copy, a link, a path or another program would cost
 // data.
+#include <gmock/gmock.h>
+
 #include <regex>
 
-#include "refusal.h"
+#include "states.h"
 
 using testing::HasSubstr;
 
@@ -27,7 +29,6 @@ constexpr char APPEARED[] = "was not there before";
 #define LOG_PATH "write OD\\qm.ini Log:\n   LogPath="
 constexpr char NO_COPY[] = "SHFileOperationW:1:a:7c:0";
 constexpr unsigned SILENT = 1; // instead of a message: nothing is printed
-constexpr char COPIED_TWICE[] = "data ++ log ++ zns old qm old";
 } // namespace
 
 // Names of the command line and of the configuration, what lies in a destination, what a destination is, what

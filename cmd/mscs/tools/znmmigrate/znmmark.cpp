@@ -24,12 +24,14 @@ std::wstring Hash(std::string_view bytes)
 }
 } // namespace
 
+// A mark that is there may only be looked at: a move owns its mark.
 bool CZNMark::Set(const std::wstring& strName)
 {
-    m_mutex = KernelHandle(CreateMutexW(nullptr, FALSE, strName.c_str()));
+    m_mutex = KernelHandle(CreateMutexW(nullptr, TRUE, strName.c_str()));
     const DWORD nError = GetLastError();
-    return m_mutex ? nError != ERROR_ALREADY_EXISTS
-                   : nError != ERROR_ACCESS_DENIED && nError != ERROR_INVALID_HANDLE; // of another kind
+    if (!m_mutex)
+        return nError != ERROR_ACCESS_DENIED && nError != ERROR_INVALID_HANDLE; // of another kind
+    return nError != ERROR_ALREADY_EXISTS || WaitForSingleObject(m_mutex.Get(), 0) != WAIT_TIMEOUT;
 }
 
 bool CZNMark::IsSet(const std::wstring& strName)
