@@ -37,6 +37,8 @@ TEST(QueueMgr, QueriesAskAgainAndStopRunsTheEndCommand)
     nLeft = 2; // while Stop asks whether it runs
     EXPECT_EQ(queueMgr.Stop(1), 0);
     EXPECT_EQ(queueMgr.Stop(1), -1);
+    EXPECT_THAT(capture.Only("- 57"),
+                ElementsAre("- 57 Queue Manager not running!", "- 57 Queue Manager not available!"));
     EXPECT_THAT(capture.Only("< 58"), ElementsAre("< 58 3", "< 58 -1", "< 58 -1"));
     EXPECT_TRUE(!queueMgr.GetDirectoryName() && !queueMgr.GetDataDirectory() && queueMgr.GetPlace().empty());
     nLeft = 1000;

@@ -245,6 +245,7 @@ TEST(Safety, MovesThatLoseNothingAreNotRefused)
          .pszLogPath = "olddata\\qmgrs\\QM!1\\QM!1\\",
          .pszNewLog = "newdata\\qmgrs\\QM!1"},
         {.pszBefore = "remove OL", .pszLogPath = "olddata\\qmgrs\\QM!1\\"}, // one directory for both
+        {.pszBefore = "file OL 259;directory OD 247"},
         {.pszFault = "xcsGetQMDetails:3:o:1:0"}, // one failing query, and the next one answers again
         {.pszFault = "CreateMutexW:1:a:0:8"},
         {.pszFault = "xcsIniUtilWrite:1:c:0:0"},
@@ -289,19 +290,6 @@ TEST(Safety, MovesThatLoseNothingAreNotRefused)
         moved[L"qm.ini"] = zn.data[L"qm.ini"];
         EXPECT_EQ(moved, zn.data);
     }
-}
-
-// The directory that the console remembers for a drive is no part of any path.
-TEST(Safety, RememberedDirectoryOfADriveDoesNotMatter)
-{
-    Installation zn;
-    const std::wstring strDrive = zn.root.root_name(), strOther = strDrive == L"C:" ? L"Z:\\" : L"C:\\";
-    if (!fs::exists(strOther))
-        GTEST_SKIP() << "there is no drive " << fs::path(strOther);
-    SetEnvironmentVariableW((L"=" + strDrive).c_str(), zn.oldData.c_str());
-    EXPECT_EQ(RunProgram(ProgramFolder() / "tarvel.exe", zn.MoveWords(), strOther).nStatus, 0u);
-    SetEnvironmentVariableW((L"=" + strDrive).c_str(), nullptr);
-    EXPECT_EQ(zn.State(), MOVED);
 }
 
 TEST(Safety, RunningQueueManagerIsStopped)
