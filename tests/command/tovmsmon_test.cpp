@@ -52,8 +52,10 @@ TEST(QueueMgr, QueriesAskAgainAndStopRunsTheEndCommand)
     const auto unterminated = Hook(xcsGetQMDetails, [&](auto psz, auto p, auto pp) {
         xcsGetQMDetails(psz, p, pp);
         std::memset((*pp)->szName, 'Q', sizeof(*pp)->szName);
+        (*pp)->fFlags = 2;
         return 0;
     });
     EXPECT_EQ(queueMgr.Stop(1), -1);
     EXPECT_EQ(strStarted, "-w-i-p-rp-ri-w-w-w-w"); // nothing
+    EXPECT_EQ(queueMgr.IsMultiInstance(), 1);
 }
