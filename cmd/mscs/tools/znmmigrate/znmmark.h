@@ -9,12 +9,13 @@
 class CZNMark
 {
   public:
-    // Makes the object, or takes over one that is only looked at. False only if a move on this machine owns it
-    // or somebody keeps this one from it: where it cannot be made for another reason, there is none to refuse
-    // a move. The thread that calls this owns it.
+    // Makes the object, or takes over one that is only looked at. False only if a move on this machine owns
+    // it or somebody keeps this one from it: where it cannot be made for another reason, there is none to
+    // refuse a move. The thread that calls this owns it.
     bool Set(const std::wstring& strName);
 
-    // Whether a process of this machine has the object, as a move or to look. It also counts as there if that cannot be told.
+    // Whether a process of this machine has the object, as a move or to look. It also counts as there if that
+    // cannot be told.
     static bool IsSet(const std::wstring& strName);
 
   private:
