@@ -78,16 +78,20 @@ std::string Word(char* psz) // room for an answer
 {
     return Word(static_cast<const void*>(psz));
 }
-template <class Number>
-requires std::is_arithmetic_v<Number> || std::is_enum_v<Number> std::string Word(Number number)
+template <class T>
+concept Number = std::is_arithmetic_v<T> || std::is_enum_v<T>;
+template <class T>
+concept WideNumber = std::is_arithmetic_v<T> && sizeof(T) > sizeof(wchar_t);
+template <Number T>
+std::string Word(T number)
 {
     char szText[32] = {};
     const auto n = static_cast<long long>(number);
     std::snprintf(szText, sizeof szText, n > 0xFFFF ? "%llX" : "%lld", n);
     return szText;
 }
-template <class Number>
-requires(std::is_arithmetic_v<Number> && sizeof(Number) > sizeof(wchar_t)) std::string Word(Number* p)
+template <WideNumber T>
+std::string Word(T* p)
 {
     return p != nullptr ? "*" + Word(*p) : "null";
 }

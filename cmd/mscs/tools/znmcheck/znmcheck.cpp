@@ -35,10 +35,11 @@ constexpr const wchar_t* USAGE[] = {
 
 constexpr const wchar_t* VERBS[] = {L"before", L"after", L"watch"};
 
+using Value = decltype(&ZNCheckWords::strVerb);
 const struct
 {
     const wchar_t* pszFlag;
-    std::wstring ZNCheckWords::*pValue;
+    Value pValue;
     bool fRequired;
 } FLAGS[] = {{L"m", &ZNCheckWords::strQueueManager, true}, {L"dd", &ZNCheckWords::strDataDest, true},
              {L"ld", &ZNCheckWords::strLogDest, true},     {L"record", &ZNCheckWords::strRecord, false},

@@ -43,8 +43,8 @@ class CZNMovedTrees::Overlaps
         {
             pPair->OldDirectories() = {};
             m_strMissing.clear();
-            ZNWalk(
-                pPair->Old(), [&](const ZNVisited& visited) { Visit(*pPair, visited); }, m_findings);
+            const auto visit = [&](const ZNVisited& visited) { Visit(*pPair, visited); };
+            ZNWalk(pPair->Old(), visit, m_findings);
         }
         // A link in a destination may lead into an old tree: the copy would write there.
         for (const auto& [nKey, destination] : m_destinations)

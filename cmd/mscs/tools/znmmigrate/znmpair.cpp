@@ -20,8 +20,8 @@ bool CZNPair::Prove(const CZNPair& other, const CZNIdentity* pConfiguration, CZN
     m_directories.clear();
     m_oldDirectories = {};
     m_copyDirectories = {};
-    ZNWalk(
-        m_strOld, [&](const ZNVisited& visited) { ProveDirectory(visited, findings); }, findings);
+    const auto visit = [&](const ZNVisited& visited) { ProveDirectory(visited, findings); };
+    ZNWalk(m_strOld, visit, findings);
     for (auto& [strBelow, directory] : m_directories)
         directory.fInOtherTree = other.m_oldDirectories.Find(directory.old) != nullptr;
     using Directories = const CZNIdentityMap<std::wstring>*;
