@@ -32,7 +32,7 @@ class Checked : public Installation
     std::wstring AfterWords() const { return L"after " + strMove + (fRecord ? Record() : strOldPlaces); }
     std::wstring Record() const { return L" /record " + Quoted(root / "QM1 before.txt"); }
 
-    // Verbs without a path: a record, or what is left of a move that ended after the copy, or later.
+    // More verbs: a record; what a move leaves that ended after the copy, or later; a pattern in zns.ini.
     Checked()
     {
         const std::map<std::string, Verb> more = {

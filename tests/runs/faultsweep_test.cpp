@@ -1,7 +1,7 @@
 // Fails calls of every function that the shipped program imports, one at a time or all from one on: some of
 // them, or with ZN_SWEEP_ALL each one. Ends the program at calls spread over the run; changes an old tree at
 // them. Whatever happens, every byte of the queue manager must be in a whole tree that the configuration
-// names, and what was borrowed must have been given back.
+// names, and nothing else may have changed.
 #include <gtest/gtest.h>
 
 #include <set>
@@ -162,7 +162,7 @@ TEST_P(FaultSweep, LosesNothing)
 INSTANTIATE_TEST_SUITE_P(OnceAndFromThenOn, FaultSweep,
                          testing::Combine(testing::Values('o', 'a'), testing::Values(0, 1, 2)));
 
-// A process that ends at any call, as if the power had failed; then the same command again.
+// A process that ends at 220 calls, as if the power had failed; then the same command again.
 TEST(KillSweep, LosesNothingAndTheSameCommandCompletesOrRefuses)
 {
     const long nCalls = CountCalls(L"QM1", "")["*"];
@@ -215,8 +215,8 @@ TEST(Kill, LosesNothingAndTheSameCommandCompletesOrRefuses)
     EXPECT_GT(nKilled, 0);
 }
 
-// Somebody changes an old tree or a copy, or swaps a directory for a link to the other tree, at any call up
-// to the last looks, and at some later ones that the looks or the deletion still see. Whatever the old trees
+// Somebody changes an old tree or a copy, or swaps a directory for a link to the other tree, at calls up to
+// the last looks, and at some later ones that the looks or the deletion still see. Whatever the old trees
 // held after that is whole in one tree, read through whatever links there are: a file that two trees show is
 // still one file.
 TEST(ChangeSweep, EveryByteStaysInOneWholeTree)

@@ -40,12 +40,12 @@ TEST(Safety, MoveEndsBeforeAnythingIsLost)
     const struct
     {
         std::string strBefore = "";               // what is done before the move
-        const char* pszFinding = "";              // what the trace tells
-        const char *pszFault = "", *pszThen = ""; // what fails, or is done at what moment
+        const char* pszFinding = "";              // regular expression for the trace
+        const char *pszFault = "", *pszThen = ""; // what fails, or when to pause; what is done then
         unsigned nMessage = 38;
         std::wstring strNewData = L"newdata", strNewLog = L"newlog"; // below the root
         std::wstring strName = L"QM1";
-        const char* pszState = nullptr; // if nothing else changes
+        const char* pszState = nullptr; // at the end, with the rest unchanged
     } cases[] = {
         // Names.
         {.nMessage = 32, .strName = L"qm1", .pszState = UNCHANGED},

@@ -1,8 +1,9 @@
 // Whole runs as transcripts: what the shipped program calls and traces, in order, as text files. A change
 // that is wanted is written into them by
-//     ZN_TRANSCRIPTS_UPDATE=tests/runs/transcripts scripts/wine build/windows/bin/runs_test.exe
-//         --gtest_filter=Transcripts.*
-// and reviewed as their difference. runs/faults/notes.cpp tells what a line means.
+//     export ZN_TRANSCRIPTS_UPDATE=tests/runs/transcripts
+//     scripts/wine build/windows/bin/runs_test.exe --gtest_filter=Transcripts.*
+// and reviewed as their difference. runs/faults/notes.cpp tells what a line means. In the rows '?' is the
+// root.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

@@ -7,7 +7,7 @@ namespace
 {
 struct Case
 {
-    std::string strDone = "", strSays = ""; // see Checked::Do
+    std::string strDone = "", strSays = ""; // see Installation::Do
     DWORD nStatus = 1;
     int nRemovals = 0; // how many trees are named for deletion
     const char* pszFault = "";

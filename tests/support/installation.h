@@ -1,4 +1,4 @@
-// A sample installation of the product with one queue manager that does not run, in a directory of its own,
+// A sample installation of the product with QM1, which does not run, in a directory of its own,
 // for whole runs of the shipped tarvel.exe.
 #pragma once
 
@@ -197,9 +197,9 @@ class Installation : public TempDir
         return nLine == std::string::npos ? 0 : std::stol(strReport.substr(nLine + strFunction.size() + 2));
     }
 
-    // What the trees and the configuration are now: for data and log, the old tree and the new one, each
-    // whole (+), partly there (~) or missing (-); then the places that zns.ini and the qm.ini of the new tree
-    // name.
+    // What the trees and the configuration are now: for data and log, the old tree and the new one, each the
+    // same (+), different (~) or gone (-); then whether zns.ini names the old place, the new one or has other
+    // text, and whether the new tree's qm.ini names the new place.
     std::string State() const
     {
         const std::string strZns = ReadAll(work / "zns.ini");
@@ -270,7 +270,7 @@ class Installation : public TempDir
                  fs::last_write_time(
                      path / psz, std::chrono::floor<std::chrono::seconds>(fs::last_write_time(path / psz)));
          }},
-        {"configured", // with other words in the last place of zns.ini that has these
+        {"configured", // replaces the last occurrence of these words in zns.ini
          [this](auto words, auto str) {
              strZnsIni.replace(strZnsIni.rfind(words.string()), words.string().size(), str);
              WriteAll(work / "zns.ini", strZnsIni);

@@ -28,7 +28,7 @@ class CZNCheckReport
     void Stop(const wchar_t* pszSubject, const std::wstring& strFound, const std::wstring& strWhatToDo,
               uint32_t nRefusal = 0);
 
-    // Prints strOk if fOk, otherwise stops. Returns fOk.
+    // Prints strOk if fOk, otherwise calls Stop. Returns fOk.
     bool Check(const wchar_t* pszSubject, bool fOk, const std::wstring& strOk, const std::wstring& strFound,
                const std::wstring& strWhatToDo, uint32_t nRefusal = 0);
 

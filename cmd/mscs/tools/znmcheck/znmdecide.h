@@ -25,8 +25,7 @@ enum class ZN_LOOK
 {
     OK,
     UNDER_WAY, // a move of the queue manager runs
-    UNUSABLE,  // the files name places that no step of a move leaves, a record is refused, a tree that counts
-               // cannot be read, or something changed while it was looked at
+    UNUSABLE,  // for a reason of ZN_TROUBLE
 };
 enum class ZN_CONF // which trees the configuration files name
 {

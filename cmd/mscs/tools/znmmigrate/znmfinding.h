@@ -21,7 +21,7 @@ enum class ZN_FINDING
     NEW_DIRECTORY,       // a directory of an old tree is a new directory, or has one in it
     CONFIGURATION,       // a directory of an old tree, or of a copy, is the one of zns.ini
     SHARED_DESTINATION,  // two old directories, or both trees, would be copied into one directory
-    CLAIMED,             // another move copies into this directory
+    CLAIMED,             // another move may copy into this directory
     SOURCE_OVERWRITTEN,  // a directory or file of an old tree would be copied into, or is one of a copy
     MANY_NAMES,          // the copy would overwrite a file that has other names, too
     LINK_OVERWRITTEN,    // the copy would overwrite a file through a link

@@ -1,4 +1,4 @@
-// Marks: named kernel objects that exist as long as a move runs, even if its process is killed.
+// Marks: named kernel objects of a running move. They vanish with its process, even if it is killed.
 #pragma once
 
 #include <string>

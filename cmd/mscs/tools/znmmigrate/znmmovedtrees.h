@@ -27,8 +27,8 @@ class CZNMovedTrees
     bool ProveData(CZNFindings& findings);
     bool ProveLog(CZNFindings& findings);
 
-    // Whether both pairs are still as proved; before the deletion, which begins with the data, the log comes
-    // first: what is deleted first is looked at last.
+    // Whether both pairs are still as proved. The log is looked at first: the data, which is deleted first,
+    // is looked at last.
     bool AreAsProved(bool fConfigurationChanged, CZNFindings& findings) const;
     // Whether the log pair still is, once the old data tree was deleted.
     bool IsLogAsProved(CZNFindings& findings) const;

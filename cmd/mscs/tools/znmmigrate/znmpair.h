@@ -26,8 +26,8 @@ class CZNPair
     // Whether both trees are still what was proved. Each file is asked, of the copy too: a program may hold
     // it open, and the listing not know yet what that has written.
     //
-    // pChanged: a directory of a copy whose qm.ini the change of the configuration may have made anything of;
-    // null before that change. fOtherDeleted: what the other old tree held as well is gone or empty.
+    // pChanged: the directory of a copy whose qm.ini may differ, because the configuration was changed; null
+    // before that change. fOtherDeleted: what the other old tree held as well is gone or empty.
     bool IsAsProved(const CZNIdentity* pChanged, bool fOtherDeleted, CZNFindings& findings) const;
 
     // Whether an entry that a listing of strDir, a directory of the old tree, gives is as it was proved. The

@@ -1,4 +1,4 @@
-// Lists directories and walks trees: the only place that does. Changes nothing on disk.
+// Lists directories and walks trees for the looks and comparisons. Changes nothing on disk.
 //
 // What cannot be listed or read is a finding, never an empty directory: an error that passed for the end of a
 // list would let files be deleted that were never copied.
