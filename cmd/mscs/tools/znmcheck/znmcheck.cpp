@@ -64,6 +64,7 @@ std::wstring TakeWords(int nWords, wchar_t** ppszWords, ZNCheckWords& words)
     for (int i = 1; i < nWords; ++i)
     {
         const std::wstring strWord = ppszWords[i];
+        const wchar_t* const pszNext = i + 1 < nWords ? ppszWords[i + 1] : L"";
         const auto* const pFlag = std::find_if(std::begin(FLAGS), std::end(FLAGS), [&](const auto& flag) {
             return IsFlag(ppszWords[i]) && _wcsicmp(flag.pszFlag, ppszWords[i] + 1) == 0;
         });
@@ -74,10 +75,13 @@ std::wstring TakeWords(int nWords, wchar_t** ppszWords, ZNCheckWords& words)
             words.strVerb = *pVerb;
         else if (pFlag == std::end(FLAGS) || !(words.*pFlag->pValue).empty())
             return L"This word is not expected: " + strWord;
-        else if (++i == nWords || *ppszWords[i] == L'\0' || IsFlag(ppszWords[i]))
+        else if (*pszNext == L'\0' || IsFlag(pszNext))
             return L"A value is missing after " + strWord;
         else
-            words.*pFlag->pValue = ppszWords[i];
+        {
+            words.*pFlag->pValue = pszNext;
+            ++i;
+        }
     }
     if (words.strVerb.empty())
         return L"One of the words before, after and watch is missing";

@@ -193,8 +193,10 @@ ZN_STATUS After::Look()
         facts.eLook = ZN_LOOK::UNDER_WAY;
     else if (!survey.fKnown)
         eTrouble = ZN_TROUBLE::UNKNOWN_NAME;
-    else if ((eTrouble = TakeRecord()) == ZN_TROUBLE::NONE && (eTrouble = FindPlaces()) == ZN_TROUBLE::NONE)
-        eTrouble = ReadTrees();
+    else
+        for (const auto pfnStep : {&After::TakeRecord, &After::FindPlaces, &After::ReadTrees})
+            if (eTrouble == ZN_TROUBLE::NONE)
+                eTrouble = (this->*pfnStep)();
     if (eTrouble == ZN_TROUBLE::NONE && facts.eLook == ZN_LOOK::OK && facts.eConf == ZN_CONF::OLD)
     {
         CZNCheckReport report(true);

@@ -6,7 +6,7 @@
 #include "znmapp.h"
 
 #include <functional>
-#include <optional>
+#include <memory>
 
 #include "messages.h"
 #include "tovmsmon.h"
@@ -89,7 +89,7 @@ class Migration
     CZNMark m_mark, m_phase;
     ConfigurationFile m_znsIni;
     ZNPlaces m_places;
-    std::optional<CZNMovedTrees> m_trees;
+    std::unique_ptr<CZNMovedTrees> m_trees;
 };
 
 // A failure leaves everything as it was.
@@ -172,7 +172,7 @@ bool Migration::CreateDestinations()
 // command can be given again over whatever was left.
 bool Migration::CopyTrees()
 {
-    m_trees.emplace(m_places);
+    m_trees = std::make_unique<CZNMovedTrees>(m_places);
     CZNMovedTrees& trees = *m_trees;
     const char *const pszNothing = "Nothing is copied",
                       *const pszFailed = "Cannot copy Queue Manager data/log files to destination";
