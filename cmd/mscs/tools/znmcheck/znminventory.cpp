@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <memory>
 #include <optional>
 #include <string_view>
 
@@ -289,8 +290,8 @@ class Comparison
     struct Side
     {
         const ZNEntry* pEntry = nullptr;
-        std::optional<Content> content; // of a file that is read
-        std::optional<Sha256> hash;     // of a file that is recorded
+        std::unique_ptr<Content> content; // of a file that is read
+        std::unique_ptr<Sha256> hash;     // of a file that is recorded
         uint64_t nRead = 0;
     };
 
@@ -346,9 +347,9 @@ void Comparison::Open(const std::wstring& strBelow, Side* pSides, const ZNEntry*
     {
         if (!IsFile(pSides[eSide].pEntry) || !(fFiles || IsFile(pRecorded)))
             continue;
-        pSides[eSide].content.emplace(Path(eSide, strBelow), IsQmIni(m_eTree, strBelow));
+        pSides[eSide].content = std::make_unique<Content>(Path(eSide, strBelow), IsQmIni(m_eTree, strBelow));
         if (IsFile(pRecorded))
-            pSides[eSide].hash.emplace(pRecorded->nSize);
+            pSides[eSide].hash = std::make_unique<Sha256>(pRecorded->nSize);
     }
 }
 
