@@ -88,8 +88,7 @@ void AddTemplate(Hooks& hooks)
 template <class Function>
 Function* Real(const char* pszFunction)
 {
-    return reinterpret_cast<Function*>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"tovxcs2r.dll"), pszFunction)));
+    return reinterpret_cast<Function*>(GetProcAddress(GetModuleHandleW(L"tovxcs2r.dll"), pszFunction));
 }
 
 void AddName(Hooks& hooks, const std::string& strName)
