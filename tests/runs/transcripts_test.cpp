@@ -134,7 +134,8 @@ TEST(Transcripts, AreAsKept)
         {"end-logpath", "xcsIniUtilRead:1:o:1:0"},
     };
     const char* const pszKept = std::getenv("ZN_TRANSCRIPTS_UPDATE");
-    const std::string strTmp = std::getenv("TMP") != nullptr ? std::getenv("TMP") : "";
+    const char* const pszTmp = std::getenv("TMP");
+    const std::string strTmp = pszTmp != nullptr ? pszTmp : "";
     for (const auto& c : cases)
     {
         SCOPED_TRACE(c.pszName);

@@ -74,6 +74,11 @@ std::string Word(const void* p)
 {
     return p != nullptr ? "p" : "null";
 }
+template <class T>
+std::string Word(T** p)
+{
+    return Word(static_cast<const void*>(p));
+}
 std::string Word(char* psz) // room for an answer
 {
     return Word(static_cast<const void*>(psz));
