@@ -9,6 +9,7 @@
 //     <path>       the library names zns.ini by this path
 #include <windows.h>
 
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -88,7 +89,7 @@ void AddTemplate(Hooks& hooks)
 template <class Function>
 Function* Real(const char* pszFunction)
 {
-    return reinterpret_cast<Function*>(GetProcAddress(GetModuleHandleW(L"tovxcs2r.dll"), pszFunction));
+    return std::bit_cast<Function*>(GetProcAddress(GetModuleHandleW(L"tovxcs2r.dll"), pszFunction));
 }
 
 void AddName(Hooks& hooks, const std::string& strName)
